@@ -1,0 +1,179 @@
+/* efmp, the packet pipeline: packet buffers, services published by modules,
+ * per-interface parser and encapsulation hooks, fragmentation, the broadcast
+ * engine and the hand-off queue to the L3 engine. */
+#ifndef EFMP_H
+#define EFMP_H
+
+#include <pthread.h>
+#include <stdint.h>
+
+#include "lsm.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Result codes of every pipeline hook. */
+enum {
+    EF_Normal = 0,
+    EF_Drop = 1,
+    EF_Reserve = 2,
+    EF_Lost = 3,
+    EF_Broadcast = 4,
+    EF_Resv_Bcast = 5,
+};
+
+/* Buffer flag bits. */
+#define EFMP_F_BRDG_FLOOD 0x40ull
+#define EFMP_F_DST_SET 0x80ull
+#define EFMP_F_TRACE 0x1000ull
+#define EFMP_F_BRG_NOT_FWD 0x4000ull
+#define EFMP_F_SUBIF_TAGGED 0x8000ull
+#define EFMP_F_SWITCH_ENGINE 0x80000ull
+#define EFMP_F_LOCAL 0x200000ull
+#define EFMP_F_NOT_EX_SRC 0x4000000ull
+#define EFMP_F_BCAST_COPY 0x10000000ull
+#define EFMP_F_VXLAN_DECAP 0x400000000ull
+#define EFMP_F_TUNNEL_DST 0x800000000ull
+#define EFMP_PF_BCAST_COPY 0x200000000ull
+
+/* No push may move a buffer's data offset below this. */
+#define EFMP_HEADROOM 512u
+
+/* Module numbers of the pipeline's service registry. */
+#define EFMP_MODULE_BRIDGE 14u
+#define EFMP_MODULE_VXLAN 56u
+
+struct efmp_mcast_node;
+
+/* Packet buffer. The data lives in head[0..size); the frame starts at
+ * data_off. */
+typedef struct efmp_buff {
+    struct efmp_buff *next;          /* next buffer of a chain */
+    lsm_intfcb_t *src_intf;          /* receiving interface */
+    uint64_t flags;                  /* EFMP_F_* */
+    uint64_t priv_flags;             /* platform private flags */
+    uint32_t len;                    /* bytes from data_off to the end */
+    uint32_t vlan_tag;               /* outer 802.1Q tag word, network order */
+    uint16_t l2_len;                 /* length of the L2 header */
+    uint16_t data_off;               /* frame start, from head */
+    uint16_t l3_off;                 /* L3 header, from head */
+    uint16_t l4_off;                 /* L4 header, from head */
+    uint8_t pkt_type;                /* 1 IPv4, 2 ARP, 27 IPv6 ... */
+    uint8_t outer_family;            /* 2 IPv4 outer, 3 IPv6 outer */
+    uint8_t module_code;
+    uint8_t unclassified;            /* 1 when the parser could not classify */
+    uint32_t src_ifx;                /* receiving interface index */
+    uint8_t vni_tag[4];              /* flag byte, then the VNI in network order */
+    uint8_t inner_tag;               /* first byte of a removed inner tag */
+    uint16_t vxlan_mtu;              /* tunnel MTU to respect, 0 = default */
+    lsm_intfcb_t *dst_intf;          /* chosen output interface */
+    int32_t engine;
+    int32_t module;
+    lsm_intfcb_t *l3_src_intf;       /* interface handed to the L3 engine */
+    uintptr_t l3_word1;
+    uintptr_t l3_word2;
+    uint32_t pid;
+    struct efmp_mcast_node *mcast_nodes; /* destination list of a broadcast copy */
+    uint32_t size;                   /* bytes of storage at head */
+    uint8_t *head;
+} efmp_buff_t;
+
+typedef int (*efmp_handler_fn)(void *arg1, void *arg2);
+
+/* Service descriptor: registration, deregistration and change notification. */
+typedef struct efmp_service {
+    void *handler;
+    uint32_t module;
+    uint32_t service;
+} efmp_service_t;
+
+#define EFMP_SERV_PUBLISHED 0u
+#define EFMP_SERV_WITHDRAWN 1u
+
+typedef void (*efmp_serv_chg_fn)(uint32_t change, efmp_service_t *serv);
+
+int efmp_reg_service(efmp_service_t *serv);
+int efmp_dereg_service(efmp_service_t *serv);
+/* The handler currently published as (module, service), or NULL. */
+void *efmp_get_service(uint32_t module, uint32_t service);
+int efmp_reg_serv_change_handler(efmp_serv_chg_fn fn);
+
+/* Parser hook on one interface's received packets. */
+typedef int (*efmp_parser_fn)(efmp_buff_t *buff, uint32_t *result);
+typedef struct efmp_parser {
+    efmp_parser_fn handler;
+    lsm_intfcb_t *intf;
+    uint32_t value;
+} efmp_parser_t;
+
+int efmp_reg_parser(efmp_parser_t *parser);
+int efmp_dereg_parser(efmp_parser_t *parser);
+
+/* Encapsulation hook on one interface's sent packets. */
+typedef int (*efmp_encap_fn)(efmp_buff_t *buff, lsm_intfcb_t *intf);
+typedef struct efmp_encap {
+    efmp_encap_fn handler;
+    lsm_intfcb_t *intf;
+    uint32_t value;
+} efmp_encap_t;
+
+int efmp_reg_encap(efmp_encap_t *encap);
+int efmp_dereg_encap(efmp_encap_t *encap);
+
+/* Ethernet-level parser attached to one interface. */
+typedef int (*ef_eth_parser_fn)(void *arg1, void *arg2);
+int ef_eth_reg_parser(uint32_t ifindex, void *fn, uint32_t arg, uint32_t slot);
+int ef_eth_dereg_parser(uint32_t ifindex, uint32_t slot);
+
+/* Buffers. reason is the caller's accounting reason. */
+efmp_buff_t *efmp_buff_alloc_sw_user(int reason, uint32_t length);
+void efmp_buff_free_sw_user(int reason, efmp_buff_t *buff);
+void efmp_buff_chain_free_sw_user(int reason, efmp_buff_t *first, uint32_t flags,
+                                  uint32_t count);
+
+/* Splits the inner IP packet of *first into a chain of buffers carrying at
+ * most size bytes of IP payload each; returns the number of buffers, 0 on
+ * failure. */
+uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint32_t size);
+uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint32_t size);
+
+/* Broadcast engine. */
+typedef struct efmp_mcast_node {
+    struct efmp_mcast_node *next;
+    uint32_t kind;        /* 1 overlay tunnel, 2 VLAN, 3 sub-interface */
+    uint16_t vid;
+    uint32_t ifindex;
+    uint8_t family;
+    uint8_t sip[16];
+    uint8_t dip[16];
+    uintptr_t adj_words[4];
+    uintptr_t reserved[2];
+} efmp_mcast_node_t;
+
+efmp_mcast_node_t *efmp_mcast_alloc_nodes(uint32_t count);
+void efmp_mcast_free_nodes(efmp_mcast_node_t *list);
+int efmp_bcast_proc(efmp_buff_t *copy, uint32_t flags);
+
+/* Per-CPU hand-off queue to the L3 engine. */
+typedef struct efmp_skip_slot {
+    efmp_buff_t *head;
+    efmp_buff_t *tail;
+    uint32_t count;
+    pthread_spinlock_t lock;
+} efmp_skip_slot_t;
+
+typedef struct efmp_skip_queue {
+    efmp_skip_slot_t *slots; /* one per CPU */
+    uint32_t capacity;
+} efmp_skip_queue_t;
+
+extern efmp_skip_queue_t efmp_skip_top;
+extern __thread uint32_t g_efmp_cpu_num;
+void efmp_vth_active_async(void *worker, uint32_t cpu);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,200 @@
+// Task service on the platform clock. In deterministic mode the clock moves
+// only when the host advances it and due tasks run on the host's thread; the
+// timer thread does the same in real time.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "ef_task.h"
+#include "efrt.h"
+
+namespace {
+
+struct Task {
+    ef_task_fn fn;
+    void *arg;
+    std::string name;
+    bool armed = false;
+    int mode = 0;
+    uint64_t due = 0;
+    bool running = false;
+    bool deleted = false;
+};
+
+struct Scheduler {
+    std::recursive_mutex lock;
+    std::list<std::unique_ptr<Task>> tasks;
+    uint64_t now = 0;
+    unsigned fail_create = 0;
+    std::thread timer;
+    std::atomic<bool> timer_run{false};
+};
+
+Scheduler &sched()
+{
+    static Scheduler s;
+    return s;
+}
+
+// The armed task falling due first at or before limit, or nullptr.
+Task *next_due(Scheduler &s, uint64_t limit)
+{
+    Task *best = nullptr;
+    for (auto &t : s.tasks) {
+        if (t->armed && !t->deleted && t->due <= limit && (best == nullptr || t->due < best->due))
+            best = t.get();
+    }
+    return best;
+}
+
+void erase(Scheduler &s, Task *task)
+{
+    s.tasks.remove_if([task](const std::unique_ptr<Task> &t) { return t.get() == task; });
+}
+
+void run_until(uint64_t limit)
+{
+    Scheduler &s = sched();
+    for (;;) {
+        Task *task;
+        {
+            std::lock_guard<std::recursive_mutex> g(s.lock);
+            task = next_due(s, limit);
+            if (task == nullptr) {
+                s.now = std::max(s.now, limit);
+                return;
+            }
+            s.now = std::max(s.now, task->due);
+            task->armed = false;  // every timeout fires once
+            task->running = true;
+        }
+        task->fn(task->arg);
+        std::lock_guard<std::recursive_mutex> g(s.lock);
+        task->running = false;
+        if (task->deleted)
+            erase(s, task);
+    }
+}
+
+}  // namespace
+
+extern "C" void *ef_task_create(ef_task_fn fn, void *arg, const char *name)
+{
+    Scheduler &s = sched();
+    std::lock_guard<std::recursive_mutex> g(s.lock);
+    if (fn == nullptr)
+        return nullptr;
+    if (s.fail_create != 0) {
+        s.fail_create--;
+        return nullptr;
+    }
+    auto task = std::make_unique<Task>();
+    task->fn = fn;
+    task->arg = arg;
+    task->name = name != nullptr ? name : "";
+    void *handle = task.get();
+    s.tasks.push_back(std::move(task));
+    return handle;
+}
+
+extern "C" int ef_task_delete(void *handle)
+{
+    Scheduler &s = sched();
+    std::lock_guard<std::recursive_mutex> g(s.lock);
+    for (auto &t : s.tasks) {
+        if (t.get() != handle || t->deleted)
+            continue;
+        t->deleted = true;
+        t->armed = false;
+        if (!t->running)
+            erase(s, static_cast<Task *>(handle));
+        return 0;
+    }
+    return -1;
+}
+
+extern "C" int ef_task_active_timeout(void *handle, int mode, uint32_t timeout)
+{
+    Scheduler &s = sched();
+    std::lock_guard<std::recursive_mutex> g(s.lock);
+    for (auto &t : s.tasks) {
+        if (t.get() != handle || t->deleted)
+            continue;
+        t->armed = true;
+        t->mode = mode;
+        t->due = s.now + timeout;
+        return 0;
+    }
+    return -1;
+}
+
+namespace efrt {
+
+uint64_t clock_now_ms()
+{
+    std::lock_guard<std::recursive_mutex> g(sched().lock);
+    return sched().now;
+}
+
+void clock_advance(uint64_t ms) { run_until(clock_now_ms() + ms); }
+
+void tasks_run_due() { run_until(clock_now_ms()); }
+
+std::vector<TaskInfo> tasks()
+{
+    Scheduler &s = sched();
+    std::lock_guard<std::recursive_mutex> g(s.lock);
+    std::vector<TaskInfo> out;
+    for (auto &t : s.tasks) {
+        if (!t->deleted)
+            out.push_back(TaskInfo{t.get(), t->name, t->armed, t->mode, t->due});
+    }
+    return out;
+}
+
+void task_fail_create(unsigned n)
+{
+    std::lock_guard<std::recursive_mutex> g(sched().lock);
+    sched().fail_create = n;
+}
+
+void tasks_reset()
+{
+    Scheduler &s = sched();
+    std::lock_guard<std::recursive_mutex> g(s.lock);
+    s.tasks.remove_if([](const std::unique_ptr<Task> &t) { return !t->running; });
+    s.fail_create = 0;
+}
+
+void tasks_start_timer_thread()
+{
+    Scheduler &s = sched();
+    if (s.timer_run.exchange(true))
+        return;
+    s.timer = std::thread([&s] {
+        auto last = std::chrono::steady_clock::now();
+        while (s.timer_run.load()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            auto now = std::chrono::steady_clock::now();
+            auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now - last).count();
+            if (ms > 0) {
+                last += std::chrono::milliseconds(ms);
+                clock_advance(static_cast<uint64_t>(ms));
+            }
+        }
+    });
+}
+
+void tasks_stop_timer_thread()
+{
+    Scheduler &s = sched();
+    if (!s.timer_run.exchange(false))
+        return;
+    s.timer.join();
+}
+
+}  // namespace efrt

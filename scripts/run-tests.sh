@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds and runs the whole test suite three ways: a plain build, an
+# AddressSanitizer + UndefinedBehaviorSanitizer build, and a ThreadSanitizer
+# build for the concurrency tests.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+./scripts/install-deps.sh
+
+jobs=$(nproc)
+
+build_and_test() {
+  local dir=$1 sanitize=$2
+  shift 2
+  cmake -S . -B "$dir" -G Ninja -DVXLAN_EF_SANITIZE="$sanitize" >/dev/null
+  ninja -C "$dir" -j "$jobs"
+  ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$jobs" "$@"
+}
+
+echo "== plain build =="
+build_and_test build ""
+echo "== AddressSanitizer + UndefinedBehaviorSanitizer build =="
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  build_and_test build-asan asan-ubsan
+echo "== ThreadSanitizer build (concurrency tests) =="
+TSAN_OPTIONS=halt_on_error=1 build_and_test build-tsan tsan -R Concurrent

@@ -1,0 +1,92 @@
+// The TLVs handled by the dispatcher itself. Synchronisation markers move the
+// instance's sync flags around the tables' mark and sweep and are answered;
+// EF_DBG sets the debug mask and the packet-trace settings together.
+#include <array>
+
+#include "channel_private.h"
+#include "control_tlvs.h"
+#include "diag/diag_private.h"
+
+namespace vxlan_ef {
+
+namespace {
+
+using SyncStep = void (*)();
+
+// The tables' mark and sweep steps, called in this order.
+constexpr std::array<SyncStep, 0> kSyncStart{};
+constexpr std::array<SyncStep, 0> kSyncEnd{};
+
+using ShowFn = void (*)(uint32_t vsd_id, const uint8_t *value);
+
+struct ShowRoute {
+    uint16_t id;
+    ShowFn show;
+};
+
+void show_status(uint32_t vsd_id, const uint8_t *) { vxlan_ef_show_status(vsd_id); }
+
+constexpr ShowRoute kShows[] = {
+    {3, show_status},
+};
+
+}  // namespace
+
+int sync_data_req(uint32_t, const uint8_t *)
+{
+    return vxlan_ef_msg_send(g_vxlan_vsd, kSyncDataReq, 0, nullptr, kSendRealTime);
+}
+
+int sync_data_begin(uint32_t, const uint8_t *)
+{
+    g_vxlan_vsd->flags |= VXLAN_EF_F_SYNC_START;
+    for (SyncStep step : kSyncStart)
+        step();
+    return 0;
+}
+
+int sync_data_over(uint32_t, const uint8_t *)
+{
+    for (SyncStep step : kSyncEnd)
+        step();
+    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
+    vsd->flags &= ~VXLAN_EF_F_SYNC_START;
+    vsd->flags |= VXLAN_EF_F_SYNC_END;
+    return vxlan_ef_msg_send(vsd, kEfDataReady, 0, nullptr, kSendRealTime);
+}
+
+int ef_dbg(uint32_t, const uint8_t *value)
+{
+    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
+    WriteLock lock(vsd);
+    vsd->debug_mask = load_unaligned<uint16_t>(value);
+    vsd->trace_ifx = load_unaligned<uint32_t>(value + 4);
+    vsd->trace_budget = load_unaligned<uint32_t>(value + 8);
+    return 0;
+}
+
+int vxlan_ef_show_deal(uint32_t vsd_id, const uint8_t *value)
+{
+    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
+    const uint16_t show_id = load_unaligned<uint16_t>(value);
+    ReadLock lock(vsd);
+    for (const ShowRoute &route : kShows) {
+        if (route.id == show_id) {
+            route.show(vsd_id, value);
+            return 0;
+        }
+    }
+    VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] unknown show id: 0x%X\n", show_id);
+    return 0;
+}
+
+int vxlan_ef_ctrl_deal(uint32_t, const uint8_t *value)
+{
+    const uint32_t ctrl = load_unaligned<uint32_t>(value);
+    const uint8_t oper = value[4];
+    VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] recv ef ctrl message, ctrl: 0x%x, oper: %d\n", ctrl,
+                   oper);
+    return 0;
+}
+
+}  // namespace vxlan_ef

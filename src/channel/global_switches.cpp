@@ -1,0 +1,90 @@
+// The six module-wide switches set by single TLVs: the anycast gateway MAC and
+// five on/off switches stored in the instance record.
+#include <cstring>
+
+#include "channel_private.h"
+
+namespace {
+
+const char *enable_word(uint8_t value) { return value != 0 ? "enable" : "disable"; }
+
+// One on/off switch. Learning switches compare first and leave an unchanged
+// value alone: no lock, no store, no success line.
+int switch_deal(const char *func, const char *words, const uint8_t *value,
+                uint8_t vxlan_ef_vsd_t::*field, bool store_only_changes)
+{
+    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
+    if (vsd == nullptr)
+        return -1;
+    if (value == nullptr) {
+        VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, func,
+                        "VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
+        return -1;
+    }
+    const char *word = enable_word(*value);
+    VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func, "VXLAN-EF-EVENT: [vsd %d %s] %s %s.\n",
+                    word, words);
+    if (store_only_changes && vsd->*field == *value)
+        return 0;
+    {
+        vxlan_ef::WriteLock lock(vsd);
+        vsd->*field = *value;
+    }
+    VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func,
+                    "VXLAN-EF-EVENT: [vsd %d %s] Success to %s %s.\n", word, words);
+    return 0;
+}
+
+}  // namespace
+
+int vxlan_ef_arp_suppress_deal(uint32_t, const uint8_t *value)
+{
+    return switch_deal(__func__, "vxlan arp suppress", value, &vxlan_ef_vsd_t::arp_suppress,
+                       false);
+}
+
+int vxlan_ef_remote_arp_learn_deal(uint32_t, const uint8_t *value)
+{
+    return switch_deal(__func__, "vxlan remote arp learn", value,
+                       &vxlan_ef_vsd_t::remote_arp_learn, true);
+}
+
+int vxlan_ef_nd_suppress_deal(uint32_t, const uint8_t *value)
+{
+    return switch_deal(__func__, "vxlan nd suppress", value, &vxlan_ef_vsd_t::nd_suppress, false);
+}
+
+int vxlan_ef_remote_nd_learn_deal(uint32_t, const uint8_t *value)
+{
+    return switch_deal(__func__, "vxlan remote nd learn", value,
+                       &vxlan_ef_vsd_t::remote_nd_learn, true);
+}
+
+int vxlan_ef_copy_dscp_deal(uint32_t, const uint8_t *value)
+{
+    return switch_deal(__func__, "vxlan copy dscp", value, &vxlan_ef_vsd_t::copy_dscp, false);
+}
+
+int vxlan_ef_anycast_mac(uint32_t, const uint8_t *value)
+{
+    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
+    if (vsd == nullptr)
+        return -1;
+    if (value == nullptr) {
+        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
+        return -1;
+    }
+    const uint8_t oper = value[6];
+    VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set anycast mac "
+                   "%02x%02x.%02x%02x.%02x%02x, oper: %d\n",
+                   value[0], value[1], value[2], value[3], value[4], value[5], oper);
+    vxlan_ef::WriteLock lock(vsd);
+    if (oper != 0) {
+        std::memcpy(vsd->anycast_mac, value, sizeof vsd->anycast_mac);
+        vsd->anycast_mac_valid = 1;
+    } else {
+        std::memset(vsd->anycast_mac, 0, sizeof vsd->anycast_mac);
+        vsd->anycast_mac_valid = 0;
+    }
+    return 0;
+}

@@ -1,0 +1,5 @@
+// Private declarations of the diagnostics (the show functions themselves are
+// exported and declared in the public header).
+#pragma once
+
+#include "vxlan_ef.h"
