@@ -14,8 +14,10 @@ namespace {
 using SyncStep = void (*)();
 
 // The tables' mark and sweep steps, called in this order.
-constexpr std::array<SyncStep, 0> kSyncStart{};
-constexpr std::array<SyncStep, 0> kSyncEnd{};
+constexpr std::array<SyncStep, 4> kSyncStart{vxlan_ef_intf_sync_start, vxlan_ef_entry_sync_start,
+                                              vxlan_ef_vrf_sync_start, vxlan_ef_subif_sync_start};
+constexpr std::array<SyncStep, 4> kSyncEnd{vxlan_ef_intf_sync_end, vxlan_ef_entry_sync_end,
+                                            vxlan_ef_vrf_sync_end, vxlan_ef_subif_sync_end};
 
 using ShowFn = void (*)(uint32_t vsd_id, const uint8_t *value);
 
@@ -25,9 +27,20 @@ struct ShowRoute {
 };
 
 void show_status(uint32_t vsd_id, const uint8_t *) { vxlan_ef_show_status(vsd_id); }
+void show_entry(uint32_t vsd_id, const uint8_t *value)
+{
+    vxlan_ef_entry_show(vsd_id, load_unaligned<uint32_t>(value + 4));
+}
+void show_intf(uint32_t vsd_id, const uint8_t *) { vxlan_ef_intf_show(vsd_id); }
+void show_vrf(uint32_t vsd_id, const uint8_t *) { vxlan_ef_vrf_show(vsd_id); }
+void show_subif(uint32_t vsd_id, const uint8_t *) { vxlan_ef_subif_show(vsd_id); }
 
 constexpr ShowRoute kShows[] = {
+    {1, show_entry},
     {3, show_status},
+    {4, show_intf},
+    {5, show_vrf},
+    {6, show_subif},
 };
 
 }  // namespace

@@ -38,6 +38,11 @@ int vxlan_ef_vsd_init(void)
     vxlan_ef::send_buf_reset(&vsd->batch_buf);
     vsd->intf_slot_4094 = lsm_get_intfcb(4094);
     vsd->intf_slot_other = lsm_get_intfcb(4095);
+    const auto id = static_cast<uint32_t>(vsd->id);
+    vxlan_ef_entry_init(id);
+    vxlan_ef_intf_init(id);
+    vxlan_ef_vrf_init(id);
+    vxlan_ef_subif_init(id);
     pthread_rwlock_init(&vsd->rwlock, nullptr);
     return 0;
 }
@@ -47,6 +52,10 @@ void vxlan_ef_vsd_exit(void)
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (vsd == nullptr)
         return;
+    // The sub-interface table has no exit step.
+    vxlan_ef_entry_exit();
+    vxlan_ef_intf_exit();
+    vxlan_ef_vrf_exit();
     pthread_rwlock_destroy(&vsd->rwlock);
     g_vxlan_vsd = nullptr;
     vxlan_ef::store_barrier();
