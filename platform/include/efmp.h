@@ -126,8 +126,15 @@ typedef int (*ef_eth_parser_fn)(void *arg1, void *arg2);
 int ef_eth_reg_parser(uint32_t ifindex, void *fn, uint32_t arg, uint32_t slot);
 int ef_eth_dereg_parser(uint32_t ifindex, uint32_t slot);
 
-/* Buffers. reason is the caller's accounting reason. */
+/* Buffers. reason is the caller's accounting reason. A new buffer holds
+ * length zeroed bytes at data_off EFMP_BUFF_START. */
+#define EFMP_BUFF_START (EFMP_HEADROOM + 128u)
 efmp_buff_t *efmp_buff_alloc_sw_user(int reason, uint32_t length);
+/* Moves the frame start n bytes down and returns it; NULL (nothing changed)
+ * when that would leave less than EFMP_HEADROOM bytes in front. */
+uint8_t *efmp_buff_push(efmp_buff_t *buff, uint32_t n);
+/* Moves the frame start n bytes up; NULL when fewer than n bytes remain. */
+uint8_t *efmp_buff_pull(efmp_buff_t *buff, uint32_t n);
 void efmp_buff_free_sw_user(int reason, efmp_buff_t *buff);
 void efmp_buff_chain_free_sw_user(int reason, efmp_buff_t *first, uint32_t flags,
                                   uint32_t count);

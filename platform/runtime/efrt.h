@@ -96,5 +96,7 @@ void syslog_set_time_text(const std::string &text);
 void lsm_add(const lsm_intfcb_t &intf);
 void lsm_remove(uint32_t ifindex);
 void lsm_clear();
+// Indexes of every interface, in ascending order.
+std::vector<uint32_t> lsm_indexes();
 
 }  // namespace efrt

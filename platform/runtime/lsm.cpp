@@ -69,6 +69,15 @@ void lsm_remove(uint32_t ifindex)
     intfs().table.erase(ifindex);
 }
 
+std::vector<uint32_t> lsm_indexes()
+{
+    std::lock_guard<std::recursive_mutex> g(intfs().lock);
+    std::vector<uint32_t> out;
+    for (const auto &entry : intfs().table)
+        out.push_back(entry.first);
+    return out;
+}
+
 void lsm_clear()
 {
     std::lock_guard<std::recursive_mutex> g(intfs().lock);

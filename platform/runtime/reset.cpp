@@ -8,6 +8,13 @@ void mem_reset_injection();
 void tasks_reset();
 void msg_reset();
 void syslog_reset();
+void buff_reset_injection();
+void services_reset();
+void hooks_reset();
+void lsm_events_reset();
+void bridge_reset();
+void caps_reset();
+void appdb_reset();
 
 void reset()
 {
@@ -16,6 +23,13 @@ void reset()
     msg_reset();
     syslog_reset();
     lsm_clear();
+    buff_reset_injection();
+    services_reset();
+    hooks_reset();
+    lsm_events_reset();
+    bridge_reset();  // publishes its services into the empty registry
+    caps_reset();
+    appdb_reset();
 }
 
 }  // namespace efrt

@@ -15,10 +15,17 @@ struct Stage {
 
 int vsd_stage() { return vxlan_ef_vsd_init(); }
 int com_stage() { return vxlan_ef_com_init(); }
+int cap_stage() { return vxlan_ef_cap_init(); }
+int frame_stage() { return vxlan_ef_frame_init(); }
+int mom_stage() { return vxlan_ef_mom_init(); }
+void mom_stop() { vxlan_ef_mom_exit(); }
 
 constexpr std::array kStages{
     Stage{vsd_stage, vxlan_ef_vsd_exit, "VXLAN-EF-ERR: vxlan_ef_vsd_init failed.\n"},
     Stage{com_stage, vxlan_ef_com_exit, "VXLAN-EF-ERR: vxlan_ef_com_init failed.\n"},
+    Stage{cap_stage, nullptr, nullptr},
+    Stage{frame_stage, vxlan_ef_frame_exit, "VXLAN-EF-ERR: vxlan_ef_frame_init failed.\n"},
+    Stage{mom_stage, mom_stop, "VXLAN-EF-ERR: vxlan_ef_mom_init failed.\n"},
 };
 
 void unwind(std::size_t done)

@@ -1,0 +1,183 @@
+// Per-interface hooks of the pipeline: Ethernet-level parsers by (interface
+// index, slot), efmp parser descriptors and encapsulation descriptors by
+// interface. The pipeline runs them; this file only keeps them.
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "efmp.h"
+#include "efrt_services.h"
+
+namespace {
+
+struct EthParser {
+    void *handler;
+    uint32_t arg;
+};
+
+struct Hooks {
+    std::mutex lock;
+    std::map<std::pair<uint32_t, uint32_t>, EthParser> eth;  // (ifindex, slot)
+    std::vector<efmp_parser_t> parsers;
+    std::map<lsm_intfcb_t *, efmp_encap_t> encaps;
+    int fail_eth = 0;
+    int fail_parser_reg = 0;
+    int fail_parser_dereg = 0;
+    int fail_encap = 0;
+};
+
+Hooks &hooks()
+{
+    static Hooks h;
+    return h;
+}
+
+// Returns the armed failure code, disarming it.
+int take(int &armed)
+{
+    int rc = armed;
+    armed = 0;
+    return rc;
+}
+
+bool same_parser(const efmp_parser_t &a, const efmp_parser_t &b)
+{
+    return a.handler == b.handler && a.intf == b.intf;
+}
+
+}  // namespace
+
+// One parser per (interface, slot): attaching again replaces it.
+extern "C" int ef_eth_reg_parser(uint32_t ifindex, void *fn, uint32_t arg, uint32_t slot)
+{
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    if (int rc = take(h.fail_eth); rc != 0)
+        return rc;
+    if (fn == nullptr)
+        return -1;
+    h.eth[{ifindex, slot}] = EthParser{fn, arg};
+    return 0;
+}
+
+extern "C" int ef_eth_dereg_parser(uint32_t ifindex, uint32_t slot)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    return hooks().eth.erase({ifindex, slot}) != 0 ? 0 : -1;
+}
+
+// The same handler on the same interface is attached once; again is an error.
+extern "C" int efmp_reg_parser(efmp_parser_t *parser)
+{
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    if (int rc = take(h.fail_parser_reg); rc != 0)
+        return rc;
+    if (parser == nullptr || parser->handler == nullptr || parser->intf == nullptr)
+        return -1;
+    for (const efmp_parser_t &p : h.parsers)
+        if (same_parser(p, *parser))
+            return -1;
+    h.parsers.push_back(*parser);
+    return 0;
+}
+
+extern "C" int efmp_dereg_parser(efmp_parser_t *parser)
+{
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    if (int rc = take(h.fail_parser_dereg); rc != 0)
+        return rc;
+    if (parser == nullptr)
+        return -1;
+    for (auto it = h.parsers.begin(); it != h.parsers.end(); ++it) {
+        if (same_parser(*it, *parser)) {
+            h.parsers.erase(it);
+            return 0;
+        }
+    }
+    return -1;
+}
+
+// One encapsulation hook per interface: attaching again replaces it.
+extern "C" int efmp_reg_encap(efmp_encap_t *encap)
+{
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    if (int rc = take(h.fail_encap); rc != 0)
+        return rc;
+    if (encap == nullptr || encap->handler == nullptr || encap->intf == nullptr)
+        return -1;
+    h.encaps[encap->intf] = *encap;
+    return 0;
+}
+
+extern "C" int efmp_dereg_encap(efmp_encap_t *encap)
+{
+    if (encap == nullptr)
+        return -1;
+    std::lock_guard<std::mutex> g(hooks().lock);
+    return hooks().encaps.erase(encap->intf) != 0 ? 0 : -1;
+}
+
+namespace efrt {
+
+std::vector<EthParserInfo> eth_parsers()
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    std::vector<EthParserInfo> out;
+    for (const auto &[key, p] : hooks().eth)
+        out.push_back(EthParserInfo{key.first, key.second, p.handler, p.arg});
+    return out;
+}
+
+void eth_parser_fail_register(int rc)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    hooks().fail_eth = rc;
+}
+
+std::vector<efmp_parser_t> efmp_parsers()
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    return hooks().parsers;
+}
+
+void efmp_parser_fail_register(int rc)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    hooks().fail_parser_reg = rc;
+}
+
+void efmp_parser_fail_deregister(int rc)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    hooks().fail_parser_dereg = rc;
+}
+
+std::vector<efmp_encap_t> efmp_encaps()
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    std::vector<efmp_encap_t> out;
+    for (const auto &[intf, e] : hooks().encaps)
+        out.push_back(e);
+    return out;
+}
+
+void efmp_encap_fail_register(int rc)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    hooks().fail_encap = rc;
+}
+
+void hooks_reset()
+{
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    h.eth.clear();
+    h.parsers.clear();
+    h.encaps.clear();
+    h.fail_eth = h.fail_parser_reg = h.fail_parser_dereg = h.fail_encap = 0;
+}
+
+}  // namespace efrt

@@ -1,0 +1,64 @@
+// Private declarations of VXLAN encapsulation: the tunnel address record
+// built per packet from the VTEP adjacency, and the header builders shared
+// by the encapsulation path and flooding.
+#pragma once
+
+#include <cstdint>
+
+#include "core/core_private.h"
+#include "efmp.h"
+
+extern "C" {
+
+// Where one packet goes: copied from the VTEP adjacency under the read lock,
+// so that the headers are written without holding it.
+typedef struct vxlan_ef_tnl_addr {
+    uint32_t vni;       // host order
+    uint8_t family;     // 2 IPv4, 10 IPv6; anything else is not encapsulated
+    uint8_t sip[16];    // local VTEP (IPv4 in the first 4 bytes)
+    uint8_t dip[16];    // remote VTEP (IPv4 in the first 4 bytes)
+    uint32_t ifx;       // the adjacency's tunnel interface, for the L3 hand-off
+} vxlan_ef_tnl_addr_t;
+
+// Checks the size, fragments when needed and builds the outer headers on each
+// piece. 0: first/last/count describe the chain; 1: failed, buff intact;
+// 3: failed after fragmenting, the whole chain has been freed.
+int vxlan_ef_encap_header(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
+                          uint32_t mode, efmp_buff_t **first, efmp_buff_t **last,
+                          uint32_t *count);
+
+// Pushes the VXLAN, UDP and IP headers on one buffer and rewrites its
+// metadata. true on success; false when the headroom runs out.
+bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd,
+                             const vxlan_ef_tnl_addr_t *tnl, uint32_t mode);
+
+}  // extern "C"
+
+namespace vxlan_ef {
+
+// Bytes every buffer keeps free in front of its data.
+constexpr uint16_t kHeadroomFloor = 512;
+
+// Encapsulation modes: flooding and router-MAC forwarding pass kEncapModeFlood;
+// kEncapModeClearNotFwd also clears the bridge's not-forward mark.
+constexpr uint32_t kEncapModeFlood = 2;
+constexpr uint32_t kEncapModeClearNotFwd = 4;
+
+// Payload limits of a tunnel without its own MTU, and what a tunnel MTU loses
+// to the outer headers.
+constexpr uint16_t kDefaultLimitV4 = 1450;
+constexpr uint16_t kDefaultLimitV6 = 1430;
+constexpr uint16_t kOverheadV4 = 50;
+constexpr uint16_t kOverheadV6 = 70;
+
+// Reason given to the platform when an encapsulated chain is freed.
+constexpr int kEncapFreeReason = -98;
+
+// Internet checksums of the outer headers, computed over the bytes in place.
+uint16_t udp_checksum_v4(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp,
+                         uint32_t len);
+uint16_t udp_checksum_v6(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp,
+                         uint32_t len);
+uint16_t ipv4_header_checksum(const uint8_t *hdr);
+
+}  // namespace vxlan_ef
