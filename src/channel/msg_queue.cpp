@@ -25,7 +25,8 @@ void vxlan_ef_msg_inqueue(vxlan_ef_msg_queue_t *queue, vxlan_ef_msg_node_t *node
     node->prev = tail;
     tail->next = node;
     queue->head.prev = node;
-    queue->count++;
+    // Atomic because the dequeue's shortcut reads the count without the lock.
+    __atomic_fetch_add(&queue->count, 1, __ATOMIC_RELAXED);
     pthread_spin_unlock(&queue->lock);
 }
 
@@ -45,7 +46,7 @@ vxlan_ef_msg_node_t *vxlan_ef_msg_dequeue(vxlan_ef_msg_queue_t *queue)
     queue->head.next = node->next;
     node->next = kPoisonNext;
     node->prev = kPoisonPrev;
-    queue->count--;
+    __atomic_fetch_sub(&queue->count, 1, __ATOMIC_RELAXED);
     pthread_spin_unlock(&queue->lock);
     return node;
 }

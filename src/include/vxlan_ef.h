@@ -222,4 +222,7 @@ VXLAN_EF_API void vxlan_ef_show_cap(uint32_t vsd_id);
 VXLAN_EF_API void vxlan_ef_log_dump(const char *format, ...)
     __attribute__((format(printf, 1, 2)));
 
+#include "vxlan_ef_frame.h"
+#include "vxlan_ef_tables.h"
+
 #endif

@@ -8,10 +8,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "efrt.h"
+#include "efrt_services.h"
 #include "vxlan_ef.h"
 
 namespace vxtest {
@@ -75,9 +80,27 @@ protected:
         g_vxlan_ef_eve = 0;
         vxlan_ef_thread = nullptr;
         std::memset(g_vxlan_ef_kmem_count, 0, sizeof g_vxlan_ef_kmem_count);
+        reset_followers();
         unsetenv("VSDID");
         unsetenv("TMPDIR");
     }
+
+    // The capability record, the app-db callbacks and the bridge pointers
+    // outlive an instance; every test starts them empty.
+    static void reset_followers()
+    {
+        g_vxlan_ef_master = vxlan_ef_master_t{};
+        g_vxlan_ef_mom_reg = ef_mom_reg_t{};
+        vxlan_ef_bridge_mac_lookup = nullptr;
+        vxlan_ef_bridge_intf_pvid_get = nullptr;
+        vxlan_ef_l2protocol_pkt_check = nullptr;
+        vxlan_ef_add_mac_entry = nullptr;
+        vxlan_ef_intf_vlan_check = nullptr;
+    }
+
+    // Turns a capability on (or off) before start; every capability is off
+    // unless set.
+    static void set_cap(const char *path, bool on = true) { efrt::cap_define(path, on); }
 
     void TearDown() override
     {
@@ -135,5 +158,73 @@ protected:
         return false;
     }
 };
+
+// A scratch TMPDIR (mkdtemp under /tmp) holding dc/vxlan, exported as TMPDIR
+// for its lifetime and removed with all it holds.
+class ScratchTmpdir {
+public:
+    explicit ScratchTmpdir(bool with_log_dir = true)
+    {
+        char tmpl[] = "/tmp/vxlan_ef_test.XXXXXX";
+        if (mkdtemp(tmpl) == nullptr)
+            ADD_FAILURE() << "mkdtemp failed";
+        path_ = tmpl;
+        if (with_log_dir)
+            std::filesystem::create_directories(path_ + "/dc/vxlan");
+        setenv("TMPDIR", path_.c_str(), 1);
+    }
+    ~ScratchTmpdir()
+    {
+        unsetenv("TMPDIR");
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    ScratchTmpdir(const ScratchTmpdir &) = delete;
+    ScratchTmpdir &operator=(const ScratchTmpdir &) = delete;
+
+    const std::string &path() const { return path_; }
+    std::string log_path() const { return path_ + "/dc/vxlan/vxlan_ef_log_dump.text"; }
+    std::string old_log_path() const { return path_ + "/dc/vxlan/vxlan_ef_log_dump_old.text"; }
+
+private:
+    std::string path_;
+};
+
+// The whole content of a file; empty when it cannot be read.
+inline std::string read_file(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+inline bool file_exists(const std::string &path) { return std::filesystem::exists(path); }
+
+// One log-file line as the fixture's fixed time stamp makes it.
+inline std::string log_file_line(const std::string &message)
+{
+    return "2026-11-21 12:00:00 " + message + "\r\n";
+}
+
+// Byte vectors written as lists of small integers.
+inline std::vector<uint8_t> bytes(std::initializer_list<int> values)
+{
+    std::vector<uint8_t> out;
+    for (int v : values)
+        out.push_back(static_cast<uint8_t>(v));
+    return out;
+}
+
+// The lines of a log that begin with prefix, in order.
+inline std::vector<std::string> lines_starting(const std::vector<std::string> &lines,
+                                               const std::string &prefix)
+{
+    std::vector<std::string> out;
+    for (const auto &l : lines)
+        if (l.compare(0, prefix.size(), prefix) == 0)
+            out.push_back(l);
+    return out;
+}
 
 }  // namespace vxtest
