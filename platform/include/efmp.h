@@ -30,7 +30,10 @@ enum {
 #define EFMP_F_BRG_NOT_FWD 0x4000ull
 #define EFMP_F_SUBIF_TAGGED 0x8000ull
 #define EFMP_F_SWITCH_ENGINE 0x80000ull
+#define EFMP_F_L2_HDR_OWNED 0x100000ull /* cleared once a VXLAN header is written */
 #define EFMP_F_LOCAL 0x200000ull
+#define EFMP_F_VXLAN_ENCAP 0x40000000ull /* the frame now travels inside VXLAN */
+#define EFMP_F_NO_OVERLAY_ROUTE 0x100000000ull /* refused by router-MAC forwarding */
 #define EFMP_F_NOT_EX_SRC 0x4000000ull
 #define EFMP_F_BCAST_COPY 0x10000000ull
 #define EFMP_F_VXLAN_DECAP 0x400000000ull
@@ -77,6 +80,7 @@ typedef struct efmp_buff {
     struct efmp_mcast_node *mcast_nodes; /* destination list of a broadcast copy */
     uint32_t size;                   /* bytes of storage at head */
     uint8_t *head;
+    int32_t vrf;                     /* VRF the packet is routed in */
 } efmp_buff_t;
 
 typedef int (*efmp_handler_fn)(void *arg1, void *arg2);
@@ -172,7 +176,9 @@ typedef struct efmp_skip_slot {
 
 typedef struct efmp_skip_queue {
     efmp_skip_slot_t *slots; /* one per CPU */
-    uint32_t capacity;
+    uint32_t capacity;               /* most buffers one slot may hold */
+    uint32_t cpu_count;
+    void *worker;                    /* the L3 engine's worker, for efmp_vth_active_async */
 } efmp_skip_queue_t;
 
 extern efmp_skip_queue_t efmp_skip_top;

@@ -33,7 +33,14 @@ typedef struct lsm_intfcb {
     uint32_t mtu;
     uint8_t subif_mode;
     uint32_t parent_ifx;
+    int32_t vrf_id;
+    uint16_t status;       /* LSM_IF_STATUS_* */
+    uint32_t subif_key_ifx; /* index the sub-interface table keys this port's
+                               sub-interfaces under; 0 = its own index */
 } lsm_intfcb_t;
+
+/* Bits of lsm_intfcb.status. */
+#define LSM_IF_STATUS_AP_MEMBER 0x2u /* member of an aggregate port */
 
 /* Message of an interface creation or destruction event. */
 typedef struct lsm_if_event_msg {

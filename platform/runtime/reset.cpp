@@ -1,6 +1,8 @@
 // Putting the whole reference platform back to its initial state between
 // tests or runs.
 #include "efrt.h"
+#include "efrt_bcast.h"
+#include "efrt_l3.h"
 
 namespace efrt {
 
@@ -30,6 +32,8 @@ void reset()
     bridge_reset();  // publishes its services into the empty registry
     caps_reset();
     appdb_reset();
+    l3_reset();
+    bcast_reset();
 }
 
 }  // namespace efrt

@@ -43,6 +43,9 @@ constexpr ShowRoute kShows[] = {
     {6, show_subif},
 };
 
+// Control bit asking for the tech-support dump.
+constexpr uint32_t kCtrlTechDump = 0x4;
+
 }  // namespace
 
 int sync_data_req(uint32_t, const uint8_t *)
@@ -93,12 +96,15 @@ int vxlan_ef_show_deal(uint32_t vsd_id, const uint8_t *value)
     return 0;
 }
 
-int vxlan_ef_ctrl_deal(uint32_t, const uint8_t *value)
+int vxlan_ef_ctrl_deal(uint32_t vsd_id, const uint8_t *value)
 {
     const uint32_t ctrl = load_unaligned<uint32_t>(value);
     const uint8_t oper = value[4];
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] recv ef ctrl message, ctrl: 0x%x, oper: %d\n", ctrl,
                    oper);
+    ReadLock lock(g_vxlan_vsd);
+    if (ctrl & kCtrlTechDump)
+        vxlan_ef_tech_dump(vsd_id);
     return 0;
 }
 

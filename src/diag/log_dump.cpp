@@ -111,8 +111,13 @@ void vxlan_ef_log_dump(const char *format, ...)
         if (fd < 0)
             return;
     }
-    write_all(fd, line, std::strlen(line));
-    write_all(fd, "\r\n", 2);
+    // Line and CR LF leave in one write, so that concurrent writers appending
+    // to the same file never split a line.
+    const std::size_t len = std::strlen(line);
+    char record[kLineLen + 2];
+    std::memcpy(record, line, len);
+    std::memcpy(record + len, "\r\n", 2);
+    write_all(fd, record, len + 2);
     fsync(fd);
     close(fd);
 }

@@ -8,8 +8,6 @@
 #include "core/core_private.h"
 #include "efmp.h"
 
-extern "C" {
-
 // Where one packet goes: copied from the VTEP adjacency under the read lock,
 // so that the headers are written without holding it.
 typedef struct vxlan_ef_tnl_addr {
@@ -23,21 +21,17 @@ typedef struct vxlan_ef_tnl_addr {
 // Checks the size, fragments when needed and builds the outer headers on each
 // piece. 0: first/last/count describe the chain; 1: failed, buff intact;
 // 3: failed after fragmenting, the whole chain has been freed.
-int vxlan_ef_encap_header(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
-                          uint32_t mode, efmp_buff_t **first, efmp_buff_t **last,
-                          uint32_t *count);
+VXLAN_EF_API int vxlan_ef_encap_header(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd,
+                                       const vxlan_ef_tnl_addr_t *tnl, uint32_t mode,
+                                       efmp_buff_t **first, efmp_buff_t **last,
+                                       uint32_t *count);
 
 // Pushes the VXLAN, UDP and IP headers on one buffer and rewrites its
 // metadata. true on success; false when the headroom runs out.
-bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd,
-                             const vxlan_ef_tnl_addr_t *tnl, uint32_t mode);
-
-}  // extern "C"
+VXLAN_EF_API bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd,
+                                          const vxlan_ef_tnl_addr_t *tnl, uint32_t mode);
 
 namespace vxlan_ef {
-
-// Bytes every buffer keeps free in front of its data.
-constexpr uint16_t kHeadroomFloor = 512;
 
 // Encapsulation modes: flooding and router-MAC forwarding pass kEncapModeFlood;
 // kEncapModeClearNotFwd also clears the bridge's not-forward mark.
@@ -60,5 +54,37 @@ uint16_t udp_checksum_v4(const uint8_t *sip, const uint8_t *dip, const uint8_t *
 uint16_t udp_checksum_v6(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp,
                          uint32_t len);
 uint16_t ipv4_header_checksum(const uint8_t *hdr);
+
+// The VLAN id bits of the buffer's tag word (network order read in host
+// order): encapsulation clears them, sub-interface tagging replaces them.
+constexpr uint32_t kVlanKeepMask = 0x00F0FFFFu;
+
+// Copies what the packet needs of an adjacency; the caller holds the lock.
+void fill_tnl_addr(vxlan_ef_tnl_addr_t *tnl, const vxlan_ef_adj_t *adj, uint32_t vni);
+
+// Builds the headers and hands the chain to the L3 engine, tracing under
+// func's name. EF_Drop: buff intact, the caller drops it; EF_Lost: consumed.
+int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
+                       uint32_t mode, const char *func);
+
+// A layer-2 sub-interface: an Ethernet-class interface (types 2..10 and 21)
+// in sub-interface mode with a parent.
+constexpr uint8_t kSubifModeL2 = 5;
+constexpr uint32_t kIfTypeEthFirst = 2;
+constexpr uint32_t kIfTypeEthLast = 10;
+constexpr uint32_t kIfTypeRoutedPort = 21;
+inline bool is_l2_subif(const lsm_intfcb_t *intf)
+{
+    const bool eth = (intf->type >= kIfTypeEthFirst && intf->type <= kIfTypeEthLast) ||
+                     intf->type == kIfTypeRoutedPort;
+    return eth && intf->subif_mode == kSubifModeL2 && intf->parent_ifx != 0;
+}
+
+// The 24-bit VNI held in bytes 1..3 of the buffer's VNI tag.
+inline uint32_t buff_vni(const efmp_buff_t *buff)
+{
+    return static_cast<uint32_t>(buff->vni_tag[1]) << 16 |
+           static_cast<uint32_t>(buff->vni_tag[2]) << 8 | buff->vni_tag[3];
+}
 
 }  // namespace vxlan_ef

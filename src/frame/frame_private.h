@@ -24,26 +24,41 @@ struct ServiceRow {
     const char *init_failure;  // start-up's text for the same failure
 };
 
+// Services that are not called with two words (the queries take a context
+// word and a u32 key, the router-MAC service four arguments) are published as
+// they are: the table is then built at load time rather than at compile time.
+template <typename Fn>
+inline efmp_handler_fn service_handler(Fn *fn)
+{
+    // Through the generic function pointer type, which converts to any other.
+    return reinterpret_cast<efmp_handler_fn>(reinterpret_cast<void (*)(void)>(fn));
+}
+
 // The eight services in start-up order. Their handlers (the parser, encap,
 // forwarding, query, router-MAC, broadcast and no-ICMP services) join the
 // table with the packet plane; a row without a handler is skipped at start.
-inline constexpr std::array<ServiceRow, 8> kServices{{
-    {0, nullptr, VXLAN_EF_F_SERV_PARSER, "register vxlan parser service failed.\n",
+inline const std::array<ServiceRow, 8> kServices{{
+    {0, service_handler(vxlan_ef_parser_service), VXLAN_EF_F_SERV_PARSER,
+     "register vxlan parser service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_parser_service failed.\n"},
-    {1, nullptr, VXLAN_EF_F_SERV_ENCAP, "register vxlan parser service failed.\n",
+    {1, service_handler(vxlan_ef_encap_service), VXLAN_EF_F_SERV_ENCAP,
+     "register vxlan parser service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_encap_service failed.\n"},
-    {2, nullptr, VXLAN_EF_F_SERV_FORWARD, "register vxlan forward failed.\n",
+    {2, service_handler(vxlan_ef_forward), VXLAN_EF_F_SERV_FORWARD, "register vxlan forward failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_forward_service failed.\n"},
-    {3, nullptr, VXLAN_EF_F_SERV_GET_OR, "register vxlan get overlayrouter interface failed.\n",
+    {3, service_handler(vxlan_ef_overlayrouter_get), VXLAN_EF_F_SERV_GET_OR,
+     "register vxlan get overlayrouter interface failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_get_vni_intfcb_service failed.\n"},
-    {4, nullptr, VXLAN_EF_F_SERV_GET_VNI, "register vxlan get overlayrouter interface failed.\n",
+    {4, service_handler(vxlan_ef_vni_get), VXLAN_EF_F_SERV_GET_VNI,
+     "register vxlan get overlayrouter interface failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_get_intfcb_vni_service failed.\n"},
-    {5, nullptr, VXLAN_EF_F_ROUTER_MAC_FWD, "register vxlan router's mac service failed.\n",
+    {5, service_handler(vxlan_ef_router_mac_forward), VXLAN_EF_F_ROUTER_MAC_FWD,
+     "register vxlan router's mac service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_router_mac_forward_service failed.\n"},
-    {6, nullptr, VXLAN_EF_F_BCAST_PKT_ENCAP,
+    {6, service_handler(vxlan_ef_bcast_pkt_encap), VXLAN_EF_F_BCAST_PKT_ENCAP,
      "register vxlan broadcast packet encap service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_bcast_pkt_encap_service failed.\n"},
-    {7, nullptr, VXLAN_EF_F_SERV_OR_NO_ICMP,
+    {7, service_handler(vxlan_ef_or_no_icmp_service), VXLAN_EF_F_SERV_OR_NO_ICMP,
      "register vxlan overlayrouter no icmp service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_or_no_icmp_service failed.\n"},
 }};
@@ -105,13 +120,17 @@ void deregister_services(const std::array<ServiceRow, N> &table)
 
 // Handlers the packet plane attaches to interfaces: the Ethernet-level parser
 // of interfaces that may carry VXLAN over IP, and the parser of overlay
-// tunnels. Both join with the packet plane; until then nothing is attached.
+// tunnels (a null handler would attach nothing).
 struct PacketHooks {
     ef_eth_parser_fn eth_parser;
     efmp_parser_fn tunnel_parser;
 };
 
-inline constexpr PacketHooks kPacketHooks{nullptr, nullptr};
+// The receive parser takes only the buffer; like the services, it is attached
+// as it is.
+inline const PacketHooks kPacketHooks{
+    reinterpret_cast<ef_eth_parser_fn>(reinterpret_cast<void (*)(void)>(vxlan_ef_parser_service)),
+    vxlan_ef_reg_tunnel_efmp_parser};
 
 constexpr uint32_t kEthParserArg = 0;
 constexpr uint32_t kEthParserSlot = 5;

@@ -13,22 +13,19 @@ bool takes_hooks(const lsm_intfcb_t *intf)
     return intf->type == LSM_IF_TYPE_OVERLAY_TUNNEL || vxlan_ef_is_intf_parser(intf);
 }
 
-// Each hook is attached only once the packet plane provides its handler; the
-// encapsulation hook joins with the packet plane as well.
+// Each hook filters the interface by type itself.
 void attach_hooks(lsm_intfcb_t *intf)
 {
-    if (vxlan_ef::kPacketHooks.eth_parser != nullptr)
-        vxlan_ef_reg_intf_parser(intf);
-    if (vxlan_ef::kPacketHooks.tunnel_parser != nullptr)
-        vxlan_ef_reg_tunnel_parser(intf);
+    vxlan_ef_reg_intf_parser(intf);
+    vxlan_ef_reg_tunnel_parser(intf);
+    vxlan_ef_reg_intf_encap(intf);
 }
 
 void detach_hooks(lsm_intfcb_t *intf)
 {
-    if (vxlan_ef::kPacketHooks.eth_parser != nullptr)
-        vxlan_ef_dereg_intf_parser(intf);
-    if (vxlan_ef::kPacketHooks.tunnel_parser != nullptr)
-        vxlan_ef_dereg_tunnel_parser(intf);
+    vxlan_ef_dereg_intf_parser(intf);
+    vxlan_ef_dereg_tunnel_parser(intf);
+    vxlan_ef_dereg_intf_encap(intf);
 }
 
 // Stores (or, with nullptr, clears) the slot the interface index selects.

@@ -3,9 +3,8 @@
 #pragma once
 
 #include "efmp.h"
+#include "vxlan_ef.h"
 
-extern "C" {
 // Prints the buffer's metadata and its first bytes, one log call per line.
 // Called only for packets whose trace lines are printed.
-void vxlan_ef_pkt_dump(efmp_buff_t *buff, const char *position);
-}
+VXLAN_EF_API void vxlan_ef_pkt_dump(efmp_buff_t *buff, const char *position);

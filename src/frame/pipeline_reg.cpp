@@ -34,17 +34,17 @@ int subscribe_interface_events()
 }
 
 // Tunnel parsers are attached only by creation events, never by this walk.
-// The encapsulation walk joins with the packet plane.
+// Every interface gets its encapsulation hook before any gets its parser.
 void attach_parsers()
 {
-    if (vxlan_ef::kPacketHooks.eth_parser != nullptr)
-        lsm_walk_through_ex(vxlan_ef_reg_intf_parser, kWalkArg1, kWalkArg2);
+    lsm_walk_through_ex(vxlan_ef_reg_intf_encap, kWalkArg1, kWalkArg2);
+    lsm_walk_through_ex(vxlan_ef_reg_intf_parser, kWalkArg1, kWalkArg2);
 }
 
 void detach_parsers()
 {
-    if (vxlan_ef::kPacketHooks.eth_parser != nullptr)
-        lsm_walk_through_ex(vxlan_ef_dereg_intf_parser, kWalkArg1, kWalkArg2);
+    lsm_walk_through_ex(vxlan_ef_dereg_intf_encap, kWalkArg1, kWalkArg2);
+    lsm_walk_through_ex(vxlan_ef_dereg_intf_parser, kWalkArg1, kWalkArg2);
 }
 
 }  // namespace

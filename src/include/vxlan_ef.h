@@ -219,10 +219,14 @@ VXLAN_EF_API int vxlan_ef_copy_dscp_deal(uint32_t vsd_id, const uint8_t *value);
 VXLAN_EF_API void vxlan_ef_show_line(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 VXLAN_EF_API void vxlan_ef_show_status(uint32_t vsd_id);
 VXLAN_EF_API void vxlan_ef_show_cap(uint32_t vsd_id);
+VXLAN_EF_API void vxlan_ef_tech_dump(uint32_t vsd_id);
 VXLAN_EF_API void vxlan_ef_log_dump(const char *format, ...)
     __attribute__((format(printf, 1, 2)));
 
 #include "vxlan_ef_frame.h"
 #include "vxlan_ef_tables.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_parser.h"
+#include "vxlan_ef_forward.h"
 
 #endif

@@ -1,0 +1,300 @@
+// The broadcast engine: destination nodes for broadcast copies and
+// efmp_bcast_proc. A copy carrying a node list is cloned once per node and
+// each clone is handed to the VXLAN module's broadcast-packet callback (module
+// 56, service 6, looked up in the service registry as a real platform does);
+// a clone the callback leaves to the pipeline (EF_Normal) goes out through its
+// destination interface's encapsulation hook. A single buffer without nodes
+// is flooded to the member ports of the VLAN in its VLAN field, the source
+// port excluded unless NOT_EX_SRC is set. Everything asked and sent is
+// recorded for tests.
+#include <arpa/inet.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include "ef_bridge.h"
+#include "efrt.h"
+#include "efrt_bcast.h"
+#include "efrt_services.h"
+
+namespace {
+
+constexpr int kCloneReason = -98;
+constexpr uint32_t kVxlanBcastEncapService = 6;
+
+struct Engine {
+    std::mutex lock;
+    std::vector<efrt::BcastRequest> requests;
+    std::vector<efrt::BcastNodeResult> node_results;
+    std::vector<efrt::PortSend> sends;
+    unsigned fail_proc = 0;
+    unsigned fail_alloc = 0;
+    long nodes_live = 0;
+};
+
+Engine &engine()
+{
+    static Engine e;
+    return e;
+}
+
+bool take_injection(unsigned &armed)
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    if (armed == 0)
+        return false;
+    armed--;
+    return true;
+}
+
+uint16_t vlan_id(const efmp_buff_t *buff) { return static_cast<uint16_t>(ntohl(buff->vlan_tag) & 0xFFF); }
+
+std::vector<uint8_t> frame_bytes(const efmp_buff_t *buff)
+{
+    if (buff->head == nullptr || static_cast<uint64_t>(buff->data_off) + buff->len > buff->size)
+        return {};
+    return std::vector<uint8_t>(buff->head + buff->data_off, buff->head + buff->data_off + buff->len);
+}
+
+uint32_t source_ifx(const efmp_buff_t *buff)
+{
+    return buff->src_intf != nullptr ? buff->src_intf->ifindex : buff->src_ifx;
+}
+
+efrt::BcastRequest describe(const efmp_buff_t *buff, uint32_t flags_arg, bool refused)
+{
+    efrt::BcastRequest r{};
+    r.buff = buff;
+    r.flags_arg = flags_arg;
+    r.refused = refused;
+    r.flags = buff->flags;
+    r.priv_flags = buff->priv_flags;
+    r.src_ifx = buff->src_intf != nullptr ? buff->src_intf->ifindex : 0;
+    r.vni = static_cast<uint32_t>(buff->vni_tag[1]) << 16 | buff->vni_tag[2] << 8 | buff->vni_tag[3];
+    r.vni_flags = buff->vni_tag[0];
+    r.vid = vlan_id(buff);
+    r.frame = frame_bytes(buff);
+    for (const efmp_mcast_node_t *n = buff->mcast_nodes; n != nullptr; n = n->next) {
+        efrt::BcastNodeInfo info{};
+        info.kind = n->kind;
+        info.vid = n->vid;
+        info.ifindex = n->ifindex;
+        info.family = n->family;
+        std::memcpy(info.sip, n->sip, sizeof info.sip);
+        std::memcpy(info.dip, n->dip, sizeof info.dip);
+        std::memcpy(info.adj_words, n->adj_words, sizeof info.adj_words);
+        r.nodes.push_back(info);
+    }
+    return r;
+}
+
+void record_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
+{
+    efrt::PortSend s{ifindex, vlan_id(buff), buff->flags, vlan_flood, frame_bytes(buff)};
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().sends.push_back(std::move(s));
+}
+
+// Sends the buffer on every member port of its VLAN, in ascending interface
+// order, leaving out the source port unless NOT_EX_SRC is set.
+void flood_vlan(const efmp_buff_t *buff)
+{
+    auto check = reinterpret_cast<ef_bridge_intf_vlan_check_fn>(
+        efrt::bridge_handler(EF_BRIDGE_SERV_INTF_VLAN_CHECK));
+    const uint16_t vid = vlan_id(buff);
+    const bool keep_src = (buff->flags & EFMP_F_NOT_EX_SRC) != 0;
+    const uint32_t src = source_ifx(buff);
+    for (uint32_t ifx : efrt::lsm_indexes()) {
+        if (check == nullptr || check(ifx, vid) == 0)
+            continue;
+        if (ifx == src && !keep_src)
+            continue;
+        record_send(ifx, buff, true);
+    }
+}
+
+// A platform copy of a broadcast copy: metadata, frame and room around it;
+// no node list.
+efmp_buff_t *clone(const efmp_buff_t *src)
+{
+    efmp_buff_t *c = efmp_buff_alloc_sw_user(kCloneReason, src->len);
+    if (c == nullptr)
+        return nullptr;
+    uint8_t *head = c->head;
+    const uint32_t size = c->size;
+    const uint16_t data_off = c->data_off;
+    *c = *src;
+    c->next = nullptr;
+    c->mcast_nodes = nullptr;
+    c->head = head;
+    c->size = size;
+    c->data_off = data_off;
+    c->l3_off = static_cast<uint16_t>(src->l3_off - src->data_off + data_off);
+    if (src->l4_off != 0)
+        c->l4_off = static_cast<uint16_t>(src->l4_off - src->data_off + data_off);
+    if (src->len != 0)
+        std::memcpy(head + data_off, src->head + src->data_off, src->len);
+    return c;
+}
+
+// A clone the callback handed back to the pipeline goes out through the
+// encapsulation hook of its destination interface, when it has one.
+void deliver(efmp_buff_t *buff)
+{
+    lsm_intfcb_t *dst = buff->dst_intf;
+    if (dst == nullptr)
+        return;
+    for (const efmp_encap_t &e : efrt::efmp_encaps()) {
+        if (e.intf != dst || e.handler == nullptr)
+            continue;
+        if (e.handler(buff, e.intf) != 0)
+            return;
+        break;
+    }
+    if (buff->dst_intf != nullptr)
+        record_send(buff->dst_intf->ifindex, buff, false);
+}
+
+void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
+{
+    for (efmp_mcast_node_t *n = copy->mcast_nodes; n != nullptr; n = n->next) {
+        efmp_buff_t *slot = clone(copy);
+        if (slot == nullptr)
+            continue;
+        const int r = encap(&slot, n);
+        {
+            std::lock_guard<std::mutex> g(engine().lock);
+            engine().node_results.push_back(efrt::BcastNodeResult{n->kind, n->vid, n->ifindex, r});
+        }
+        if (r == EF_Lost || slot == nullptr)
+            continue;
+        if (r == EF_Normal)
+            deliver(slot);
+        efmp_buff_free_sw_user(kCloneReason, slot);
+    }
+}
+
+}  // namespace
+
+extern "C" efmp_mcast_node_t *efmp_mcast_alloc_nodes(uint32_t count)
+{
+    if (count != 1 || take_injection(engine().fail_alloc))
+        return nullptr;
+    auto *node = static_cast<efmp_mcast_node_t *>(std::calloc(1, sizeof(efmp_mcast_node_t)));
+    if (node == nullptr)
+        return nullptr;
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().nodes_live++;
+    return node;
+}
+
+extern "C" void efmp_mcast_free_nodes(efmp_mcast_node_t *list)
+{
+    long freed = 0;
+    while (list != nullptr) {
+        efmp_mcast_node_t *next = list->next;
+        std::free(list);
+        list = next;
+        freed++;
+    }
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().nodes_live -= freed;
+}
+
+// 1 (nothing taken) on refusal or when no broadcast-packet callback is
+// published for a copy with nodes; otherwise 0 and the buffer, with its
+// nodes, belongs to the engine.
+extern "C" int efmp_bcast_proc(efmp_buff_t *copy, uint32_t flags)
+{
+    if (copy == nullptr)
+        return 1;
+    const bool refused = take_injection(engine().fail_proc);
+    {
+        efrt::BcastRequest r = describe(copy, flags, refused);
+        std::lock_guard<std::mutex> g(engine().lock);
+        engine().requests.push_back(std::move(r));
+    }
+    if (refused)
+        return 1;
+    if (copy->mcast_nodes == nullptr) {
+        flood_vlan(copy);
+        efmp_buff_free_sw_user(kCloneReason, copy);
+        return 0;
+    }
+    auto encap = reinterpret_cast<efmp_handler_fn>(
+        efmp_get_service(EFMP_MODULE_VXLAN, kVxlanBcastEncapService));
+    if (encap == nullptr)
+        return 1;
+    send_to_nodes(copy, encap);
+    efmp_mcast_free_nodes(copy->mcast_nodes);
+    copy->mcast_nodes = nullptr;
+    efmp_buff_free_sw_user(kCloneReason, copy);
+    return 0;
+}
+
+namespace efrt {
+
+std::vector<BcastRequest> bcast_requests()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    return engine().requests;
+}
+
+std::vector<BcastRequest> bcast_take_requests()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    std::vector<BcastRequest> out;
+    out.swap(engine().requests);
+    return out;
+}
+
+std::vector<BcastNodeResult> bcast_node_results()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    return engine().node_results;
+}
+
+std::vector<PortSend> port_sends()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    return engine().sends;
+}
+
+std::vector<PortSend> port_take_sends()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    std::vector<PortSend> out;
+    out.swap(engine().sends);
+    return out;
+}
+
+void bcast_fail_proc(unsigned n)
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().fail_proc = n;
+}
+
+void mcast_fail_alloc(unsigned n)
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().fail_alloc = n;
+}
+
+long mcast_nodes_live()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    return engine().nodes_live;
+}
+
+void bcast_reset()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().requests.clear();
+    engine().node_results.clear();
+    engine().sends.clear();
+    engine().fail_proc = 0;
+    engine().fail_alloc = 0;
+}
+
+}  // namespace efrt

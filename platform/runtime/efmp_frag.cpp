@@ -1,0 +1,273 @@
+// Fragmentation of the inner IP packet of a buffer that holds an Ethernet
+// frame: IPv4 per RFC 791 (offsets in 8-byte units, MF flag, identification
+// kept, header checksum recomputed) and IPv6 per RFC 8200 (a Fragment
+// extension header after the per-fragment headers, one identification per
+// packet). Every fragment is a new buffer carrying the frame's L2 header,
+// the per-fragment IP headers and at most `size` bytes of IP payload; the
+// original buffer is freed once the whole chain exists.
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <vector>
+
+#include "efmp.h"
+
+namespace {
+
+constexpr int kReason = 0;
+constexpr uint32_t kIpv4MinHeader = 20;
+constexpr uint32_t kIpv6Header = 40;
+constexpr uint32_t kFragHeader = 8;
+constexpr uint16_t kIpv4DontFragment = 0x4000;
+constexpr uint16_t kIpv4MoreFragments = 0x2000;
+constexpr uint16_t kIpv4OffsetMask = 0x1FFF;
+constexpr uint8_t kIpv6HopByHop = 0;
+constexpr uint8_t kIpv6Routing = 43;
+constexpr uint8_t kIpv6Fragment = 44;
+constexpr uint8_t kIpv6DestOpts = 60;
+constexpr uint8_t kIpv4OptEnd = 0;
+constexpr uint8_t kIpv4OptNop = 1;
+constexpr uint8_t kIpv4OptCopied = 0x80;
+
+std::atomic<uint32_t> g_ipv6_ident{0};
+
+uint16_t be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+void put16(uint8_t *p, uint16_t v)
+{
+    p[0] = static_cast<uint8_t>(v >> 8);
+    p[1] = static_cast<uint8_t>(v);
+}
+void put32(uint8_t *p, uint32_t v)
+{
+    put16(p, static_cast<uint16_t>(v >> 16));
+    put16(p + 2, static_cast<uint16_t>(v));
+}
+
+uint16_t ipv4_checksum(const uint8_t *hdr, uint32_t len)
+{
+    uint32_t sum = 0;
+    for (uint32_t i = 0; i + 1 < len; i += 2)
+        sum += be16(hdr + i);
+    sum = (sum >> 16) + (sum & 0xFFFF);
+    sum += sum >> 16;
+    return static_cast<uint16_t>(~sum);
+}
+
+// The pieces of one fragment: the headers that every fragment repeats, and
+// its slice of the fragmentable part.
+struct Piece {
+    std::vector<uint8_t> headers;  // L2 header and IP headers, finished
+    const uint8_t *data;
+    uint32_t data_len;
+};
+
+// A new buffer with the original's metadata and the piece's bytes.
+efmp_buff_t *build_fragment(const efmp_buff_t *orig, uint32_t l2_len, uint32_t ip_hdr_len,
+                            const Piece &piece)
+{
+    const uint32_t len = static_cast<uint32_t>(piece.headers.size()) + piece.data_len;
+    efmp_buff_t *frag = efmp_buff_alloc_sw_user(kReason, len);
+    if (frag == nullptr)
+        return nullptr;
+    uint8_t *head = frag->head;
+    const uint32_t size = frag->size;
+    const uint16_t data_off = frag->data_off;
+    *frag = *orig;
+    frag->next = nullptr;
+    frag->head = head;
+    frag->size = size;
+    frag->data_off = data_off;
+    frag->len = len;
+    frag->l3_off = static_cast<uint16_t>(data_off + l2_len);
+    frag->l4_off = static_cast<uint16_t>(frag->l3_off + ip_hdr_len);
+    std::memcpy(head + data_off, piece.headers.data(), piece.headers.size());
+    std::memcpy(head + data_off + piece.headers.size(), piece.data, piece.data_len);
+    return frag;
+}
+
+// Links the fragments into a chain that replaces the original buffer, or
+// frees them all when one could not be built.
+uint32_t commit(std::vector<efmp_buff_t *> &frags, efmp_buff_t **first, efmp_buff_t **last)
+{
+    for (efmp_buff_t *f : frags) {
+        if (f == nullptr) {
+            for (efmp_buff_t *g : frags)
+                efmp_buff_free_sw_user(kReason, g);
+            return 0;
+        }
+    }
+    for (size_t i = 0; i + 1 < frags.size(); i++)
+        frags[i]->next = frags[i + 1];
+    efmp_buff_free_sw_user(kReason, *first);
+    *first = frags.front();
+    *last = frags.back();
+    return static_cast<uint32_t>(frags.size());
+}
+
+// Where the IP packet lies in the buffer; false when it does not fit.
+bool locate_ip(const efmp_buff_t *buff, uint32_t *l2_len, const uint8_t **ip, uint32_t *avail)
+{
+    if (buff->head == nullptr || buff->l3_off < buff->data_off)
+        return false;
+    *l2_len = buff->l3_off - buff->data_off;
+    if (*l2_len > buff->len)
+        return false;
+    *ip = buff->head + buff->l3_off;
+    *avail = buff->len - *l2_len;
+    return true;
+}
+
+// The options of the first fragment's header that RFC 791 copies into every
+// later fragment, padded to a multiple of 4 bytes.
+std::vector<uint8_t> copied_options(const uint8_t *opts, uint32_t len)
+{
+    std::vector<uint8_t> out;
+    for (uint32_t i = 0; i < len;) {
+        const uint8_t type = opts[i];
+        if (type == kIpv4OptEnd)
+            break;
+        if (type == kIpv4OptNop) {
+            i++;
+            continue;
+        }
+        if (i + 1 >= len || opts[i + 1] < 2 || i + opts[i + 1] > len)
+            break;
+        if (type & kIpv4OptCopied)
+            out.insert(out.end(), opts + i, opts + i + opts[i + 1]);
+        i += opts[i + 1];
+    }
+    while (out.size() % 4 != 0)
+        out.push_back(kIpv4OptEnd);
+    return out;
+}
+
+std::vector<uint8_t> ipv4_headers(const uint8_t *l2, uint32_t l2_len, const uint8_t *ip,
+                                  const std::vector<uint8_t> &options, uint16_t frag_word,
+                                  uint32_t data_len)
+{
+    const uint32_t hlen = kIpv4MinHeader + static_cast<uint32_t>(options.size());
+    std::vector<uint8_t> h(l2, l2 + l2_len);
+    h.insert(h.end(), ip, ip + kIpv4MinHeader);
+    h.insert(h.end(), options.begin(), options.end());
+    uint8_t *hdr = h.data() + l2_len;
+    hdr[0] = static_cast<uint8_t>(0x40 | hlen / 4);
+    put16(hdr + 2, static_cast<uint16_t>(hlen + data_len));
+    put16(hdr + 6, frag_word);
+    put16(hdr + 10, 0);
+    put16(hdr + 10, ipv4_checksum(hdr, hlen));
+    return h;
+}
+
+// The end of the per-fragment headers of an IPv6 packet (RFC 8200: the
+// header and any Hop-by-Hop, Routing and Destination Options headers up to
+// the last Routing header) and the offset of the next-header byte that
+// names the first fragmentable header. 0 when the chain is malformed or the
+// packet is a fragment already.
+uint32_t ipv6_unfragmentable(const uint8_t *ip, uint32_t total, uint32_t *nh_field)
+{
+    uint32_t pos = kIpv6Header;
+    uint32_t field = 6;
+    uint32_t end = kIpv6Header;
+    uint32_t end_field = 6;
+    uint8_t nh = ip[6];
+    while (nh == kIpv6HopByHop || nh == kIpv6Routing || nh == kIpv6DestOpts) {
+        if (pos + 2 > total)
+            return 0;
+        const uint32_t len = (ip[pos + 1] + 1u) * 8u;
+        if (pos + len > total)
+            return 0;
+        field = pos;
+        if (nh != kIpv6DestOpts) {
+            end = pos + len;
+            end_field = field;
+        }
+        nh = ip[pos];
+        pos += len;
+    }
+    if (nh == kIpv6Fragment)
+        return 0;
+    *nh_field = end_field;
+    return end;
+}
+
+}  // namespace
+
+extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint32_t size)
+{
+    if (first == nullptr || last == nullptr || *first == nullptr)
+        return 0;
+    const efmp_buff_t *orig = *first;
+    uint32_t l2_len, avail;
+    const uint8_t *ip;
+    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv4MinHeader || (ip[0] >> 4) != 4)
+        return 0;
+    const uint32_t hlen = (ip[0] & 0x0Fu) * 4u;
+    const uint32_t total = be16(ip + 2);
+    const uint16_t frag_word = be16(ip + 6);
+    if (hlen < kIpv4MinHeader || total < hlen || total > avail || (frag_word & kIpv4DontFragment))
+        return 0;
+    const uint8_t *l2 = orig->head + orig->data_off;
+    const std::vector<uint8_t> first_opts(ip + kIpv4MinHeader, ip + hlen);
+    const std::vector<uint8_t> later_opts = copied_options(ip + kIpv4MinHeader, hlen - kIpv4MinHeader);
+    const uint32_t base = frag_word & kIpv4OffsetMask;
+    const bool more_after = (frag_word & kIpv4MoreFragments) != 0;
+
+    std::vector<efmp_buff_t *> frags;
+    for (uint32_t pos = 0; pos < total - hlen;) {
+        const std::vector<uint8_t> &opts = pos == 0 ? first_opts : later_opts;
+        const uint32_t extra = static_cast<uint32_t>(opts.size());
+        if (size < extra + 8) {
+            frags.push_back(nullptr);  // no room for data: give the whole split up
+            break;
+        }
+        const uint32_t room = (size - extra) & ~7u;
+        const uint32_t chunk = std::min(room, total - hlen - pos);
+        const bool last_piece = pos + chunk == total - hlen;
+        const uint16_t word = static_cast<uint16_t>(
+            (base + pos / 8) | (!last_piece || more_after ? kIpv4MoreFragments : 0));
+        Piece piece{ipv4_headers(l2, l2_len, ip, opts, word, chunk), ip + hlen + pos, chunk};
+        frags.push_back(build_fragment(orig, l2_len, kIpv4MinHeader + extra, piece));
+        pos += chunk;
+    }
+    if (frags.empty())
+        return 0;
+    return commit(frags, first, last);
+}
+
+extern "C" uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint32_t size)
+{
+    if (first == nullptr || last == nullptr || *first == nullptr)
+        return 0;
+    const efmp_buff_t *orig = *first;
+    uint32_t l2_len, avail;
+    const uint8_t *ip;
+    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv6Header || (ip[0] >> 4) != 6)
+        return 0;
+    const uint32_t total = kIpv6Header + be16(ip + 4);
+    uint32_t nh_field = 0;
+    const uint32_t unfrag = total > avail ? 0 : ipv6_unfragmentable(ip, total, &nh_field);
+    if (unfrag == 0 || size < unfrag - kIpv6Header + kFragHeader + 8 || unfrag >= total)
+        return 0;
+    const uint32_t room = (size - (unfrag - kIpv6Header) - kFragHeader) & ~7u;
+    const uint32_t ident = g_ipv6_ident.fetch_add(1) + 1;
+    const uint8_t *l2 = orig->head + orig->data_off;
+
+    std::vector<efmp_buff_t *> frags;
+    for (uint32_t pos = 0; pos < total - unfrag;) {
+        const uint32_t chunk = std::min(room, total - unfrag - pos);
+        const bool last_piece = pos + chunk == total - unfrag;
+        std::vector<uint8_t> h(l2, l2 + l2_len);
+        h.insert(h.end(), ip, ip + unfrag);
+        uint8_t *hdr = h.data() + l2_len;
+        put16(hdr + 4, static_cast<uint16_t>(unfrag - kIpv6Header + kFragHeader + chunk));
+        uint8_t fh[kFragHeader] = {ip[nh_field], 0, 0, 0, 0, 0, 0, 0};
+        hdr[nh_field] = kIpv6Fragment;
+        put16(fh + 2, static_cast<uint16_t>(pos | (last_piece ? 0u : 1u)));
+        put32(fh + 4, ident);
+        h.insert(h.end(), fh, fh + kFragHeader);
+        frags.push_back(build_fragment(orig, l2_len, unfrag + kFragHeader,
+                                       Piece{std::move(h), ip + unfrag + pos, chunk}));
+        pos += chunk;
+    }
+    return commit(frags, first, last);
+}

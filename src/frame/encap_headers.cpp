@@ -1,0 +1,215 @@
+// The outer headers of one VXLAN packet: VXLAN, UDP with its checksum and
+// IPv4 or IPv6, pushed in that order into the buffer's headroom, and the
+// buffer metadata rewritten for the L3 engine.
+#include "encap_private.h"
+#include "packet_dump.h"
+#include "packet_trace.h"
+#include "wire_headers.h"
+
+using vxlan_ef::TraceGate;
+namespace wire = vxlan_ef::wire;
+
+namespace vxlan_ef {
+
+namespace {
+
+constexpr const char *kFunc = "vxlan_ef_encap_one_frag";
+
+constexpr uint8_t kPktTypeIpv4 = 1;
+constexpr uint8_t kPktTypeIpv6 = 27;
+constexpr uint8_t kOuterFamilyV4 = 2;
+constexpr uint8_t kOuterFamilyV6 = 3;
+constexpr uint16_t kSportFloor = 0xBFFF;
+constexpr uint8_t kTtl = 64;
+constexpr uint8_t kHopLimit = 255;
+constexpr uint16_t kDontFragment = 0x4000;
+
+constexpr uint64_t kFlagsCleared = EFMP_F_DST_SET | EFMP_F_L2_HDR_OWNED;
+constexpr uint64_t kFlagsSet = EFMP_F_LOCAL | EFMP_F_VXLAN_ENCAP;
+
+// Adds the buffer's 16-bit big-endian words; an odd last byte is a word of
+// its own, padded with a zero byte after it.
+uint32_t sum_words(const uint8_t *p, uint32_t len, uint32_t sum)
+{
+    for (; len > 1; p += 2, len -= 2)
+        sum += wire::get_be16(p);
+    if (len == 1)
+        sum += static_cast<uint32_t>(*p) << 8;
+    return sum;
+}
+
+uint16_t fold(uint32_t sum)
+{
+    sum = (sum >> 16) + (sum & 0xFFFF);
+    sum = (sum >> 16) + (sum & 0xFFFF);
+    return static_cast<uint16_t>(~sum);
+}
+
+uint16_t udp_checksum(const uint8_t *sip, const uint8_t *dip, uint32_t addr_len,
+                      const uint8_t *udp, uint32_t len)
+{
+    uint32_t sum = sum_words(sip, addr_len, 0);
+    sum = sum_words(dip, addr_len, sum);
+    sum += wire::get_be16(reinterpret_cast<const wire::UdpHdr *>(udp)->len);
+    sum += wire::kIpProtoUdp;
+    return fold(sum_words(udp, len, sum));
+}
+
+// The traffic class to copy into the outer header: the whole inner TOS
+// byte, ECN bits included, and only when copy-DSCP is on.
+uint8_t inner_tos(const efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
+{
+    if (!vsd->copy_dscp)
+        return 0;
+    const uint8_t *ip = buff->head + buff->l3_off;
+    if (buff->pkt_type == kPktTypeIpv4)
+        return reinterpret_cast<const wire::Ipv4Hdr *>(ip)->tos;
+    if (buff->pkt_type == kPktTypeIpv6)
+        return static_cast<uint8_t>(wire::get_be32(ip) >> 20);
+    return 0;
+}
+
+// The counter runs 49151..65535 and restarts at 49151, 0 included.
+uint16_t next_sport(vxlan_ef_vsd_t *vsd)
+{
+    uint16_t port = static_cast<uint16_t>(vsd->udp_sport + 1);
+    if (port < kSportFloor)
+        port = kSportFloor;
+    vsd->udp_sport = port;
+    return port;
+}
+
+bool push_vxlan(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
+{
+    uint8_t *p = efmp_buff_push(buff, sizeof(wire::VxlanHdr));
+    if (p == nullptr) {
+        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
+                          "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for vxlan header failed\n");
+        return false;
+    }
+    std::memset(p, 0, sizeof(wire::VxlanHdr));
+    p[0] = wire::kVxlanFlagI;
+    wire::put_be32(p + 4, tnl->vni << 8);
+    return true;
+}
+
+bool push_udp(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl)
+{
+    uint8_t *p = efmp_buff_push(buff, sizeof(wire::UdpHdr));
+    if (p == nullptr) {
+        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
+                          "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for udp header failed\n");
+        return false;
+    }
+    auto *udp = reinterpret_cast<wire::UdpHdr *>(p);
+    // The counter goes out in host order: receivers only need it to vary.
+    wire::put_host16(udp->sport, next_sport(vsd));
+    wire::put_be16(udp->dport, vsd->udp_port);
+    wire::put_be16(udp->len, static_cast<uint16_t>(buff->len));
+    wire::put_be16(udp->csum, 0);
+    store_barrier();
+    const bool v4 = tnl->family == VXLAN_EF_AF_INET;
+    const uint16_t csum = v4 ? udp_checksum_v4(tnl->sip, tnl->dip, p, buff->len)
+                             : udp_checksum_v6(tnl->sip, tnl->dip, p, buff->len);
+    wire::put_be16(udp->csum, csum);
+    return true;
+}
+
+bool push_ipv4(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
+               uint8_t tos)
+{
+    uint8_t *p = efmp_buff_push(buff, sizeof(wire::Ipv4Hdr));
+    if (p == nullptr) {
+        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
+                          "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for ip header failed\n");
+        return false;
+    }
+    auto *ip = reinterpret_cast<wire::Ipv4Hdr *>(p);
+    ip->ver_ihl = 0x45;
+    ip->tos = tos;
+    wire::put_be16(ip->total_len, static_cast<uint16_t>(buff->len));
+    wire::put_be16(ip->id, vsd->ipv4_id++);
+    wire::put_be16(ip->frag, kDontFragment);
+    ip->ttl = kTtl;
+    ip->proto = wire::kIpProtoUdp;
+    wire::put_be16(ip->csum, 0);
+    std::memcpy(ip->src, tnl->sip, sizeof ip->src);
+    std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
+    store_barrier();
+    wire::put_be16(ip->csum, ipv4_header_checksum(p));
+    return true;
+}
+
+bool push_ipv6(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos)
+{
+    uint8_t *p = efmp_buff_push(buff, sizeof(wire::Ipv6Hdr));
+    if (p == nullptr) {
+        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
+                          "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for ipv6 header failed\n");
+        return false;
+    }
+    auto *ip = reinterpret_cast<wire::Ipv6Hdr *>(p);
+    wire::put_be32(ip->ver_tc_flow, 6u << 28 | static_cast<uint32_t>(tos) << 20);
+    wire::put_be16(ip->payload_len, static_cast<uint16_t>(buff->len - sizeof(wire::Ipv6Hdr)));
+    ip->next_hdr = wire::kIpProtoUdp;
+    ip->hop_limit = kHopLimit;
+    std::memcpy(ip->src, tnl->sip, sizeof ip->src);
+    std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
+    return true;
+}
+
+// The buffer leaves as an IP packet of the tunnel's family, sent from the
+// instance's L3 interface.
+void rewrite_metadata(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, bool v4, uint32_t mode)
+{
+    buff->flags &= ~kFlagsCleared;
+    buff->flags |= kFlagsSet;
+    if (mode == kEncapModeClearNotFwd)
+        buff->flags &= ~EFMP_F_BRG_NOT_FWD;
+    buff->l3_src_intf = vsd->intf_slot_other;
+    buff->l3_word1 = 0;
+    buff->l3_word2 = 0;
+    buff->l2_len = 0;
+    buff->l3_off = buff->data_off;
+    buff->l4_off = 0;
+    buff->module_code = 0;
+    buff->pkt_type = v4 ? kPktTypeIpv4 : kPktTypeIpv6;
+    buff->outer_family = v4 ? kOuterFamilyV4 : kOuterFamilyV6;
+    buff->pid = vsd->user_pid;
+    buff->vni_tag[1] = buff->vni_tag[2] = buff->vni_tag[3] = 0;
+}
+
+}  // namespace
+
+uint16_t udp_checksum_v4(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp, uint32_t len)
+{
+    return udp_checksum(sip, dip, 4, udp, len);
+}
+
+uint16_t udp_checksum_v6(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp, uint32_t len)
+{
+    return udp_checksum(sip, dip, 16, udp, len);
+}
+
+uint16_t ipv4_header_checksum(const uint8_t *hdr)
+{
+    return fold(sum_words(hdr, sizeof(wire::Ipv4Hdr), 0));
+}
+
+}  // namespace vxlan_ef
+
+bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
+                             uint32_t mode)
+{
+    using namespace vxlan_ef;
+    const uint8_t tos = inner_tos(buff, vsd);
+    const bool v4 = tnl->family == VXLAN_EF_AF_INET;
+    if (!push_vxlan(buff, tnl) || !push_udp(buff, vsd, tnl))
+        return false;
+    if (v4 ? !push_ipv4(buff, vsd, tnl, tos) : !push_ipv6(buff, tnl, tos))
+        return false;
+    rewrite_metadata(buff, vsd, v4, mode);
+    if (trace_admit(buff, TraceGate::Encap))
+        vxlan_ef_pkt_dump(buff, "patch-enc(vxlan)");
+    return true;
+}

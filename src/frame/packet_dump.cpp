@@ -1,0 +1,98 @@
+// The packet dump of traced packets: metadata, the first 64 bytes in hex and,
+// for IP over Ethernet, the addresses. Each line is its own log call.
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdio>
+
+#include "core/core_private.h"
+#include "packet_dump.h"
+#include "wire_headers.h"
+
+namespace {
+
+constexpr uint32_t kDumpBytes = 64;
+constexpr uint32_t kBytesPerLine = 16;
+
+#define DUMP_LINE(fmt, ...) printk_syslog_ext(7, "UNKNOW_MODULE", "DEBUG", 2, fmt, ##__VA_ARGS__)
+
+void dump_intf(const char *fmt, const lsm_intfcb_t *intf)
+{
+    DUMP_LINE(fmt, intf != nullptr ? intf->name : "NULL", intf != nullptr ? intf->ifindex : 0u,
+              static_cast<const void *>(intf), intf != nullptr ? intf->vrf_id : 0);
+}
+
+void dump_bytes(const uint8_t *data, uint32_t len)
+{
+    DUMP_LINE("01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16\n");
+    DUMP_LINE("-----------------------------------------------\n");
+    const uint32_t shown = std::min(len, kDumpBytes);
+    char line[kBytesPerLine * 3 + 1];
+    uint32_t used = 0;
+    for (uint32_t i = 0; i < shown; ++i) {
+        std::snprintf(line + used * 3, 4, "%02X ", data[i]);
+        if (++used == kBytesPerLine) {
+            DUMP_LINE("%s\n", line);
+            used = 0;
+        }
+    }
+    if (used != 0)
+        DUMP_LINE("%s\n\n", line);
+}
+
+void dump_addresses(const uint8_t *frame, uint32_t len)
+{
+    using namespace vxlan_ef::wire;
+    if (len < sizeof(EthHdr))
+        return;
+    const uint16_t type = get_be16(frame + 12);
+    const uint8_t *ip = frame + sizeof(EthHdr);
+    char src[INET6_ADDRSTRLEN] = "-";
+    char dst[INET6_ADDRSTRLEN] = "-";
+    unsigned proto;
+    if (type == kEthTypeIpv4 && len >= sizeof(EthHdr) + sizeof(Ipv4Hdr)) {
+        inet_ntop(AF_INET, ip + 12, src, sizeof src);
+        inet_ntop(AF_INET, ip + 16, dst, sizeof dst);
+        proto = ip[9];
+    } else if (type == kEthTypeIpv6 && len >= sizeof(EthHdr) + sizeof(Ipv6Hdr)) {
+        inet_ntop(AF_INET6, ip + 8, src, sizeof src);
+        inet_ntop(AF_INET6, ip + 24, dst, sizeof dst);
+        proto = ip[6];
+    } else {
+        return;
+    }
+    const uint8_t *d = frame;
+    const uint8_t *s = frame + 6;
+    DUMP_LINE("src_mac: %02x%02x.%02x%02x.%02x%02x, dst_mac: %02x%02x.%02x%02x.%02x%02x, "
+              "eth_type: %04x\n",
+              s[0], s[1], s[2], s[3], s[4], s[5], d[0], d[1], d[2], d[3], d[4], d[5], type);
+    DUMP_LINE("src_ip: %s, dst_ip: %s, ip protocol: %x\n", src, dst, proto);
+}
+
+}  // namespace
+
+void vxlan_ef_pkt_dump(efmp_buff_t *buff, const char *position)
+{
+    if (buff == nullptr)
+        return;
+    const uint32_t tag = ntohl(buff->vlan_tag);
+    const uint8_t *data = buff->head + buff->data_off;
+    DUMP_LINE("\n******** VXLAN EF Packet %p Dump ********\n", static_cast<void *>(buff));
+    DUMP_LINE("Packet position: %s\n", position);
+    DUMP_LINE("Packet len     : %d, l2_len: %d\n", static_cast<int>(buff->len), buff->l2_len);
+    DUMP_LINE("Packet offset  : l2_offset: %d, ip_offset: %d\n", buff->data_off, buff->l3_off);
+    DUMP_LINE("Packet VSD     : %d\n", static_cast<int>(tag >> 28));
+    DUMP_LINE("Packet vrf     : %d\n", buff->vrf);
+    DUMP_LINE("Packet VID     : %d\n", static_cast<int>(tag & 0xFFF));
+    const uint8_t *vni = buff->vni_tag;
+    DUMP_LINE("Packet vni     : %u (flags 0x%x)\n",
+              static_cast<unsigned>(vni[1] << 16 | vni[2] << 8 | vni[3]), vni[0]);
+    DUMP_LINE("Packet pid     : %u \n", buff->pid);
+    DUMP_LINE("Packet flags   : 0x%x, priv_flags: 0x%x\n", static_cast<unsigned>(buff->flags),
+              static_cast<unsigned>(buff->priv_flags));
+    dump_intf("Src_intf       : %s (sifx: %u, %p, vrf: %d)\n", buff->src_intf);
+    dump_intf("Dst_intf       : %s (difx: %u, %p, vrf: %d)\n", buff->dst_intf);
+    DUMP_LINE("Engine         : %d, module: %d, pktType: %d\n", buff->outer_family,
+              buff->module_code, buff->pkt_type);
+    dump_bytes(data, buff->len);
+    dump_addresses(data, buff->len);
+}
