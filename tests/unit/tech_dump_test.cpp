@@ -1,5 +1,6 @@
 // The tech-support dump file, asked for through EF_CTRL, and concurrent
 // writers of the log file.
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -41,10 +42,10 @@ private:
 
 std::vector<uint8_t> ef_ctrl(uint32_t ctrl, uint8_t oper)
 {
-    std::vector<uint8_t> v(5);
-    vxtest::put(v, 0, ctrl);
-    v[4] = oper;
-    return v;
+    uint8_t raw[5];
+    std::memcpy(raw, &ctrl, sizeof ctrl);
+    raw[4] = oper;
+    return std::vector<uint8_t>(raw, raw + sizeof raw);
 }
 
 // The lines of the shows in their syslog form, with the show prefix removed.
