@@ -18,7 +18,7 @@ namespace vxlan_ef {
 // One of the module's pipeline services.
 struct ServiceRow {
     uint32_t number;           // service number under EFMP_MODULE_VXLAN
-    efmp_handler_fn handler;   // nullptr until the packet plane provides it
+    efmp_handler_fn handler;   // the service's entry point
     uint32_t mask;             // bit of the registered-service mask
     const char *failure;       // the service's own failure text
     const char *init_failure;  // start-up's text for the same failure
@@ -34,9 +34,7 @@ inline efmp_handler_fn service_handler(Fn *fn)
     return reinterpret_cast<efmp_handler_fn>(reinterpret_cast<void (*)(void)>(fn));
 }
 
-// The eight services in start-up order. Their handlers (the parser, encap,
-// forwarding, query, router-MAC, broadcast and no-ICMP services) join the
-// table with the packet plane; a row without a handler is skipped at start.
+// The eight services in start-up order, each with its real handler.
 inline const std::array<ServiceRow, 8> kServices{{
     {0, service_handler(vxlan_ef_parser_service), VXLAN_EF_F_SERV_PARSER,
      "register vxlan parser service failed.\n",
@@ -93,8 +91,9 @@ inline int deregister_service(const ServiceRow &row)
     return 0;
 }
 
-// Start-up's service step: every row that has a handler, in table order; the
-// first failure stops it with -1 and leaves the earlier services registered.
+// Start-up's service step: every row in table order (a row without a handler,
+// which only a test's table has, is passed over); the first failure stops it
+// with -1 and leaves the earlier services registered.
 template <std::size_t N>
 int register_services(const std::array<ServiceRow, N> &table)
 {
