@@ -8,7 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   protobuf-c-compiler libprotobuf-c-dev
   libyaml-cpp-dev libcli11-dev libfmt-dev libpcap-dev
-  iproute2 binutils
+  iproute2 binutils ethtool iputils-ping iperf3 tshark python3-scapy valgrind
 )
 
 missing=()

@@ -1,0 +1,46 @@
+// The control socket between vxlanctl and efhost: a Unix-domain
+// SOCK_SEQPACKET socket whose every datagram is one EF channel envelope (20
+// framework bytes, module id, payload length, payload). Module 31 carries
+// VXLAN messages both ways; efhost's own replies use the console modules.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ctl {
+
+constexpr uint32_t kMagic = 0x45464D31;          // "EFM1"
+constexpr uint32_t kModuleVxlan = 31;            // VXLAN TLV messages
+constexpr uint32_t kModuleShowLine = 0xEF01;     // efhost -> client: one show line
+constexpr uint32_t kModuleDone = 0xEF02;         // efhost -> client: request processed
+constexpr uint32_t kFlagReplyWhenDone = 0x1;     // client asks for kModuleDone
+constexpr uint32_t kMaxPayload = 8196;           // largest VXLAN message
+constexpr size_t kHeaderLen = 28;
+
+struct Envelope {
+    uint32_t seq = 0;
+    uint32_t flags = 0;
+    uint32_t module = 0;
+    std::vector<uint8_t> payload;
+};
+
+// Serialises an envelope: framework header (magic, seq, src, dst, flags),
+// module id, length, payload; integers in host order.
+std::vector<uint8_t> encode(const Envelope &env);
+// Parses one datagram; false (with a reason) when it is not an envelope.
+bool decode(const uint8_t *data, size_t len, Envelope &env, std::string &error);
+
+// Connects to efhost's socket; -1 with error set on failure.
+int connect_socket(const std::string &path, std::string &error);
+// Creates, binds and listens on the socket path (an old socket file is
+// replaced); -1 with error set on failure.
+int listen_socket(const std::string &path, std::string &error);
+
+// Sends one envelope as one datagram; false with error set on failure.
+bool send_envelope(int fd, const Envelope &env, std::string &error);
+// Waits up to timeout_ms (-1 forever) for one envelope. Returns 1 with env
+// filled, 0 on timeout, -1 on error or a closed peer (error says which).
+int recv_envelope(int fd, Envelope &env, int timeout_ms, std::string &error);
+
+}  // namespace ctl
