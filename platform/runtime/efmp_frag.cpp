@@ -18,7 +18,6 @@ constexpr int kReason = 0;
 constexpr uint32_t kIpv4MinHeader = 20;
 constexpr uint32_t kIpv6Header = 40;
 constexpr uint32_t kFragHeader = 8;
-constexpr uint16_t kIpv4DontFragment = 0x4000;
 constexpr uint16_t kIpv4MoreFragments = 0x2000;
 constexpr uint16_t kIpv4OffsetMask = 0x1FFF;
 constexpr uint8_t kIpv6HopByHop = 0;
@@ -204,7 +203,10 @@ extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint
     const uint32_t hlen = (ip[0] & 0x0Fu) * 4u;
     const uint32_t total = be16(ip + 2);
     const uint16_t frag_word = be16(ip + 6);
-    if (hlen < kIpv4MinHeader || total < hlen || total > avail || (frag_word & kIpv4DontFragment))
+    // The tunnel ingress is where the inner packet meets the smaller MTU and
+    // nobody would hear an ICMP "fragmentation needed" from inside a tunnel,
+    // so DF does not stop the split; the fragments carry it no more.
+    if (hlen < kIpv4MinHeader || total < hlen || total > avail)
         return 0;
     const uint8_t *l2 = orig->head + orig->data_off;
     const std::vector<uint8_t> first_opts(ip + kIpv4MinHeader, ip + hlen);

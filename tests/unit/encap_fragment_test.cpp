@@ -181,7 +181,7 @@ TEST_F(EncapFragmentTest, FragmenterRefusalDropsTheFrameIntact)
     start_encap();
     const FrameSpec s{3000};
     std::vector<uint8_t> frame = make_frame(s);
-    frame[20] = 0x40;  // DF: the inner packet may not be fragmented
+    frame[14] = 0x44;  // an IPv4 header length below 20 bytes cannot be split
     efmp_buff_t *b = make_buff(frame, s, tunnel_cb());
     EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
     EXPECT_EQ(buff_bytes(b), frame);

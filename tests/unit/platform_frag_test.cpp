@@ -109,11 +109,23 @@ TEST_F(PlatformFragTest, Ipv4PieceSizeIsRoundedDownToEightByteUnits)
     EXPECT_EQ(reassemble_ipv4(frames(), 1450), frame);
 }
 
-TEST_F(PlatformFragTest, Ipv4DontFragmentIsRefusedAndTheBufferKept)
+TEST_F(PlatformFragTest, Ipv4DontFragmentIsSplitAndTheFragmentsNoLongerCarryIt)
 {
     std::vector<uint8_t> frame = make_frame(FrameSpec{2000});
     frame[20] = 0x40;
     set_header_checksum(frame);
+    ASSERT_EQ(split(buff_of(frame, false), 1000, false), 2u);
+    EXPECT_EQ(be16_at(buff_bytes(chain_[0]), 20), 0x2000);
+    EXPECT_EQ(be16_at(buff_bytes(chain_[1]), 20), 125);
+    frame[20] = 0;
+    set_header_checksum(frame);
+    EXPECT_EQ(reassemble_ipv4(frames(), 1000), frame);
+}
+
+TEST_F(PlatformFragTest, Ipv4HeaderShorterThanTwentyBytesIsRefusedAndTheBufferKept)
+{
+    std::vector<uint8_t> frame = make_frame(FrameSpec{2000});
+    frame[14] = 0x44;
     efmp_buff_t *b = buff_of(frame, false);
     EXPECT_EQ(split(b, 1000, false), 0u);
     EXPECT_EQ(first_, b);
