@@ -31,6 +31,9 @@ struct Engine {
     unsigned fail_proc = 0;
     unsigned fail_alloc = 0;
     long nodes_live = 0;
+    efrt::PortTx port_tx = nullptr;
+    void *port_tx_ctx = nullptr;
+    bool recording = true;
 };
 
 Engine &engine()
@@ -89,8 +92,27 @@ efrt::BcastRequest describe(const efmp_buff_t *buff, uint32_t flags_arg, bool re
     return r;
 }
 
+bool recording()
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    return engine().recording;
+}
+
 void record_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
 {
+    efrt::PortTx tx;
+    void *ctx;
+    bool recording;
+    {
+        std::lock_guard<std::mutex> g(engine().lock);
+        tx = engine().port_tx;
+        ctx = engine().port_tx_ctx;
+        recording = engine().recording;
+    }
+    if (tx != nullptr)
+        tx(ifindex, buff, ctx);
+    if (!recording)
+        return;
     efrt::PortSend s{ifindex, vlan_id(buff), buff->flags, vlan_flood, frame_bytes(buff)};
     std::lock_guard<std::mutex> g(engine().lock);
     engine().sends.push_back(std::move(s));
@@ -145,13 +167,9 @@ void deliver(efmp_buff_t *buff)
     lsm_intfcb_t *dst = buff->dst_intf;
     if (dst == nullptr)
         return;
-    for (const efmp_encap_t &e : efrt::efmp_encaps()) {
-        if (e.intf != dst || e.handler == nullptr)
-            continue;
-        if (e.handler(buff, e.intf) != 0)
-            return;
-        break;
-    }
+    const efmp_encap_fn hook = efrt::efmp_encap_of(dst);
+    if (hook != nullptr && hook(buff, dst) != 0)
+        return;
     if (buff->dst_intf != nullptr)
         record_send(buff->dst_intf->ifindex, buff, false);
 }
@@ -165,7 +183,9 @@ void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
         const int r = encap(&slot, n);
         {
             std::lock_guard<std::mutex> g(engine().lock);
-            engine().node_results.push_back(efrt::BcastNodeResult{n->kind, n->vid, n->ifindex, r});
+            if (engine().recording)
+                engine().node_results.push_back(
+                    efrt::BcastNodeResult{n->kind, n->vid, n->ifindex, r});
         }
         if (r == EF_Lost || slot == nullptr)
             continue;
@@ -210,7 +230,7 @@ extern "C" int efmp_bcast_proc(efmp_buff_t *copy, uint32_t flags)
     if (copy == nullptr)
         return 1;
     const bool refused = take_injection(engine().fail_proc);
-    {
+    if (recording()) {
         efrt::BcastRequest r = describe(copy, flags, refused);
         std::lock_guard<std::mutex> g(engine().lock);
         engine().requests.push_back(std::move(r));
@@ -269,6 +289,19 @@ std::vector<PortSend> port_take_sends()
     return out;
 }
 
+void set_port_tx(PortTx fn, void *ctx)
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().port_tx = fn;
+    engine().port_tx_ctx = ctx;
+}
+
+void bcast_set_recording(bool on)
+{
+    std::lock_guard<std::mutex> g(engine().lock);
+    engine().recording = on;
+}
+
 void bcast_fail_proc(unsigned n)
 {
     std::lock_guard<std::mutex> g(engine().lock);
@@ -295,6 +328,9 @@ void bcast_reset()
     engine().sends.clear();
     engine().fail_proc = 0;
     engine().fail_alloc = 0;
+    engine().port_tx = nullptr;
+    engine().port_tx_ctx = nullptr;
+    engine().recording = true;
 }
 
 }  // namespace efrt

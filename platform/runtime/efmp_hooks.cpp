@@ -164,6 +164,29 @@ std::vector<efmp_encap_t> efmp_encaps()
     return out;
 }
 
+void *eth_parser_of(uint32_t ifindex, uint32_t slot)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    auto it = hooks().eth.find({ifindex, slot});
+    return it == hooks().eth.end() ? nullptr : it->second.handler;
+}
+
+efmp_parser_fn efmp_parser_of(const lsm_intfcb_t *intf)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    for (const efmp_parser_t &p : hooks().parsers)
+        if (p.intf == intf)
+            return p.handler;
+    return nullptr;
+}
+
+efmp_encap_fn efmp_encap_of(const lsm_intfcb_t *intf)
+{
+    std::lock_guard<std::mutex> g(hooks().lock);
+    auto it = hooks().encaps.find(const_cast<lsm_intfcb_t *>(intf));
+    return it == hooks().encaps.end() ? nullptr : it->second.handler;
+}
+
 void efmp_encap_fail_register(int rc)
 {
     std::lock_guard<std::mutex> g(hooks().lock);

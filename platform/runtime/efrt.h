@@ -46,6 +46,11 @@ void task_fail_create(unsigned n);
 // Starts (or stops) a thread that advances the clock in real time.
 void tasks_start_timer_thread();
 void tasks_stop_timer_thread();
+// Task runs completed so far; waiting for a count lets a host know that
+// every message delivered before it was processed by the module's task.
+uint64_t tasks_completed_runs();
+// Waits until at least target runs completed; false after timeout_ms.
+bool tasks_wait_runs(uint64_t target, int timeout_ms);
 
 // ---- EF message channel ----
 struct SentMsg {
@@ -91,6 +96,13 @@ std::vector<std::string> syslog_texts();
 bool syslog_set_file(const std::string &path);
 // A fixed time stamp for syslog_get_current_time; empty restores the clock.
 void syslog_set_time_text(const std::string &text);
+// Called with every record's text as it is written (efhost's show replies);
+// nullptr for none.
+using SyslogListener = void (*)(const std::string &text, void *ctx);
+void syslog_set_listener(SyslogListener fn, void *ctx);
+// Whether records are kept for syslog_records (a long-running host turns
+// this off so that memory does not grow).
+void syslog_set_keep(bool keep);
 
 // ---- lsm ----
 void lsm_add(const lsm_intfcb_t &intf);

@@ -62,6 +62,13 @@ std::vector<BcastRequest> bcast_take_requests();
 std::vector<BcastNodeResult> bcast_node_results();
 std::vector<PortSend> port_sends();
 std::vector<PortSend> port_take_sends();
+// Where the engine's port sends go besides the record (efhost's ports);
+// nullptr for none. Called on the sending thread.
+using PortTx = void (*)(uint32_t ifindex, const efmp_buff_t *buff, void *ctx);
+void set_port_tx(PortTx fn, void *ctx);
+// Whether requests, node results and sends are recorded (on after reset; a
+// long-running host turns it off).
+void bcast_set_recording(bool on);
 // The next n efmp_bcast_proc calls answer 1 and take nothing.
 void bcast_fail_proc(unsigned n);
 // The next n efmp_mcast_alloc_nodes calls give no node.

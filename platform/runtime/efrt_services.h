@@ -58,6 +58,11 @@ std::vector<efmp_parser_t> efmp_parsers();
 void efmp_parser_fail_register(int rc);
 void efmp_parser_fail_deregister(int rc);
 std::vector<efmp_encap_t> efmp_encaps();
+// The hook attached to one interface, or nullptr: what a pipeline runs per
+// packet without copying the whole registry.
+void *eth_parser_of(uint32_t ifindex, uint32_t slot);
+efmp_parser_fn efmp_parser_of(const lsm_intfcb_t *intf);
+efmp_encap_fn efmp_encap_of(const lsm_intfcb_t *intf);
 // The next efmp_reg_encap returns rc instead.
 void efmp_encap_fail_register(int rc);
 

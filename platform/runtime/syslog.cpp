@@ -15,6 +15,9 @@ struct Log {
     std::vector<efrt::LogRecord> records;
     FILE *file = nullptr;
     std::string time_text;
+    efrt::SyslogListener listener = nullptr;
+    void *listener_ctx = nullptr;
+    bool keep = true;
 };
 
 Log &syslog_state()
@@ -54,8 +57,11 @@ extern "C" int printk_syslog_ext(int level, const char *module, const char *tag,
             std::fputc('\n', l.file);
         std::fflush(l.file);
     }
-    l.records.push_back(efrt::LogRecord{level, module ? module : "", tag ? tag : "", flag,
-                                        std::move(text)});
+    if (l.listener != nullptr)
+        l.listener(text, l.listener_ctx);
+    if (l.keep)
+        l.records.push_back(efrt::LogRecord{level, module ? module : "", tag ? tag : "", flag,
+                                            std::move(text)});
     return 0;
 }
 
@@ -121,6 +127,19 @@ void syslog_reset()
     std::lock_guard<std::mutex> g(l.lock);
     l.records.clear();
     l.time_text.clear();
+}
+
+void syslog_set_listener(SyslogListener fn, void *ctx)
+{
+    std::lock_guard<std::mutex> g(syslog_state().lock);
+    syslog_state().listener = fn;
+    syslog_state().listener_ctx = ctx;
+}
+
+void syslog_set_keep(bool keep)
+{
+    std::lock_guard<std::mutex> g(syslog_state().lock);
+    syslog_state().keep = keep;
 }
 
 }  // namespace efrt

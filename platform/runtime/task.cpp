@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -32,6 +33,8 @@ struct Scheduler {
     unsigned fail_create = 0;
     std::thread timer;
     std::atomic<bool> timer_run{false};
+    std::condition_variable_any runs_done;
+    uint64_t completed_runs = 0;
 };
 
 Scheduler &sched()
@@ -77,6 +80,8 @@ void run_until(uint64_t limit)
         task->running = false;
         if (task->deleted)
             erase(s, task);
+        s.completed_runs++;
+        s.runs_done.notify_all();
     }
 }
 
@@ -195,6 +200,20 @@ void tasks_stop_timer_thread()
     if (!s.timer_run.exchange(false))
         return;
     s.timer.join();
+}
+
+uint64_t tasks_completed_runs()
+{
+    std::lock_guard<std::recursive_mutex> g(sched().lock);
+    return sched().completed_runs;
+}
+
+bool tasks_wait_runs(uint64_t target, int timeout_ms)
+{
+    Scheduler &s = sched();
+    std::unique_lock<std::recursive_mutex> g(s.lock);
+    return s.runs_done.wait_for(g, std::chrono::milliseconds(timeout_ms),
+                                [&s, target] { return s.completed_runs >= target; });
 }
 
 }  // namespace efrt

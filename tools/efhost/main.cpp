@@ -1,8 +1,43 @@
-// efhost: the forwarding process that loads the VXLAN module (being written).
+// efhost: the forwarding process that loads the VXLAN module and runs it on
+// Linux network devices or capture files.
+#include <CLI/CLI.hpp>
+
+#include <csignal>
 #include <cstdio>
 
-int main()
+#include "config.h"
+#include "host.h"
+
+int main(int argc, char **argv)
 {
-    std::fprintf(stderr, "efhost: not built yet\n");
-    return 1;
+    CLI::App app{"efhost: runs the VXLAN module (libtq_vxlan_ef.so) on Linux ports"};
+    std::string config_path;
+    app.add_option("-c,--config", config_path, "YAML configuration file (see docs/efhost-config.md)")
+        ->required();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        return app.exit(e) == 0 ? 0 : 2;
+    }
+
+    efhost::Config cfg;
+    std::string error;
+    if (!efhost::load_config(config_path, cfg, error)) {
+        std::fprintf(stderr, "efhost: %s\n", error.c_str());
+        return 2;
+    }
+    // Every thread started from here on inherits the blocked stop signals, so
+    // only the main thread's wait receives them.
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGINT);
+    sigaddset(&stop, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+    try {
+        efhost::Host host(std::move(cfg));
+        return host.run(stop);
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "efhost: %s\n", e.what());
+        return 1;
+    }
 }

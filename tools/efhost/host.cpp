@@ -1,0 +1,205 @@
+// One efhost run, from configuration to clean exit.
+#include "host.h"
+
+#include <cstdio>
+#include <ctime>
+#include <thread>
+
+#include "efrt.h"
+#include "efrt_l3.h"
+
+namespace efhost {
+
+namespace {
+
+constexpr int kWithdrawTimeoutMs = 5000;
+
+std::vector<uint8_t> empty_resync()
+{
+    // ver 1, len 12, two TLVs: SYNC_DATA_BEGIN and SYNC_DATA_OVER, no values.
+    return {1, 12, 0, 2, 1, 0, 0, 0, 2, 0, 0, 0};
+}
+
+void say(const std::string &text) { std::fprintf(stderr, "efhost: %s\n", text.c_str()); }
+
+}  // namespace
+
+Host::~Host() { shutdown(); }
+
+int Host::run(const sigset_t &stop_signals)
+{
+    std::string error;
+    if (!start(error)) {
+        say(error);
+        shutdown();
+        return 1;
+    }
+    say("forwarding; control socket " + cfg_.control_socket);
+    wait(stop_signals);
+    shutdown();
+    report();
+    return 0;
+}
+
+bool Host::open_ports(std::string &error)
+{
+    for (const InterfaceConfig &ic : cfg_.interfaces) {
+        if (!ic.attach.present())
+            continue;
+        std::unique_ptr<Port> port = ic.attach.is_pcap()
+                                         ? make_pcap_port(ic.attach.pcap_in, ic.attach.pcap_out)
+                                         : make_afpacket_port(ic.attach.device);
+        if (!port->open(error)) {
+            error = "interface " + ic.name + ": " + error;
+            return false;
+        }
+        ports_[ic.index] = std::move(port);
+    }
+    return true;
+}
+
+bool Host::start(std::string &error)
+{
+    if (!prepare_platform(cfg_, error) || !open_ports(error))
+        return false;
+    const std::string path = cfg_.module_path.empty() ? default_module_path() : cfg_.module_path;
+    if (!module_.load(path, error))
+        return false;
+    create_interfaces(cfg_);
+    efrt::tasks_start_timer_thread();
+    connect_appdb(cfg_);
+    housekeeper_.start();
+    platform_threads_ = true;
+
+    std::vector<L3Port> l3_ports;
+    std::map<uint32_t, Port *> raw_ports;
+    for (const InterfaceConfig &ic : cfg_.interfaces) {
+        auto it = ports_.find(ic.index);
+        if (it == ports_.end())
+            continue;
+        raw_ports[ic.index] = it->second.get();
+        l3_ports.push_back(L3Port{ic.index, it->second.get(), ic.mac, ic.mtu, ic.addresses});
+    }
+    l3_ = std::make_unique<L3Engine>(l3_ports, cfg_.routes, cfg_.neighbours);
+    l3_->start();
+    pipeline_ = std::make_unique<Pipeline>(cfg_, raw_ports, l3_.get());
+    pipeline_->attach_to_platform();
+    if (!control_.start(cfg_.control_socket, error))
+        return false;
+    start_ports(false);
+    return true;
+}
+
+void Host::start_ports(bool capture_ports)
+{
+    for (const InterfaceConfig &ic : cfg_.interfaces) {
+        auto it = ports_.find(ic.index);
+        if (it == ports_.end() || ic.attach.is_pcap() != capture_ports)
+            continue;
+        const uint32_t ifindex = ic.index;
+        Pipeline *pipeline = pipeline_.get();
+        it->second->start([pipeline, ifindex](const uint8_t *frame, size_t len) {
+            pipeline->receive(ifindex, frame, len);
+        });
+    }
+}
+
+bool Host::has_capture_ports() const
+{
+    for (const InterfaceConfig &ic : cfg_.interfaces)
+        if (ic.attach.is_pcap())
+            return true;
+    return false;
+}
+
+bool Host::captures_done() const
+{
+    for (const InterfaceConfig &ic : cfg_.interfaces) {
+        auto it = ports_.find(ic.index);
+        if (ic.attach.is_pcap() && it != ports_.end() && !it->second->input_done())
+            return false;
+    }
+    return l3_->idle();
+}
+
+// Until a stop signal; with capture ports, inputs are read only once the
+// first resynchronisation is complete, and the run ends when all were
+// processed and nothing waits in the L3 engine.
+void Host::wait(const sigset_t &stop_signals)
+{
+    const bool captures = has_capture_ports();
+    bool captures_started = false;
+    for (;;) {
+        timespec tick{0, 50 * 1000 * 1000};
+        const int sig = sigtimedwait(&stop_signals, nullptr, &tick);
+        if (sig > 0) {
+            say(std::string("stopping on ") + (sig == SIGINT ? "SIGINT" : "SIGTERM"));
+            return;
+        }
+        if (!captures)
+            continue;
+        if (!captures_started && control_.data_ready()) {
+            say("data ready: reading the input captures");
+            start_ports(true);
+            captures_started = true;
+        }
+        if (captures_started && captures_done()) {
+            say("every input capture processed");
+            return;
+        }
+    }
+}
+
+// The module keeps what it was given until it is told otherwise; an empty
+// resynchronisation before exit hands every record back, sub-interfaces
+// included, so that nothing outlives the instance.
+void Host::withdraw_configuration()
+{
+    const uint64_t processed = efrt::tasks_completed_runs() + 2;
+    efrt::msg_deliver(EF_MSG_MODULE_VXLAN, empty_resync());
+    efrt::tasks_wait_runs(processed, kWithdrawTimeoutMs);
+}
+
+void Host::shutdown()
+{
+    if (stopping_.exchange(true))
+        return;
+    for (auto &[ifx, port] : ports_)
+        port->stop();
+    control_.stop();
+    if (module_.loaded() && platform_threads_)
+        withdraw_configuration();
+    if (l3_)
+        l3_->stop();
+    if (pipeline_)
+        pipeline_->detach_from_platform();
+    housekeeper_.stop();
+    efrt::tasks_stop_timer_thread();
+    module_.unload();
+    efrt::l3_reset();
+    efrt::reset();
+}
+
+void Host::report() const
+{
+    if (!pipeline_)
+        return;
+    const PipelineStats s = pipeline_->stats();
+    std::fprintf(stderr,
+                 "efhost: frames received %llu, sent on ports %llu, taken by the module %llu, "
+                 "parser drops %llu, without VNI %llu, dropped %llu, routed %llu, underlay %llu\n",
+                 static_cast<unsigned long long>(s.received),
+                 static_cast<unsigned long long>(s.forwarded),
+                 static_cast<unsigned long long>(s.consumed),
+                 static_cast<unsigned long long>(s.parser_drops),
+                 static_cast<unsigned long long>(s.no_vni),
+                 static_cast<unsigned long long>(s.dropped),
+                 static_cast<unsigned long long>(s.routed),
+                 static_cast<unsigned long long>(s.underlay));
+    for (const auto &[ifx, port] : ports_)
+        std::fprintf(stderr, "efhost: interface %u: %llu frames in, %llu out\n", ifx,
+                     static_cast<unsigned long long>(port->rx_frames()),
+                     static_cast<unsigned long long>(port->tx_frames()));
+}
+
+}  // namespace efhost

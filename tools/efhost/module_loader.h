@@ -1,0 +1,28 @@
+// Loading the VXLAN module into efhost: dlopen, then its start-up entry;
+// its shut-down entry, then dlclose.
+#pragma once
+
+#include <string>
+
+namespace efhost {
+
+class ModuleLoader {
+public:
+    ~ModuleLoader();
+    // Loads the shared object and runs vxlan_ef_init; false with a message
+    // when the file cannot be loaded, lacks an entry point, or start fails.
+    bool load(const std::string &path, std::string &error);
+    // Runs vxlan_ef_exit and unloads (idempotent).
+    void unload();
+    bool loaded() const { return handle_ != nullptr; }
+
+private:
+    void *handle_ = nullptr;
+    int (*exit_fn_)() = nullptr;
+};
+
+// The default module path: libtq_vxlan_ef.so in the build tree beside efhost
+// (../src/ relative to the executable), else next to it.
+std::string default_module_path();
+
+}  // namespace efhost
