@@ -40,6 +40,29 @@ void bind_cpu_slot()
     bound = true;
 }
 
+// The platform's Ethernet layer classifies what a port receives; the
+// module's access path relies on it (only IP frames can be fragmented, ARP
+// and ND are recognised for suppression).
+uint8_t classify(const uint8_t *frame, size_t len)
+{
+    size_t off = 12;
+    uint16_t type = static_cast<uint16_t>(frame[off] << 8 | frame[off + 1]);
+    for (int tags = 0; tags < 2 && type == 0x8100 && off + 6 <= len; ++tags) {
+        off += 4;
+        type = static_cast<uint16_t>(frame[off] << 8 | frame[off + 1]);
+    }
+    switch (type) {
+    case 0x0800:
+        return 1;
+    case 0x0806:
+        return 2;
+    case 0x86DD:
+        return 27;
+    default:
+        return 0;
+    }
+}
+
 void tx_hook(uint32_t ifindex, const efmp_buff_t *buff, void *ctx)
 {
     static_cast<Pipeline *>(ctx)->transmit(ifindex, buff);
@@ -80,6 +103,7 @@ void Pipeline::receive(uint32_t ifindex, const uint8_t *frame, size_t len)
     buff->src_ifx = ifindex;
     buff->l2_len = kEthHeader;
     buff->l3_off = static_cast<uint16_t>(buff->data_off + kEthHeader);
+    buff->pkt_type = classify(frame, len);
     if (buff->src_intf == nullptr) {
         efmp_buff_free_sw_user(kReason, buff);
         return count(counters_.dropped);
