@@ -31,6 +31,7 @@ struct L3Stats {
     uint64_t unresolved = 0;    // dropped: next hop never resolved
     uint64_t arp_replies = 0;   // ARP replies and neighbour advertisements sent
     uint64_t queued = 0;        // packets waiting for resolution now
+    uint64_t queue_full = 0;    // dropped: too many already waiting for one next hop
 };
 
 class L3Engine {
@@ -54,6 +55,10 @@ public:
     // it after sending what is queued.
     void start();
     void stop();
+    // One round of the worker's work on the calling thread: sends and frees
+    // every buffer of the hand-off queue, then retries or gives up the
+    // resolutions that are due.
+    void poll();
     // True when nothing waits in the hand-off queue or for resolution.
     bool idle() const;
     L3Stats stats() const;
