@@ -1,0 +1,176 @@
+// The requests of the raw, show, debug, techdump and apply verbs, and the hex
+// reader of raw.
+#include <array>
+#include <string_view>
+
+#include "apply_config.h"
+#include "request.h"
+
+namespace vxlanctl {
+
+namespace {
+
+constexpr uint16_t kTechDumpBit = 0x4;
+
+// The show tables by word, with their show ids.
+struct ShowDef {
+    std::string_view word;
+    uint16_t id;
+};
+constexpr std::array<ShowDef, 5> kShows = {{{"status", 3}, {"entry", 1}, {"intf", 4}, {"vrf", 5}, {"subif", 6}}};
+
+Request one_tlv(const Tlv &tlv)
+{
+    std::string unused;
+    Request request;
+    request.messages = *pack_messages({tlv}, unused);
+    request.tlv_count = 1;
+    return request;
+}
+
+std::optional<uint64_t> number_upto(const std::string &text, uint64_t max)
+{
+    const auto v = parse_unsigned(text);
+    return v && *v <= max ? v : std::nullopt;
+}
+
+int hex_digit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+}  // namespace
+
+std::optional<std::vector<uint8_t>> parse_hex(const std::string &text, std::string &error)
+{
+    std::vector<uint8_t> bytes;
+    int pending = -1;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == ' ' || c == ':')
+            continue;
+        const int d = hex_digit(c);
+        if (d < 0) {
+            error = "'" + std::string(1, c) + "' at position " + std::to_string(i + 1) +
+                    " is not a hex digit, a space or a colon";
+            return std::nullopt;
+        }
+        if (pending < 0) {
+            pending = d;
+        } else {
+            bytes.push_back(static_cast<uint8_t>(pending << 4 | d));
+            pending = -1;
+        }
+    }
+    if (pending >= 0) {
+        error = "odd number of hex digits (" + std::to_string(bytes.size() * 2 + 1) + ")";
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+std::optional<Request> raw_request(const std::vector<std::string> &hex, std::string &error)
+{
+    std::string text;
+    for (const std::string &part : hex)
+        text += (text.empty() ? "" : " ") + part;
+    auto bytes = parse_hex(text, error);
+    if (!bytes) {
+        error = "vxlanctl: raw: " + error;
+        return std::nullopt;
+    }
+    Request request;
+    request.messages.push_back(std::move(*bytes));
+    return request;
+}
+
+std::optional<Request> show_request(const std::vector<std::string> &args, std::string &error)
+{
+    const std::string prefix = "vxlanctl: show: ";
+    const ShowDef *show = nullptr;
+    for (const ShowDef &s : kShows)
+        if (!args.empty() && s.word == args[0])
+            show = &s;
+    if (show == nullptr) {
+        error = prefix + "unknown table '" + (args.empty() ? "" : args[0]) +
+                "'; choose status, entry [VNI], intf, vrf or subif";
+        return std::nullopt;
+    }
+    const size_t allowed = show->word == "entry" ? 2 : 1;
+    if (args.size() > allowed) {
+        error = prefix + "'" + args[0] + "' takes " + (allowed == 2 ? "at most one VNI" : "no argument") +
+                ", got '" + args[allowed] + "'";
+        return std::nullopt;
+    }
+    uint64_t vni = 0;
+    if (args.size() == 2) {
+        const auto v = number_upto(args[1], 0xFFFFFFFF);
+        if (!v) {
+            error = prefix + "VNI '" + args[1] + "' is not a number in 0..4294967295";
+            return std::nullopt;
+        }
+        vni = *v;
+    }
+    return one_tlv(TlvWriter(kEfShow).number("show_id", show->id).number("vni", static_cast<int64_t>(vni)).tlv());
+}
+
+std::optional<Request> debug_request(const std::vector<std::string> &args, std::string &error)
+{
+    const std::string prefix = "vxlanctl: debug: ";
+    if (args.size() != 1 && args.size() != 3) {
+        error = prefix + "give MASK alone or MASK IFX BUDGET, got " + std::to_string(args.size()) + " arguments";
+        return std::nullopt;
+    }
+    const char *names[] = {"MASK", "IFX", "BUDGET"};
+    const uint64_t max[] = {0xFFFF, 0xFFFFFFFF, 0xFFFFFFFF};
+    uint64_t values[3] = {0, 0, 0};
+    for (size_t i = 0; i < args.size(); ++i) {
+        const auto v = number_upto(args[i], max[i]);
+        if (!v) {
+            error = prefix + names[i] + " '" + args[i] + "' is not a number in 0.." + std::to_string(max[i]) +
+                    " (decimal or 0x hex)";
+            return std::nullopt;
+        }
+        values[i] = *v;
+    }
+    return one_tlv(TlvWriter(kEfDbg)
+                       .number("mask", static_cast<int64_t>(values[0]))
+                       .number("trace_ifx", static_cast<int64_t>(values[1]))
+                       .number("budget", static_cast<int64_t>(values[2]))
+                       .tlv());
+}
+
+Request techdump_request()
+{
+    Request request = one_tlv(TlvWriter(kEfCtrl).number("ctrl", kTechDumpBit).number("oper", 1).tlv());
+    request.finish_line = "vxlanctl: tech-support dump written";
+    return request;
+}
+
+std::optional<Request> apply_request(const std::string &path, std::string &error)
+{
+    const auto config = read_apply_file(path, error);
+    if (!config)
+        return std::nullopt;
+    const std::vector<Tlv> tlvs = apply_tlvs(*config);
+    auto messages = pack_messages(tlvs, error);
+    if (!messages) {
+        error = "vxlanctl: " + error;
+        return std::nullopt;
+    }
+    Request request;
+    request.messages = std::move(*messages);
+    request.tlv_count = tlvs.size();
+    request.until_data_ready = true;
+    request.report_sent = true;
+    request.finish_line = "vxlanctl: data ready";
+    return request;
+}
+
+}  // namespace vxlanctl
