@@ -63,6 +63,21 @@ uint8_t classify(const uint8_t *frame, size_t len)
     }
 }
 
+// The tunnel MTU handed to the module with every frame. Its size check
+// counts the inner packet after a 20-byte IP header against the MTU less the
+// outer headers, which leaves the inner Ethernet header and the rest of an
+// IPv6 inner header (20 + 20 bytes) out; taking them off here keeps every
+// outer packet within the smallest underlay port's MTU.
+uint16_t tunnel_mtu(const Config &cfg)
+{
+    constexpr uint32_t kUncounted = 40;
+    uint32_t mtu = 0;
+    for (const InterfaceConfig &ic : cfg.interfaces)
+        if (!ic.addresses.empty() && (mtu == 0 || ic.mtu < mtu))
+            mtu = ic.mtu;
+    return mtu > kUncounted + 70 ? static_cast<uint16_t>(mtu - kUncounted) : 0;
+}
+
 void tx_hook(uint32_t ifindex, const efmp_buff_t *buff, void *ctx)
 {
     static_cast<Pipeline *>(ctx)->transmit(ifindex, buff);
@@ -78,6 +93,7 @@ Pipeline::Pipeline(const Config &cfg, std::map<uint32_t, Port *> ports, L3Engine
             continue;
         ports_[ic.index] = PortInfo{it->second, ic.pvid, !ic.addresses.empty()};
     }
+    tunnel_mtu_ = tunnel_mtu(cfg);
 }
 
 void Pipeline::attach_to_platform() { efrt::set_port_tx(tx_hook, this); }
@@ -104,6 +120,7 @@ void Pipeline::receive(uint32_t ifindex, const uint8_t *frame, size_t len)
     buff->l2_len = kEthHeader;
     buff->l3_off = static_cast<uint16_t>(buff->data_off + kEthHeader);
     buff->pkt_type = classify(frame, len);
+    buff->vxlan_mtu = tunnel_mtu_;
     if (buff->src_intf == nullptr) {
         efmp_buff_free_sw_user(kReason, buff);
         return count(counters_.dropped);

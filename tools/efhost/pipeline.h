@@ -56,6 +56,7 @@ private:
 
     std::map<uint32_t, PortInfo> ports_;
     L3Engine *l3_;
+    uint16_t tunnel_mtu_ = 0;
     struct Counters {
         std::atomic<uint64_t> received{0}, parser_drops{0}, no_vni{0}, forwarded{0}, consumed{0},
             dropped{0}, routed{0}, underlay{0};
