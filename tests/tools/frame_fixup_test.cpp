@@ -393,4 +393,82 @@ TEST(FrameFixupTest, SuperFrameWithStrippedTagIsTaggedAndSegmented)
     expect_segments(tagged, at, r.frames, header_len, 1460, 3);
 }
 
+// A VXLAN/UDP packet around an inner frame, as a kernel VTEP sends it: the
+// outer UDP checksum over IPv6 (or 0 over IPv4) computed for the final inner
+// bytes.
+std::pair<Bytes, Layout> vxlan_around(const Bytes &inner, bool outer_v6)
+{
+    Bytes f = ethernet({}, outer_v6 ? 0x86DD : 0x0800);
+    Layout at{f.size(), 0, outer_v6, kUdp};
+    const size_t l4_len = 16 + inner.size();
+    if (outer_v6)
+        append_ipv6(f, kUdp, l4_len);
+    else
+        append_ipv4(f, kUdp, l4_len, 0x1000);
+    at.l4 = f.size();
+    put16(f, 51000);
+    put16(f, 4789);
+    put16(f, static_cast<uint16_t>(l4_len));
+    put16(f, 0);
+    f.insert(f.end(), {0x08, 0, 0, 0, 0, 0x03, 0xE8, 0});
+    f.insert(f.end(), inner.begin(), inner.end());
+    if (outer_v6)
+        write_reference_l4_checksum(f, at);
+    return {f, at};
+}
+
+TEST(FrameFixupTest, PendingChecksumOfAVxlanPacketIsTheInnerFramesAndTheOuterStaysValid)
+{
+    for (bool outer_v6 : {false, true}) {
+        SCOPED_TRACE(outer_v6 ? "IPv6 outer" : "IPv4 outer");
+        const auto [inner, inner_at] = build({false, kTcp, {}, 301, kAck, {}});
+        const auto [good, at] = vxlan_around(inner, outer_v6);
+        Bytes pending = good;
+        const size_t inner_start = at.l4 + 16;
+        set16(pending, inner_start + inner_at.l4 + 16, 0x1234);  // left to offload
+        efhost::RxOffloadInfo info;
+        info.checksum_pending = true;
+        const efhost::FixupResult r = fix_up(pending, info);
+        ASSERT_EQ(r.frames.size(), 1u);
+        EXPECT_EQ(r.frames[0], good);
+    }
+}
+
+TEST(FrameFixupTest, VxlanPacketCarryingATcpSuperFrameIsCutIntoVxlanPacketsWithinTheMtu)
+{
+    for (bool outer_v6 : {false, true}) {
+        SCOPED_TRACE(outer_v6 ? "IPv6 outer" : "IPv4 outer");
+        const size_t inner_headers = 14 + 20 + 20;
+        const auto [inner, inner_at] = build({false, kTcp, {}, 9000, kAck | kPsh, {}});
+        const auto [super, at] = vxlan_around(inner, outer_v6);
+        const size_t outer_headers = at.l4 + 16;
+        const size_t mss = 1500 - (outer_headers - at.l3) - inner_headers;
+        const efhost::FixupResult r = fix_up(super, {});
+        ASSERT_FALSE(r.dropped);
+        std::vector<Bytes> inner_segments;
+        for (size_t k = 0; k < r.frames.size(); ++k) {
+            SCOPED_TRACE("packet " + std::to_string(k));
+            const Bytes &p = r.frames[k];
+            EXPECT_LE(p.size() - at.l3, 1500u);
+            if (outer_v6) {
+                EXPECT_EQ(get16(p, at.l3 + 4), p.size() - at.l3 - 40);
+            } else {
+                EXPECT_EQ(get16(p, at.l3 + 2), p.size() - at.l3);
+                EXPECT_EQ(get16(p, at.l3 + 4), 0x1000 + k);
+                EXPECT_TRUE(ipv4_header_valid(p, at));
+                EXPECT_EQ(get16(p, at.l4 + 6), 0) << "an unused UDP checksum stays unused";
+            }
+            EXPECT_EQ(get16(p, at.l4 + 4), p.size() - at.l4);
+            if (outer_v6) {
+                EXPECT_TRUE(l4_checksum_valid(p, at));
+            }
+            EXPECT_EQ(Bytes(p.begin() + static_cast<long>(at.l4 + 8), p.begin() + static_cast<long>(outer_headers)),
+                      Bytes(super.begin() + static_cast<long>(at.l4 + 8), super.begin() + static_cast<long>(outer_headers)));
+            inner_segments.emplace_back(p.begin() + static_cast<long>(outer_headers), p.end());
+        }
+        expect_segments(inner, inner_at, inner_segments, inner_headers, mss,
+                        (9000 + mss - 1) / mss);
+    }
+}
+
 }  // namespace

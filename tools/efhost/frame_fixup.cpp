@@ -221,7 +221,85 @@ Frame make_segment(const Frame &frame, const IpLayout &ip, size_t headers_end, s
     return seg;
 }
 
+// A VXLAN packet's inner frame starts behind the UDP and VXLAN headers;
+// 0 when the frame is not VXLAN to the standard port. A kernel VTEP next to
+// us leaves the inner L4 checksum, and segmentation of the inner TCP, to
+// offload, with the outer headers already final.
+size_t vxlan_inner_start(const uint8_t *f, const IpLayout &ip)
+{
+    constexpr uint16_t kVxlanPort = 4789;
+    constexpr size_t kUdpAndVxlan = 16;
+    if (ip.proto != kProtoUdp || ip.end < ip.l4 + kUdpAndVxlan + 14)
+        return 0;
+    return load_be16(f + ip.l4 + 2) == kVxlanPort ? ip.l4 + kUdpAndVxlan : 0;
+}
+
+// After the inner frame changed: the outer lengths, IPv4 id and header
+// checksum, and a UDP checksum the sender used (always over IPv6).
+void refresh_outer_headers(Frame &f, IpLayout ip, size_t index)
+{
+    uint8_t *s = f.data();
+    ip.end = f.size();
+    if (ip.v6) {
+        store_be16(s + ip.l3 + 4, static_cast<uint16_t>(ip.end - ip.l3 - 40));
+    } else {
+        store_be16(s + ip.l3 + 2, static_cast<uint16_t>(ip.end - ip.l3));
+        store_be16(s + ip.l3 + 4, static_cast<uint16_t>(load_be16(s + ip.l3 + 4) + index));
+        write_ipv4_header_checksum(s, ip);
+    }
+    store_be16(s + ip.l4 + 4, static_cast<uint16_t>(ip.end - ip.l4));
+    if (ip.v6 || load_be16(s + ip.l4 + 6) != 0)
+        write_l4_checksum(s, ip);
+}
+
+Frame inner_frame(const Frame &f, const IpLayout &ip, size_t inner)
+{
+    return Frame(f.begin() + static_cast<std::ptrdiff_t>(inner),
+                 f.begin() + static_cast<std::ptrdiff_t>(ip.end));
+}
+
+// Outer headers of f (up to inner) followed by an inner frame.
+Frame encapsulated(const Frame &f, size_t inner, const Frame &inner_bytes)
+{
+    Frame out(f.begin(), f.begin() + static_cast<std::ptrdiff_t>(inner));
+    out.insert(out.end(), inner_bytes.begin(), inner_bytes.end());
+    return out;
+}
+
 }  // namespace
+
+bool complete_vxlan_inner_checksum(Frame &frame)
+{
+    const std::optional<IpLayout> ip = locate_ip(frame.data(), frame.size());
+    const size_t inner = ip ? vxlan_inner_start(frame.data(), *ip) : 0;
+    if (inner == 0)
+        return false;
+    Frame in = inner_frame(frame, *ip, inner);
+    if (!complete_l4_checksum(in))
+        return false;
+    frame = encapsulated(frame, inner, in);
+    refresh_outer_headers(frame, *ip, 0);
+    return true;
+}
+
+std::vector<Frame> segment_vxlan_tcp(const Frame &frame, uint32_t mtu)
+{
+    const std::optional<IpLayout> ip = locate_ip(frame.data(), frame.size());
+    const size_t inner = ip ? vxlan_inner_start(frame.data(), *ip) : 0;
+    if (inner == 0)
+        return {};
+    const Frame in = inner_frame(frame, *ip, inner);
+    const size_t overhead = inner - ip->l3 + ethernet_header_length(in.data(), in.size());
+    if (mtu <= overhead)
+        return {};
+    std::vector<Frame> segments;
+    size_t index = 0;
+    for (const Frame &seg : segment_tcp(in, static_cast<uint32_t>(mtu - overhead))) {
+        segments.push_back(encapsulated(frame, inner, seg));
+        refresh_outer_headers(segments.back(), *ip, index++);
+    }
+    return segments;
+}
 
 void insert_vlan_tag(Frame &frame, uint16_t tpid, uint16_t tci)
 {
@@ -277,10 +355,13 @@ FixupResult fix_up_received_frame(const uint8_t *frame, size_t len, const RxOffl
     if (info.vlan_stripped) insert_vlan_tag(f, info.vlan_tpid, info.vlan_tci);
     if (exceeds_mtu(f.data(), f.size(), mtu)) {
         result.frames = segment_tcp(f, mtu);
+        if (result.frames.empty())
+            result.frames = segment_vxlan_tcp(f, mtu);
         result.dropped = result.frames.empty();
         return result;
     }
-    if (info.checksum_pending) complete_l4_checksum(f);
+    if (info.checksum_pending && !complete_vxlan_inner_checksum(f))
+        complete_l4_checksum(f);
     result.frames.push_back(std::move(f));
     return result;
 }

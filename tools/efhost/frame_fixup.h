@@ -46,8 +46,21 @@ bool complete_l4_checksum(Frame &frame);
 // for payload.
 std::vector<Frame> segment_tcp(const Frame &frame, uint32_t mtu);
 
+// For a VXLAN packet (UDP port 4789) whose inner checksum a kernel VTEP on
+// this machine left to offload: completes the inner frame's L4 checksum and
+// refreshes the outer UDP checksum when one is used. False, unchanged, for
+// anything else.
+bool complete_vxlan_inner_checksum(Frame &frame);
+
+// Cuts a VXLAN packet carrying a TCP super-frame (UDP tunnel segmentation
+// left to offload) into VXLAN packets of at most mtu bytes of outer IP, each
+// inner segment as segment_tcp makes it and each outer header fixed (lengths,
+// IPv4 id and checksum, UDP length and checksum). Empty for anything else.
+std::vector<Frame> segment_vxlan_tcp(const Frame &frame, uint32_t mtu);
+
 // The whole receive fix-up: tag reinsertion, then segmentation of an
-// oversize TCP frame or checksum completion. frames is empty and dropped
+// oversize TCP frame (plain or inside VXLAN) or checksum completion (of a
+// VXLAN packet's inner frame, else of the frame's own L4). frames is empty and dropped
 // true when the frame is oversize and cannot be segmented.
 struct FixupResult {
     std::vector<Frame> frames;
