@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# efhost under valgrind: configured through vxlanctl, asked for its shows,
+# then stopped with SIGTERM; the module exits, efhost unloads it and exits 0
+# with no leak and no memory error.
+set -u
+fail() { printf '%s\n' "FAIL: $*" >&2; exit 1; }
+[ -x "$EFHOST" ] || fail "efhost not found at '$EFHOST'"
+command -v valgrind >/dev/null || fail "valgrind is not installed"
+DIR=$(mktemp -d /tmp/vxvg.XXXXXX)
+PID=
+cleanup() { [ -n "$PID" ] && kill -KILL "$PID" 2>/dev/null; rm -rf "$DIR"; }
+trap cleanup EXIT
+
+cat > "$DIR/efhost.yaml" <<YAML
+instance: 4
+tmpdir: $DIR/tmp
+control_socket: $DIR/ctl.sock
+capabilities: {CAP_VXLAN_BASE: true, CAP_FWDMODE_SOFT: true}
+interfaces:
+  - {index: 1, name: access1, pvid: 10, vlans: [10]}
+  - {index: 2, name: uplink, stack: tcpip, addresses: [10.99.0.1/24]}
+  - {index: 101, name: tunnel-1, type: 45}
+  - {index: 201, name: sub-1, parent: 1}
+  - {index: 4094, name: L2LOCAL, type: 32}
+YAML
+cat > "$DIR/overlay.yaml" <<YAML
+vnis:
+  - {vni: 1000, vlans: [10]}
+tunnels:
+  - {interface: 101, source: 10.99.0.1, destination: 10.99.0.2, vnis: [1000]}
+subinterfaces:
+  - {interface: 201, parent: 1, vni: 1000, svid: 30, cvid: 0}
+YAML
+valgrind --leak-check=full --show-leak-kinds=definite,indirect --errors-for-leak-kinds=definite,indirect \
+    --error-exitcode=99 "$EFHOST" --config "$DIR/efhost.yaml" > "$DIR/valgrind.txt" 2>&1 &
+PID=$!
+for _ in $(seq 300); do [ -S "$DIR/ctl.sock" ] && break; sleep 0.1; done
+[ -S "$DIR/ctl.sock" ] || { cat "$DIR/valgrind.txt"; fail "efhost did not start under valgrind"; }
+"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 apply "$DIR/overlay.yaml" || fail "apply"
+"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 show entry 1000 || fail "show entry"
+"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 show subif || fail "show subif"
+kill -TERM "$PID"
+rc=0
+wait "$PID" || rc=$?
+PID=
+grep -E "ERROR SUMMARY|definitely lost|indirectly lost|All heap blocks" "$DIR/valgrind.txt"
+[ "$rc" = 0 ] || { cat "$DIR/valgrind.txt"; fail "efhost under valgrind exited with status $rc"; }
+echo "PASS: clean stop under valgrind"
