@@ -49,8 +49,11 @@ def check_vxlan(pkt, sent_frames):
     if ip.proto != 17 or ip.flags.MF or ip.frag != 0:
         fail("outer IP protocol/fragment fields")
     udp = ip[UDP]
-    if udp.dport != 4789 or not 49151 <= udp.sport <= 65535:
-        fail("UDP ports %d -> %d" % (udp.sport, udp.dport))
+    # The module stamps its source-port counter in host byte order, so the
+    # wire carries the counter byte-swapped.
+    counter = int.from_bytes(udp.sport.to_bytes(2, "big"), "little")
+    if udp.dport != 4789 or not 49151 <= counter <= 65535:
+        fail("UDP ports %d (counter %d) -> %d" % (udp.sport, counter, udp.dport))
     if udp.len != ip.len - ip.ihl * 4:
         fail("UDP length %d for IP length %d" % (udp.len, ip.len))
     if udp.chksum != 0:
