@@ -107,7 +107,7 @@ std::optional<VlanRange> parse_vlan_range(std::string_view text, uint16_t lo, ui
     const auto first = parse_unsigned(text.substr(0, dash));
     const auto last = dash == std::string_view::npos ? first : parse_unsigned(text.substr(dash + 1));
     if (!first || !last) {
-        error = "'" + std::string(text) + "' is not a VLAN id or a range such as 20-22";
+        error = quoted(text) + " is not a VLAN id or a range such as 20-22";
         return std::nullopt;
     }
     for (uint64_t v : {*first, *last})
@@ -120,6 +120,14 @@ std::optional<VlanRange> parse_vlan_range(std::string_view text, uint16_t lo, ui
         return std::nullopt;
     }
     return VlanRange{static_cast<uint16_t>(*first), static_cast<uint16_t>(*last)};
+}
+
+std::string quoted(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size() + 2);
+    out.append(1, '\'').append(text).append(1, '\'');
+    return out;
 }
 
 }  // namespace vxlanctl

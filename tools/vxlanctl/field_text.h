@@ -41,4 +41,8 @@ struct VlanRange {
 };
 std::optional<VlanRange> parse_vlan_range(std::string_view text, uint16_t lo, uint16_t hi, std::string &error);
 
+// The text in single quotes, for error messages. Built by appending: g++ 12
+// at -O3 reports a false overlap for a literal added to a temporary string.
+std::string quoted(std::string_view text);
+
 }  // namespace vxlanctl

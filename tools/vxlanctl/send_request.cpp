@@ -33,7 +33,7 @@ bool write_integer(TlvWriter &w, const FieldDef &f, std::string_view text, std::
     const int64_t hi = is_signed ? INT32_MAX : (int64_t{1} << (8 * field_width(f.kind))) - 1;
     const auto v = parse_signed(text);
     if (!v) {
-        why = "'" + std::string(text) + "' is not a number (decimal or 0x hex)";
+        why = quoted(text) + " is not a number (decimal or 0x hex)";
         return false;
     }
     if (*v < lo || *v > hi) {
@@ -69,14 +69,14 @@ bool write_field(TlvWriter &w, const FieldDef &f, std::string_view text, std::st
             w.ip(f.name, *ip);
             return true;
         }
-        why = "'" + std::string(text) + "' is not an IPv4 or IPv6 address";
+        why = quoted(text) + " is not an IPv4 or IPv6 address";
         return false;
     case FieldKind::Mac:
         if (auto mac = parse_mac(text)) {
             w.mac(f.name, *mac);
             return true;
         }
-        why = "'" + std::string(text) + "' is not a MAC address such as 00:00:5e:00:01:01";
+        why = quoted(text) + " is not a MAC address such as 00:00:5e:00:01:01";
         return false;
     case FieldKind::VlanBitmap:
         return write_vlans(w, f, text, why);

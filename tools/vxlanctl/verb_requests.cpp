@@ -57,7 +57,7 @@ std::optional<std::vector<uint8_t>> parse_hex(const std::string &text, std::stri
             continue;
         const int d = hex_digit(c);
         if (d < 0) {
-            error = "'" + std::string(1, c) + "' at position " + std::to_string(i + 1) +
+            error = quoted(std::string_view(&c, 1)) + " at position " + std::to_string(i + 1) +
                     " is not a hex digit, a space or a colon";
             return std::nullopt;
         }
