@@ -50,7 +50,8 @@ check_fragment() {
 }
 
 # 100 MB over one TCP connection from h1 to h2, compared by checksum; then
-# iperf3 each way for the throughput figures.
+# iperf3 each way for the throughput figures, and between the two kernel
+# VTEPs' hosts beside them.
 check_tcp() {
     warm_up
     head -c 100M /dev/urandom > "$E2E_DIR/in.bin"
@@ -76,6 +77,13 @@ check_tcp() {
     in_ns "$NS_H1" iperf3 -R -c 192.168.10.2 -n 100M -J > "$E2E_DIR/iperf.json" || fail "iperf3 h2 -> h1"
     wait "$server"
     report_iperf "h2 -> h1 (efhost decapsulates)"
+    # The same transfer between the two kernel VTEPs, for comparison.
+    ip netns exec "$NS_H3" iperf3 -s -1 -B 192.168.10.3 > /dev/null 2>&1 &
+    server=$!
+    sleep 0.5
+    in_ns "$NS_H2" iperf3 -c 192.168.10.3 -n 100M -J > "$E2E_DIR/iperf.json" || fail "iperf3 h2 -> h3"
+    wait "$server"
+    report_iperf "h2 -> h3 (kernel VXLAN at both ends)"
 }
 
 report_iperf() {
