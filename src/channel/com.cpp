@@ -101,6 +101,7 @@ int vxlan_ef_msg_read(void *message)
     node->length = msg->len;
     node->data = data;
     vxlan_ef_msg_inqueue(&g_vxlan_ef_msg_queue, node);
-    g_vxlan_ef_eve |= kEventMsgQueued;
+    // The channel thread sets the bit while the task may be clearing it.
+    __atomic_fetch_or(&g_vxlan_ef_eve, kEventMsgQueued, __ATOMIC_RELEASE);
     return 0;
 }

@@ -30,10 +30,10 @@ void vxlan_ef_thread_init(void)
 
 int vxlan_ef_task(void *)
 {
-    if (g_vxlan_ef_eve & kEventMsgQueued) {
-        g_vxlan_ef_eve &= ~kEventMsgQueued;
+    // Tested and cleared in one step: a message queued meanwhile sets it
+    // again for the next run.
+    if (__atomic_fetch_and(&g_vxlan_ef_eve, ~kEventMsgQueued, __ATOMIC_ACQ_REL) & kEventMsgQueued)
         vxlan_ef_msg_task();
-    }
     vxlan_ef_thread_init();
     return 0;
 }
