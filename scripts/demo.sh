@@ -43,7 +43,7 @@ step "Creating the namespaces: h1, efhost, underlay, kernel VTEPs k1 and k2, hos
 topo_create 4
 for ns in $ALL_NS; do echo "  $ns"; done
 
-step "Starting efhost (it loads libtq_vxlan_ef.so and attaches its ports to acc and up)"
+step "Starting efhost (it loads libtq_vxlan_ef.so and attaches its ports to acc and ul0)"
 efhost_start
 cat "$E2E_DIR/efhost.yaml"
 

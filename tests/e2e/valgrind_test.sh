@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # efhost under valgrind: configured through vxlanctl, asked for its shows,
-# then stopped with SIGTERM; the module exits, efhost unloads it and exits 0
-# with no leak and no memory error.
+# given malformed messages (refused, nothing changed), then stopped with
+# SIGTERM; the module exits, efhost unloads it and exits 0 with no leak and
+# no memory error.
 set -u
 fail() { printf '%s\n' "FAIL: $*" >&2; exit 1; }
 [ -x "$EFHOST" ] || fail "efhost not found at '$EFHOST'"
@@ -15,6 +16,7 @@ cat > "$DIR/efhost.yaml" <<YAML
 instance: 4
 tmpdir: $DIR/tmp
 control_socket: $DIR/ctl.sock
+syslog_file: $DIR/syslog.log
 capabilities: {CAP_VXLAN_BASE: true, CAP_FWDMODE_SOFT: true}
 interfaces:
   - {index: 1, name: access1, pvid: 10, vlans: [10]}
@@ -39,6 +41,13 @@ for _ in $(seq 300); do [ -S "$DIR/ctl.sock" ] && break; sleep 0.1; done
 "$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 apply "$DIR/overlay.yaml" || fail "apply"
 "$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 show entry 1000 || fail "show entry"
 "$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 show subif || fail "show subif"
+# Malformed input over the socket is refused by the module and changes nothing.
+"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 debug 0x3 || fail "debug"
+"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 raw "01 0c 00 03 01 00 00 00 02 00 00 00" || fail "raw"
+"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 raw "02 08 00 01 00 00 00 00" || fail "raw"
+grep -F "msg check error, ver: 01, len: 12, tlv_num: 3" "$DIR/syslog.log" || fail "no framing error logged"
+grep -F "Msg version is incompatible, current ver: 0x01, msg ver: 0x02" "$DIR/syslog.log" || fail "no version error logged"
+"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 show entry 1000 | grep -q "tunnel-1" || fail "entry lost"
 kill -TERM "$PID"
 rc=0
 wait "$PID" || rc=$?
