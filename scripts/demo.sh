@@ -21,8 +21,9 @@ step "Installing the Debian packages the demo needs (skipped when present)"
 "$ROOT/scripts/install-deps.sh" || { echo "FAIL: package installation"; exit 1; }
 
 step "Building libtq_vxlan_ef.so, efhost and vxlanctl in $BUILD"
-cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo > "$BUILD.cmake.log" 2>&1 \
-    || { cat "$BUILD.cmake.log"; echo "FAIL: cmake"; exit 1; }
+mkdir -p "$BUILD"
+cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo > "$BUILD/cmake-output.log" 2>&1 \
+    || { cat "$BUILD/cmake-output.log"; echo "FAIL: cmake"; exit 1; }
 ninja -C "$BUILD" tq_vxlan_ef efhost vxlanctl | tail -1 || { echo "FAIL: build"; exit 1; }
 export EFHOST=$BUILD/tools/efhost VXLANCTL=$BUILD/tools/vxlanctl
 

@@ -49,16 +49,17 @@ void set_cap_init(bool on)
         vsd->flags = on ? vsd->flags | VXLAN_EF_F_CAP_INIT : vsd->flags & ~VXLAN_EF_F_CAP_INIT;
 }
 
+// Capability bytes are read by packet threads without a lock.
 void store(uint8_t &field, bool value)
 {
-    if (field != static_cast<uint8_t>(value))
-        field = value ? 1 : 0;
+    if (vxlan_ef::load_relaxed(field) != static_cast<uint8_t>(value))
+        vxlan_ef::store_relaxed(field, value ? 1 : 0);
 }
 
 void drop_soft_services()
 {
-    vxlan_ef_add_mac_entry = nullptr;
-    vxlan_ef_intf_vlan_check = nullptr;
+    vxlan_ef::store_relaxed(vxlan_ef_add_mac_entry, nullptr);
+    vxlan_ef::store_relaxed(vxlan_ef_intf_vlan_check, nullptr);
     vxlan_ef::store_barrier();
 }
 
@@ -134,7 +135,8 @@ void vxlan_ef_cap_g_bool_subscribe(const char *path, libtq_cap_cb callback)
 int vxlan_ef_cap_init(void)
 {
     vxlan_ef_master_t &m = g_vxlan_ef_master;
-    m.vxlan_base = m.fwdmode_soft = m.outside_center = m.l2vni_mapping = m.or_no_icmp = 0;
+    for (uint8_t *byte : {&m.vxlan_base, &m.fwdmode_soft, &m.outside_center, &m.l2vni_mapping, &m.or_no_icmp})
+        vxlan_ef::store_relaxed(*byte, 0);
     drop_soft_services();
     m.global_mom = efmp_get_mom_client();
     if (m.global_mom == nullptr) {
@@ -161,12 +163,12 @@ void vxlan_ef_cap_vxlan_base_set(bool value)
     if (static_cast<uint8_t>(value) == m.vxlan_base)
         return;
     if (value) {
-        m.vxlan_base = 1;
+        vxlan_ef::store_relaxed(m.vxlan_base, 1);
         if (!cap_init_running())
             vxlan_ef_frame_init();
     } else {
         vxlan_ef_frame_exit();
-        m.vxlan_base = 0;
+        vxlan_ef::store_relaxed(m.vxlan_base, 0);
     }
 }
 
@@ -180,15 +182,15 @@ void vxlan_ef_cap_xmac_learn_get(bool value)
     if (static_cast<uint8_t>(value) == m.fwdmode_soft)
         return;
     if (!value) {
-        m.fwdmode_soft = 0;
+        vxlan_ef::store_relaxed(m.fwdmode_soft, 0);
         drop_soft_services();
         return;
     }
-    m.fwdmode_soft = 1;
+    vxlan_ef::store_relaxed(m.fwdmode_soft, 1);
     if (cap_init_running())
         return;
-    vxlan_ef_add_mac_entry = efmp_get_service(EFMP_MODULE_BRIDGE, 4);
-    vxlan_ef_intf_vlan_check = efmp_get_service(EFMP_MODULE_BRIDGE, 20);
+    vxlan_ef::store_relaxed(vxlan_ef_add_mac_entry, efmp_get_service(EFMP_MODULE_BRIDGE, 4));
+    vxlan_ef::store_relaxed(vxlan_ef_intf_vlan_check, efmp_get_service(EFMP_MODULE_BRIDGE, 20));
     vxlan_ef::store_barrier();
 }
 

@@ -75,9 +75,10 @@ int ef_dbg(uint32_t, const uint8_t *value)
 {
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     WriteLock lock(vsd);
-    vsd->debug_mask = load_unaligned<uint16_t>(value);
-    vsd->trace_ifx = load_unaligned<uint32_t>(value + 4);
-    vsd->trace_budget = load_unaligned<uint32_t>(value + 8);
+    // Packet threads read these, and spend the budget, without the lock.
+    store_relaxed(vsd->debug_mask, load_unaligned<uint16_t>(value));
+    store_relaxed(vsd->trace_ifx, load_unaligned<uint32_t>(value + 4));
+    store_relaxed(vsd->trace_budget, load_unaligned<uint32_t>(value + 8));
     return 0;
 }
 

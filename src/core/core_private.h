@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "ef_syslog.h"
 #include "vxlan_ef.h"
@@ -38,6 +39,22 @@ inline void store_unaligned(void *p, T v)
     std::memcpy(p, &v, sizeof v);
 }
 
+// A word that packet threads read without the instance lock while the
+// task changes it (or that packet threads update among themselves without
+// one): relaxed atomic accesses keep each read and write whole without
+// ordering anything else.
+template <typename T>
+inline T load_relaxed(const T &word)
+{
+    return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+
+template <typename T>
+inline void store_relaxed(T &word, std::type_identity_t<T> value)
+{
+    __atomic_store_n(&word, value, __ATOMIC_RELAXED);
+}
+
 // Read or write lock of the instance record for one scope.
 class ReadLock {
 public:
@@ -64,7 +81,7 @@ private:
 inline bool debug_on(uint32_t bit)
 {
     const vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    return vsd != nullptr && (vsd->debug_mask & bit) != 0;
+    return vsd != nullptr && (load_relaxed(vsd->debug_mask) & bit) != 0;
 }
 
 }  // namespace vxlan_ef
@@ -75,7 +92,7 @@ inline bool debug_on(uint32_t bit)
 #define VXLAN_EF_LOG_AS(bit, id, func, fmt, ...)                                          \
     do {                                                                                  \
         const vxlan_ef_vsd_t *vsd_log_ = g_vxlan_vsd;                                     \
-        if (vsd_log_ != nullptr && (vsd_log_->debug_mask & (bit)) != 0)                   \
+        if (vsd_log_ != nullptr && (vxlan_ef::load_relaxed(vsd_log_->debug_mask) & (bit)) != 0) \
             printk_syslog_ext(7, "UNKNOW_MODULE", "DEBUG", 2, fmt, (int)(id), func,        \
                               ##__VA_ARGS__);                                             \
     } while (0)

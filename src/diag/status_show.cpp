@@ -56,7 +56,7 @@ void vxlan_ef_show_status(uint32_t vsd_id)
     const vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (vsd == nullptr)
         return;
-    const uint32_t mask = vsd->debug_mask;
+    const uint32_t mask = vxlan_ef::load_relaxed(vsd->debug_mask);
     vxlan_ef_show_line("Debug Status         : %s%s%s%s%s\n", debug_name(mask, 0),
                        debug_name(mask, 1), debug_name(mask, 2), debug_name(mask, 3),
                        debug_name(mask, 4));
@@ -81,8 +81,8 @@ void vxlan_ef_show_status(uint32_t vsd_id)
     vxlan_ef_show_line("VTEP Adjacency Count : %u\n", vsd->adj_count);
     vxlan_ef_show_line("UDP Port Number      : %d, dirty %s\n", vsd->udp_port,
                        vsd->udp_port_dirty ? "True" : "False");
-    vxlan_ef_show_line("L2 Local Intf        : %s\n", intf_name(vsd->intf_slot_4094));
-    vxlan_ef_show_line("L3 Local Intf        : %s\n", intf_name(vsd->intf_slot_other));
+    vxlan_ef_show_line("L2 Local Intf        : %s\n", intf_name(vxlan_ef::load_relaxed(vsd->intf_slot_4094)));
+    vxlan_ef_show_line("L3 Local Intf        : %s\n", intf_name(vxlan_ef::load_relaxed(vsd->intf_slot_other)));
     show_buffer("RTime Send Buffer    : ver %d, len %d, tlv_num %d\n", vsd->rtime_buf);
     show_buffer("Batch Send Buffer    : ver %d, len %d, tlv_num %d\n", vsd->batch_buf);
     vxlan_ef_show_line("Peer-link            : ifx %d\n", static_cast<int>(vsd->peerlink_ifx));

@@ -145,7 +145,7 @@ uint32_t vxlan_ef_encap_frame(efmp_buff_t *buff, uint32_t mode)
                        static_cast<void *>(buff), dst->name);
         return EF_Drop;
     }
-    if (vsd->entry_count == 0) {
+    if (vxlan_ef::load_relaxed(vsd->entry_count) == 0) {
         VXLAN_EF_TRACE(buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] no vxlan create in this vsd\n");
         return EF_Drop;

@@ -69,14 +69,26 @@ uint8_t inner_tos(const efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
     return 0;
 }
 
-// The counter runs 49151..65535 and restarts at 49151, 0 included.
+// The counter runs 49151..65535 and restarts at 49151, 0 included. Packet
+// threads share it without a lock: two of them may stamp the same port,
+// which receivers do not mind, so a plain load and store (not an atomic
+// increment) is all it takes.
 uint16_t next_sport(vxlan_ef_vsd_t *vsd)
 {
-    uint16_t port = static_cast<uint16_t>(vsd->udp_sport + 1);
+    uint16_t port = static_cast<uint16_t>(load_relaxed(vsd->udp_sport) + 1);
     if (port < kSportFloor)
         port = kSportFloor;
-    vsd->udp_sport = port;
+    store_relaxed(vsd->udp_sport, port);
     return port;
+}
+
+// The IPv4 identification, shared the same way: packets leave with DF set,
+// so a repeated value is harmless.
+uint16_t next_ipv4_id(vxlan_ef_vsd_t *vsd)
+{
+    const uint16_t id = load_relaxed(vsd->ipv4_id);
+    store_relaxed(vsd->ipv4_id, static_cast<uint16_t>(id + 1));
+    return id;
 }
 
 bool push_vxlan(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
@@ -104,7 +116,7 @@ bool push_udp(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t 
     auto *udp = reinterpret_cast<wire::UdpHdr *>(p);
     // The counter goes out in host order: receivers only need it to vary.
     wire::put_host16(udp->sport, next_sport(vsd));
-    wire::put_be16(udp->dport, vsd->udp_port);
+    wire::put_be16(udp->dport, load_relaxed(vsd->udp_port));
     wire::put_be16(udp->len, static_cast<uint16_t>(buff->len));
     wire::put_be16(udp->csum, 0);
     store_barrier();
@@ -128,7 +140,7 @@ bool push_ipv4(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t
     ip->ver_ihl = 0x45;
     ip->tos = tos;
     wire::put_be16(ip->total_len, static_cast<uint16_t>(buff->len));
-    wire::put_be16(ip->id, vsd->ipv4_id++);
+    wire::put_be16(ip->id, next_ipv4_id(vsd));
     wire::put_be16(ip->frag, kDontFragment);
     ip->ttl = kTtl;
     ip->proto = wire::kIpProtoUdp;
@@ -166,7 +178,7 @@ void rewrite_metadata(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, bool v4, uin
     buff->flags |= kFlagsSet;
     if (mode == kEncapModeClearNotFwd)
         buff->flags &= ~EFMP_F_BRG_NOT_FWD;
-    buff->l3_src_intf = vsd->intf_slot_other;
+    buff->l3_src_intf = load_relaxed(vsd->intf_slot_other);
     buff->l3_word1 = 0;
     buff->l3_word2 = 0;
     buff->l2_len = 0;

@@ -124,7 +124,7 @@ int vxlan_ef_vni_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
     if (entry == nullptr)
         return EF_Drop;
     const lsm_intfcb_t *src = buff->src_intf;
-    const bool centre = g_vxlan_ef_master.outside_center != 0;
+    const bool centre = vxlan_ef::load_relaxed(g_vxlan_ef_master.outside_center) != 0;
     const bool sourceless_split = src == nullptr && !centre;
     // Split horizon: nothing goes back over the peer-link's tunnels, and
     // without the outside centre nothing goes from one tunnel to another.

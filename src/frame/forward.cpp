@@ -71,7 +71,7 @@ int forward_to_set_destination(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t 
               "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, dest intf is set: %s. so vxlan encap "
               "frame.\n",
               static_cast<void *>(buff), name_of(dst).text);
-    if (g_vxlan_ef_master.l2vni_mapping) {
+    if (vxlan_ef::load_relaxed(g_vxlan_ef_master.l2vni_mapping)) {
         ReadLock lock(vsd);
         if (uint32_t mapped = mapped_vni(vxlan_ef_entry_get(vsd, vni)))
             or_vni(buff, mapped);
@@ -152,14 +152,14 @@ int forward_unicast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const uint8_t *dmac,
 void hand_to_switch(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
 {
     buff->flags |= EFMP_F_SWITCH_ENGINE;
-    buff->dst_intf = vsd->intf_slot_4094;
+    buff->dst_intf = vxlan_ef::load_relaxed(vsd->intf_slot_4094);
 }
 
 int result_without_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
 {
     if (r == EF_Reserve) {
         hand_to_switch(buff, vsd);
-        if (vsd->intf_slot_4094 == nullptr)
+        if (vxlan_ef::load_relaxed(vsd->intf_slot_4094) == nullptr)
             FWD_TRACE(buff,
                       "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p no BRG_NOT_FWD but ret is "
                       "EF_Reserve, set L2LOCAL, ENGINE SWITCH and return EF_Normal\n",
@@ -168,7 +168,7 @@ int result_without_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
             FWD_TRACE(buff,
                       "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p no BRG_NOT_FWD but ret is "
                       "EF_Reserve, set dest_intf %s, ENGINE SWITCH and return EF_Normal\n",
-                      static_cast<void *>(buff), name_of(vsd->intf_slot_4094).text);
+                      static_cast<void *>(buff), name_of(vxlan_ef::load_relaxed(vsd->intf_slot_4094)).text);
         return EF_Normal;
     }
     if (r == EF_Broadcast) {
@@ -196,7 +196,7 @@ int result_with_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
                   static_cast<void *>(buff));
         return EF_Normal;
     }
-    if (dst != nullptr && dst == vsd->intf_slot_4094) {
+    if (dst != nullptr && dst == vxlan_ef::load_relaxed(vsd->intf_slot_4094)) {
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p BRG_NOT_FWD be set but assign dest intf "
                   "L2LOCAL, return EF_Normal\n",
@@ -210,7 +210,7 @@ int result_with_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
     }
     hand_to_switch(buff, vsd);
     // These two lines name EF_Resv_Bcast although the test is on EF_Reserve.
-    if (vsd->intf_slot_4094 == nullptr)
+    if (vxlan_ef::load_relaxed(vsd->intf_slot_4094) == nullptr)
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p BRG_NOT_FWD be set but ret is "
                   "EF_Resv_Bcast, set L2LOCAL, ENGINE SWITCH and return EF_Normal\n",
@@ -219,7 +219,7 @@ int result_with_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p BRG_NOT_FWD be set but ret is "
                   "EF_Resv_Bcast, set dest_intf %s, ENGINE SWITCH and return EF_Normal\n",
-                  static_cast<void *>(buff), name_of(vsd->intf_slot_4094).text);
+                  static_cast<void *>(buff), name_of(vxlan_ef::load_relaxed(vsd->intf_slot_4094)).text);
     return EF_Normal;
 }
 
@@ -251,7 +251,7 @@ int forward_bridged(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
 {
     ReadLock lock(vsd);
     const uint32_t mapped =
-        g_vxlan_ef_master.l2vni_mapping ? mapped_vni(vxlan_ef_entry_get(vsd, vni)) : 0;
+        vxlan_ef::load_relaxed(g_vxlan_ef_master.l2vni_mapping) ? mapped_vni(vxlan_ef_entry_get(vsd, vni)) : 0;
     uint8_t macs[kEthAddrsLen];
     frame_macs(buff, macs);
     int r = group_mac(macs) ? forward_group(buff, vsd, vni, mapped)

@@ -35,9 +35,9 @@ void set_slot(uint32_t ifindex, lsm_intfcb_t *value)
     if (vsd == nullptr)
         return;
     if (ifindex == kSlotIndex)
-        vsd->intf_slot_4094 = value;
+        vxlan_ef::store_relaxed(vsd->intf_slot_4094, value);
     else
-        vsd->intf_slot_other = value;
+        vxlan_ef::store_relaxed(vsd->intf_slot_other, value);
     vxlan_ef::store_barrier();
 }
 

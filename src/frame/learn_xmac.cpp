@@ -32,7 +32,7 @@ int vxlan_ef_learn_xmac(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni, ui
     if (buff == nullptr || vsd == nullptr || buff->len < kSrcMacOff + 6)
         return kNoService;
     const ef_bridge_mac_req_t req = mac_request(buff, vni, vid, intf);
-    auto add_mac = reinterpret_cast<ef_bridge_add_mac_fn>(vxlan_ef_add_mac_entry);
+    auto add_mac = reinterpret_cast<ef_bridge_add_mac_fn>(vxlan_ef::load_relaxed(vxlan_ef_add_mac_entry));
     const int ret = add_mac != nullptr ? add_mac(&req) : kNoService;
     VXLAN_EF_TRACE(buff, vxlan_ef::TraceGate::Parser,
                    "VXLAN-EF-PARSER: [vsd %d %s] pkt: %p add xmac(vni %u, mac "

@@ -18,14 +18,19 @@ uint32_t gate_flag(TraceGate gate)
     return 0;
 }
 
+void clear_mask_bits(vxlan_ef_vsd_t *vsd, uint32_t bits)
+{
+    store_relaxed(vsd->debug_mask, static_cast<uint16_t>(load_relaxed(vsd->debug_mask) & ~bits));
+}
+
 // Switches the gate off once the budget is spent.
 void exhaust(vxlan_ef_vsd_t *vsd, TraceGate gate)
 {
     if (gate == TraceGate::Parser) {
-        vsd->debug_mask &= static_cast<uint16_t>(~VXLAN_EF_DBG_PARSER);
-        vsd->trace_ifx = 0;
+        clear_mask_bits(vsd, VXLAN_EF_DBG_PARSER);
+        store_relaxed(vsd->trace_ifx, 0);
     } else {
-        vsd->debug_mask &= static_cast<uint16_t>(~(VXLAN_EF_DBG_FORWARD | VXLAN_EF_DBG_ENCAP));
+        clear_mask_bits(vsd, VXLAN_EF_DBG_FORWARD | VXLAN_EF_DBG_ENCAP);
     }
 }
 
@@ -38,15 +43,19 @@ bool trace_admit(efmp_buff_t *buff, TraceGate gate)
         return false;
     if (buff->flags & EFMP_F_TRACE)
         return true;
-    if ((vsd->debug_mask & gate_flag(gate)) == 0)
+    if ((load_relaxed(vsd->debug_mask) & gate_flag(gate)) == 0)
         return false;
-    if (gate == TraceGate::Parser && buff->src_ifx != vsd->trace_ifx)
+    if (gate == TraceGate::Parser && buff->src_ifx != load_relaxed(vsd->trace_ifx))
         return false;
-    if (vsd->trace_budget == 0) {
+    // Packet threads spend the budget without a lock: a decrement lost to
+    // another thread's only lets one more packet be traced, so a plain load
+    // and store (not an atomic decrement) is enough.
+    const uint32_t budget = load_relaxed(vsd->trace_budget);
+    if (budget == 0) {
         exhaust(vsd, gate);
         return false;
     }
-    vsd->trace_budget--;
+    store_relaxed(vsd->trace_budget, budget - 1);
     buff->flags |= EFMP_F_TRACE;
     return true;
 }

@@ -105,6 +105,6 @@ DecapResult vxlan_decap(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd);
 
 // True in software forwarding mode, where the parser checks VLAN membership
 // and learns MAC addresses into the bridge.
-inline bool soft_forwarding() { return g_vxlan_ef_master.fwdmode_soft != 0; }
+inline bool soft_forwarding() { return vxlan_ef::load_relaxed(g_vxlan_ef_master.fwdmode_soft) != 0; }
 
 }  // namespace vxlan_ef

@@ -17,7 +17,7 @@ namespace {
 bool skipped(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
 {
     auto l2protocol =
-        reinterpret_cast<ef_bridge_l2protocol_check_fn>(vxlan_ef_l2protocol_pkt_check);
+        reinterpret_cast<ef_bridge_l2protocol_check_fn>(load_relaxed(vxlan_ef_l2protocol_pkt_check));
     if (l2protocol != nullptr && l2protocol(buff) != 0) {
         PARSER_TRACE(buff,
                      "VXLAN-EF-PARSER: [vsd %d %s] pkt: %p is l2protocol, skip vxlan parser\n",
@@ -31,7 +31,7 @@ bool skipped(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
                      static_cast<void *>(buff), buff->src_intf->ifindex);
         return true;
     }
-    if (vsd->entry_count == 0) {
+    if (load_relaxed(vsd->entry_count) == 0) {
         PARSER_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt: %p no vxlan create in this vsd\n",
                      static_cast<void *>(buff));
         return true;
@@ -43,7 +43,7 @@ bool skipped(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
 uint16_t access_vid(efmp_buff_t *buff)
 {
     uint16_t vid = tag_vid(buff);
-    auto pvid_get = reinterpret_cast<ef_bridge_intf_pvid_get_fn>(vxlan_ef_bridge_intf_pvid_get);
+    auto pvid_get = reinterpret_cast<ef_bridge_intf_pvid_get_fn>(load_relaxed(vxlan_ef_bridge_intf_pvid_get));
     if (vid != 0 || pvid_get == nullptr)
         return vid;
     uint16_t pvid = 0;
@@ -70,7 +70,7 @@ uint32_t mapped_vni(const vxlan_ef_vsd_t *vsd, uint16_t vid)
 // service called with it held.
 bool port_in_vlan(efmp_buff_t *buff, uint16_t vid)
 {
-    auto vlan_check = reinterpret_cast<ef_bridge_intf_vlan_check_fn>(vxlan_ef_intf_vlan_check);
+    auto vlan_check = reinterpret_cast<ef_bridge_intf_vlan_check_fn>(load_relaxed(vxlan_ef_intf_vlan_check));
     if (vlan_check == nullptr) {
         PARSER_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt: %p vxlan_intf_vlan_check is NULL.\n",
                      static_cast<void *>(buff));

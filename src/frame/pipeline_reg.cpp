@@ -53,7 +53,7 @@ void detach_parsers()
 // calls vxlan_ef_frame_exit.
 int vxlan_ef_frame_init(void)
 {
-    if (!g_vxlan_ef_master.vxlan_base)
+    if (!vxlan_ef::load_relaxed(g_vxlan_ef_master.vxlan_base))
         return 0;
     if (subscribe_interface_events() != 0)
         return -1;
@@ -73,7 +73,7 @@ int vxlan_ef_frame_init(void)
 // pointers.
 void vxlan_ef_frame_exit(void)
 {
-    if (!g_vxlan_ef_master.vxlan_base)
+    if (!vxlan_ef::load_relaxed(g_vxlan_ef_master.vxlan_base))
         return;
     lsm_unreg_msg_handler_ex(LSM_IF_STACK_RAW, vxlan_ef_lsm_event_handle);
     detach_parsers();

@@ -139,7 +139,7 @@ int vxlan_ef_router_mac_forward(efmp_buff_t *buff, lsm_intfcb_t *dst_intf,
                        static_cast<void *>(buff), static_cast<uint32_t>(buff->pkt_type));
         return EF_Drop;
     }
-    if (vsd->entry_count == 0) {
+    if (vxlan_ef::load_relaxed(vsd->entry_count) == 0) {
         VXLAN_EF_TRACE(buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p no vxlan create in this vsd so drop\n",
                        static_cast<void *>(buff));
@@ -154,4 +154,4 @@ int vxlan_ef_router_mac_forward(efmp_buff_t *buff, lsm_intfcb_t *dst_intf,
     return vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, vxlan_ef::kEncapModeFlood, kFunc);
 }
 
-uint8_t vxlan_ef_or_no_icmp_service(void) { return g_vxlan_ef_master.or_no_icmp; }
+uint8_t vxlan_ef_or_no_icmp_service(void) { return vxlan_ef::load_relaxed(g_vxlan_ef_master.or_no_icmp); }

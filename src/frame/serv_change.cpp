@@ -34,7 +34,7 @@ constexpr std::array<BridgePointer, 5> kBridgePointers{{
      "VXLAN-EF-EVENT: [vsd %d %s] LOST SERV: vxlan ef bridgre intf vlan check function\n"},
 }};
 
-bool followed(const BridgePointer &row) { return !row.soft_only || g_vxlan_ef_master.fwdmode_soft; }
+bool followed(const BridgePointer &row) { return !row.soft_only || vxlan_ef::load_relaxed(g_vxlan_ef_master.fwdmode_soft); }
 
 const BridgePointer *find_row(const efmp_service_t &serv)
 {
@@ -52,7 +52,9 @@ void on_published(const BridgePointer &row, const efmp_service_t &serv)
 {
     if (*row.pointer == nullptr)
         VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, "vxlan_ef_frame_serv_chg_func", row.got);
-    *row.pointer = row.soft_only ? efmp_get_service(EFMP_MODULE_BRIDGE, row.service) : serv.handler;
+    // Packet threads load the pointer without a lock.
+    vxlan_ef::store_relaxed(*row.pointer, row.soft_only ? efmp_get_service(EFMP_MODULE_BRIDGE, row.service)
+                                                        : serv.handler);
     vxlan_ef::store_barrier();
 }
 
@@ -61,7 +63,7 @@ void on_withdrawn(const BridgePointer &row)
     if (*row.pointer != nullptr)
         VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, "vxlan_ef_frame_serv_chg_func",
                         row.lost);
-    *row.pointer = nullptr;
+    vxlan_ef::store_relaxed(*row.pointer, nullptr);
     vxlan_ef::store_barrier();
 }
 

@@ -20,7 +20,7 @@ constexpr uint16_t kVlanIdMask = 0x0FFF;
 // untagged. Without the bridge's answer the frame is tagged.
 bool sends_untagged(uint32_t main_ifx, uint16_t svid, uint16_t cvid)
 {
-    auto pvid_get = reinterpret_cast<ef_bridge_intf_pvid_get_fn>(vxlan_ef_bridge_intf_pvid_get);
+    auto pvid_get = reinterpret_cast<ef_bridge_intf_pvid_get_fn>(vxlan_ef::load_relaxed(vxlan_ef_bridge_intf_pvid_get));
     if (cvid != 0 || pvid_get == nullptr)
         return false;
     uint16_t pvid = 0;

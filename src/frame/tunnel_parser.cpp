@@ -52,7 +52,7 @@ int vxlan_ef_parser_tunnel_service(efmp_buff_t *buff)
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (buff == nullptr || buff->src_intf == nullptr || vsd == nullptr)
         return EF_Normal;
-    if (vsd->entry_count == 0) {
+    if (load_relaxed(vsd->entry_count) == 0) {
         VXLAN_EF_TRACE(buff, TraceGate::Parser,
                        "VXLAN-EF-PARSER: [vsd %d %s] pkt: %p no vxlan create in this vsd\n",
                        static_cast<void *>(buff));

@@ -41,7 +41,7 @@ void route_through(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, lsm_intfcb_t *router)
     buff->src_ifx = src_ifindex(buff);
     if (router != nullptr)
         buff->src_intf = router;
-    buff->dst_intf = vsd->intf_slot_4094;
+    buff->dst_intf = vxlan_ef::load_relaxed(vsd->intf_slot_4094);
     buff->flags |= EFMP_F_SWITCH_ENGINE;
 }
 
@@ -50,7 +50,7 @@ void route_through(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, lsm_intfcb_t *router)
 int lookup_mac(const vxlan_ef_vsd_t *vsd, uint32_t lookup_vni, uint32_t vni, const uint8_t *dmac,
                ef_bridge_mac_out_t *out)
 {
-    auto lookup = reinterpret_cast<ef_bridge_mac_lookup_fn>(vxlan_ef_bridge_mac_lookup);
+    auto lookup = reinterpret_cast<ef_bridge_mac_lookup_fn>(vxlan_ef::load_relaxed(vxlan_ef_bridge_mac_lookup));
     int r = lookup(vsd->id, EF_BRIDGE_KEY_VNI | lookup_vni, dmac, out);
     if (r == EF_BRIDGE_MAC_NOT_FOUND && vni != lookup_vni)
         r = lookup(vsd->id, EF_BRIDGE_KEY_VNI | vni, dmac, out);
@@ -120,7 +120,7 @@ int bridge_to_port(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, lsm_intfcb_t *dst, ui
     set_vlan_id(buff, vid);
     if (dst->type == LSM_IF_TYPE_OVERLAY_ROUTER) {
         buff->src_intf = dst;
-        buff->dst_intf = vsd->intf_slot_4094;
+        buff->dst_intf = vxlan_ef::load_relaxed(vsd->intf_slot_4094);
         buff->flags |= EFMP_F_SWITCH_ENGINE;
         UCAST_TRACE(buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p hit(2) OR, SWITCH-ENGINE.\n",
                     static_cast<void *>(buff));
@@ -168,7 +168,7 @@ int vxlan_ef_ucast(efmp_buff_t *buff, const uint8_t *dmac, uint32_t vni, vxlan_e
                     static_cast<void *>(buff));
         return EF_Drop;
     }
-    if (vxlan_ef_bridge_mac_lookup == nullptr)
+    if (vxlan_ef::load_relaxed(vxlan_ef_bridge_mac_lookup) == nullptr)
         return EF_Broadcast;
     ef_bridge_mac_out_t out{};
     const int found = lookup_mac(vsd, lookup_vni, vni, dmac, &out);

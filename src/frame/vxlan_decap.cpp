@@ -82,9 +82,10 @@ bool header_check(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, VxlanFrame &out)
     }
     const uint8_t *udp = f + layout->udp_off;
     const uint16_t dport = wire::get_be16(udp + 2);
-    if (dport != vsd->udp_port) {
+    const uint16_t our_port = load_relaxed(vsd->udp_port);
+    if (dport != our_port) {
         HDR_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: udp-dport %u != %u\n",
-                  static_cast<void *>(buff), dport, vsd->udp_port);
+                  static_cast<void *>(buff), dport, our_port);
         return false;
     }
     const uint8_t *vxlan = udp + kUdpLen;
@@ -198,7 +199,7 @@ DecapResult vxlan_decap(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
                         static_cast<void *>(buff), vni);
             return DecapResult::Done;
         }
-        if (g_vxlan_ef_master.l2vni_mapping && entry->map_vni_b != 0)
+        if (vxlan_ef::load_relaxed(g_vxlan_ef_master.l2vni_mapping) && entry->map_vni_b != 0)
             vni = entry->map_vni_b;
         // The tunnel's source is the packet's destination.
         tunnel = vxlan_ef_tunnel_get(reinterpret_cast<void *>(static_cast<intptr_t>(vsd->id)),

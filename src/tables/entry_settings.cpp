@@ -163,7 +163,7 @@ int vxlan_ef_set_udp_port_deal(uint32_t, const uint8_t *value)
     const uint16_t port = load_unaligned<uint16_t>(value);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set udp port: %u\n", port);
     WriteLock lock(vsd);
-    vsd->udp_port = port;  // taken as is, 0 included
+    store_relaxed(vsd->udp_port, port);  // taken as is, 0 included
     vsd->udp_port_dirty = 0;
     return 0;
 }

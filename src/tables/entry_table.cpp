@@ -45,7 +45,8 @@ vxlan_ef_entry_t *vxlan_ef_entry_alloc(vxlan_ef_vsd_t *vsd, uint32_t vni)
     store_barrier();
     list_link_tail(&entry->hash_node, &vsd->entry_hash[vni & kEntryHashMask]);
     list_link_tail(&entry->list_node, &vsd->entry_list);
-    vsd->entry_count++;
+    // Packet threads test the count without the lock.
+    store_relaxed(vsd->entry_count, vsd->entry_count + 1);
     return entry;
 }
 
@@ -106,7 +107,7 @@ void entry_destroy(vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry, const char *adj
     detach_dependents(entry);
     list_unlink(&entry->hash_node);
     list_unlink(&entry->list_node);
-    vsd->entry_count--;
+    store_relaxed(vsd->entry_count, vsd->entry_count - 1);
     vxlan_ef_kfree(VXLAN_EF_MEM_ENTRY, entry);
 }
 
@@ -117,7 +118,7 @@ uint32_t vxlan_ef_entry_init(uint32_t)
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (vsd == nullptr)
         return 0xFFFFFFFFu;
-    vsd->entry_count = 0;
+    store_relaxed(vsd->entry_count, 0);
     vsd->adj_count = 0;
     VXLAN_EF_EVENT(
         "VXLAN-EF-EVENT: [vsd %d %s] vxlan_ef_entry_init: set total entry/adj-count to zero.\n");

@@ -154,7 +154,7 @@ void vxlan_ef_entry_sync_end(void)
                    "table\n");
     WriteLock lock(vsd);
     if (vsd->udp_port_dirty != 0) {
-        vsd->udp_port = VXLAN_EF_UDP_PORT_DEFAULT;
+        store_relaxed(vsd->udp_port, VXLAN_EF_UDP_PORT_DEFAULT);
         vsd->udp_port_dirty = 0;
     }
     list_walk_safe(&vsd->entry_list,
