@@ -80,16 +80,27 @@ bool decode(const uint8_t *data, size_t len, Envelope &env, std::string &error)
     return true;
 }
 
-int connect_socket(const std::string &path, std::string &error)
+namespace {
+
+// A SOCK_SEQPACKET socket and the address of path, or -1 with error set.
+int new_socket(const std::string &path, sockaddr_un &addr, std::string &error)
 {
-    sockaddr_un addr;
     if (!make_address(path, addr, error))
         return -1;
     const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    if (fd < 0)
         error = errno_text("cannot create a socket for", path);
+    return fd;
+}
+
+}  // namespace
+
+int connect_socket(const std::string &path, std::string &error)
+{
+    sockaddr_un addr;
+    const int fd = new_socket(path, addr, error);
+    if (fd < 0)
         return -1;
-    }
     if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
         error = errno_text("cannot connect to", path);
         close(fd);
@@ -101,13 +112,9 @@ int connect_socket(const std::string &path, std::string &error)
 int listen_socket(const std::string &path, std::string &error)
 {
     sockaddr_un addr;
-    if (!make_address(path, addr, error))
+    const int fd = new_socket(path, addr, error);
+    if (fd < 0)
         return -1;
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        error = errno_text("cannot create a socket for", path);
-        return -1;
-    }
     unlink(path.c_str());
     if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || listen(fd, 4) != 0) {
         error = errno_text("cannot listen on", path);
