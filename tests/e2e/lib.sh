@@ -26,8 +26,23 @@ say()  { printf '%s\n' "== $*"; }
 fail() { printf '%s\n' "FAIL: $*" >&2; exit 1; }
 in_ns() { local ns=$1; shift; ip netns exec "$ns" "$@"; }
 
+# Namespaces left by a run that was killed outright (its EXIT trap never
+# ran): their names carry the dead run's process id.
+remove_stale_namespaces() {
+    local ns pid
+    for ns in $(ip netns list 2>/dev/null | awk '{print $1}'); do
+        pid=$(printf '%s\n' "$ns" | sed -n 's/^vx[a-z]*\([0-9][0-9]*\)-.*/\1/p')
+        [ -n "$pid" ] && [ ! -d "/proc/$pid" ] && ip netns del "$ns" 2>/dev/null
+    done
+    return 0
+}
+
+# A signal ends the run through its EXIT trap, which removes what it made.
+trap 'exit 1' INT TERM HUP
+
 # Fails (never skips) when something the tests need is missing.
 require_facilities() {
+    remove_stale_namespaces
     [ "$(id -u)" -eq 0 ] || fail "end-to-end tests need root (network namespaces, veth, vxlan)"
     for tool in ip ping tshark iperf3 sha256sum ethtool; do
         command -v "$tool" >/dev/null || fail "missing tool: $tool"
