@@ -13,6 +13,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "buff_metadata.h"
 #include "ef_bridge.h"
 #include "efrt.h"
 #include "efrt_bcast.h"
@@ -140,18 +141,11 @@ void flood_vlan(const efmp_buff_t *buff)
 // no node list.
 efmp_buff_t *clone(const efmp_buff_t *src)
 {
-    efmp_buff_t *c = efmp_buff_alloc_sw_user(kCloneReason, src->len);
+    efmp_buff_t *c = efrt::alloc_with_metadata(kCloneReason, src, src->len);
     if (c == nullptr)
         return nullptr;
     uint8_t *head = c->head;
-    const uint32_t size = c->size;
     const uint16_t data_off = c->data_off;
-    *c = *src;
-    c->next = nullptr;
-    c->mcast_nodes = nullptr;
-    c->head = head;
-    c->size = size;
-    c->data_off = data_off;
     c->l3_off = static_cast<uint16_t>(src->l3_off - src->data_off + data_off);
     if (src->l4_off != 0)
         c->l4_off = static_cast<uint16_t>(src->l4_off - src->data_off + data_off);

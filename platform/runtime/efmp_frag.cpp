@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "buff_metadata.h"
 #include "efmp.h"
 
 namespace {
@@ -65,18 +66,11 @@ efmp_buff_t *build_fragment(const efmp_buff_t *orig, uint32_t l2_len, uint32_t i
                             const Piece &piece)
 {
     const uint32_t len = static_cast<uint32_t>(piece.headers.size()) + piece.data_len;
-    efmp_buff_t *frag = efmp_buff_alloc_sw_user(kReason, len);
+    efmp_buff_t *frag = efrt::alloc_with_metadata(kReason, orig, len);
     if (frag == nullptr)
         return nullptr;
     uint8_t *head = frag->head;
-    const uint32_t size = frag->size;
     const uint16_t data_off = frag->data_off;
-    *frag = *orig;
-    frag->next = nullptr;
-    frag->head = head;
-    frag->size = size;
-    frag->data_off = data_off;
-    frag->len = len;
     frag->l3_off = static_cast<uint16_t>(data_off + l2_len);
     frag->l4_off = static_cast<uint16_t>(frag->l3_off + ip_hdr_len);
     std::memcpy(head + data_off, piece.headers.data(), piece.headers.size());
