@@ -9,6 +9,8 @@
 // recorded for tests.
 #include <arpa/inet.h>
 
+#include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -24,17 +26,24 @@ namespace {
 constexpr int kCloneReason = -98;
 constexpr uint32_t kVxlanBcastEncapService = 6;
 
+// Records and injections serve tests; a host turns recording off, and then
+// a broadcast takes no lock: the switches and counters are atomics.
 struct Engine {
-    std::mutex lock;
+    std::mutex lock;  // the records
     std::vector<efrt::BcastRequest> requests;
     std::vector<efrt::BcastNodeResult> node_results;
     std::vector<efrt::PortSend> sends;
-    unsigned fail_proc = 0;
-    unsigned fail_alloc = 0;
-    long nodes_live = 0;
-    efrt::PortTx port_tx = nullptr;
-    void *port_tx_ctx = nullptr;
-    bool recording = true;
+    std::atomic<unsigned> fail_proc{0};
+    std::atomic<unsigned> fail_alloc{0};
+    std::atomic<long> nodes_live{0};
+    std::atomic<bool> recording{true};
+    // The port hook and its context, published together.
+    struct PortHook {
+        efrt::PortTx fn;
+        void *ctx;
+    };
+    std::array<PortHook, 2> port_hooks{};
+    std::atomic<const PortHook *> port_tx{&port_hooks[0]};
 };
 
 Engine &engine()
@@ -43,13 +52,14 @@ Engine &engine()
     return e;
 }
 
-bool take_injection(unsigned &armed)
+// An armed injection is taken once; while none is armed this is one load.
+bool take_injection(std::atomic<unsigned> &armed)
 {
-    std::lock_guard<std::mutex> g(engine().lock);
-    if (armed == 0)
-        return false;
-    armed--;
-    return true;
+    unsigned n = armed.load(std::memory_order_relaxed);
+    while (n != 0)
+        if (armed.compare_exchange_weak(n, n - 1, std::memory_order_relaxed))
+            return true;
+    return false;
 }
 
 uint16_t vlan_id(const efmp_buff_t *buff) { return static_cast<uint16_t>(ntohl(buff->vlan_tag) & 0xFFF); }
@@ -93,43 +103,32 @@ efrt::BcastRequest describe(const efmp_buff_t *buff, uint32_t flags_arg, bool re
     return r;
 }
 
-bool recording()
-{
-    std::lock_guard<std::mutex> g(engine().lock);
-    return engine().recording;
-}
+bool recording() { return engine().recording.load(std::memory_order_relaxed); }
 
 void record_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
 {
-    efrt::PortTx tx;
-    void *ctx;
-    bool recording;
-    {
-        std::lock_guard<std::mutex> g(engine().lock);
-        tx = engine().port_tx;
-        ctx = engine().port_tx_ctx;
-        recording = engine().recording;
-    }
-    if (tx != nullptr)
-        tx(ifindex, buff, ctx);
-    if (!recording)
+    const Engine::PortHook *tx = engine().port_tx.load(std::memory_order_acquire);
+    if (tx->fn != nullptr)
+        tx->fn(ifindex, buff, tx->ctx);
+    if (!recording())
         return;
     efrt::PortSend s{ifindex, vlan_id(buff), buff->flags, vlan_flood, frame_bytes(buff)};
     std::lock_guard<std::mutex> g(engine().lock);
     engine().sends.push_back(std::move(s));
 }
 
-// Sends the buffer on every member port of its VLAN, in ascending interface
-// order, leaving out the source port unless NOT_EX_SRC is set.
+// Sends the buffer on every member port of its VLAN that exists, in
+// ascending interface order, leaving out the source port unless NOT_EX_SRC
+// is set.
 void flood_vlan(const efmp_buff_t *buff)
 {
-    auto check = reinterpret_cast<ef_bridge_intf_vlan_check_fn>(
-        efrt::bridge_handler(EF_BRIDGE_SERV_INTF_VLAN_CHECK));
+    if (efrt::bridge_handler(EF_BRIDGE_SERV_INTF_VLAN_CHECK) == nullptr)
+        return;
     const uint16_t vid = vlan_id(buff);
     const bool keep_src = (buff->flags & EFMP_F_NOT_EX_SRC) != 0;
     const uint32_t src = source_ifx(buff);
-    for (uint32_t ifx : efrt::lsm_indexes()) {
-        if (check == nullptr || check(ifx, vid) == 0)
+    for (uint32_t ifx : efrt::bridge_vlan_members(vid)) {
+        if (lsm_get_intfcb(ifx) == nullptr)
             continue;
         if (ifx == src && !keep_src)
             continue;
@@ -175,11 +174,9 @@ void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
         if (slot == nullptr)
             continue;
         const int r = encap(&slot, n);
-        {
+        if (recording()) {
             std::lock_guard<std::mutex> g(engine().lock);
-            if (engine().recording)
-                engine().node_results.push_back(
-                    efrt::BcastNodeResult{n->kind, n->vid, n->ifindex, r});
+            engine().node_results.push_back(efrt::BcastNodeResult{n->kind, n->vid, n->ifindex, r});
         }
         if (r == EF_Lost || slot == nullptr)
             continue;
@@ -198,8 +195,7 @@ extern "C" efmp_mcast_node_t *efmp_mcast_alloc_nodes(uint32_t count)
     auto *node = static_cast<efmp_mcast_node_t *>(std::calloc(1, sizeof(efmp_mcast_node_t)));
     if (node == nullptr)
         return nullptr;
-    std::lock_guard<std::mutex> g(engine().lock);
-    engine().nodes_live++;
+    engine().nodes_live.fetch_add(1, std::memory_order_relaxed);
     return node;
 }
 
@@ -212,8 +208,7 @@ extern "C" void efmp_mcast_free_nodes(efmp_mcast_node_t *list)
         list = next;
         freed++;
     }
-    std::lock_guard<std::mutex> g(engine().lock);
-    engine().nodes_live -= freed;
+    engine().nodes_live.fetch_sub(freed, std::memory_order_relaxed);
 }
 
 // 1 (nothing taken) on refusal or when no broadcast-packet callback is
@@ -283,48 +278,37 @@ std::vector<PortSend> port_take_sends()
     return out;
 }
 
+// Alternates between two records, so that a sender still reading the old
+// one sees it whole; hosts change the hook only while no packet thread runs.
 void set_port_tx(PortTx fn, void *ctx)
 {
-    std::lock_guard<std::mutex> g(engine().lock);
-    engine().port_tx = fn;
-    engine().port_tx_ctx = ctx;
+    Engine &e = engine();
+    Engine::PortHook *next =
+        e.port_tx.load() == &e.port_hooks[0] ? &e.port_hooks[1] : &e.port_hooks[0];
+    *next = Engine::PortHook{fn, ctx};
+    e.port_tx.store(next, std::memory_order_release);
 }
 
-void bcast_set_recording(bool on)
-{
-    std::lock_guard<std::mutex> g(engine().lock);
-    engine().recording = on;
-}
+void bcast_set_recording(bool on) { engine().recording.store(on, std::memory_order_relaxed); }
 
-void bcast_fail_proc(unsigned n)
-{
-    std::lock_guard<std::mutex> g(engine().lock);
-    engine().fail_proc = n;
-}
+void bcast_fail_proc(unsigned n) { engine().fail_proc.store(n, std::memory_order_relaxed); }
 
-void mcast_fail_alloc(unsigned n)
-{
-    std::lock_guard<std::mutex> g(engine().lock);
-    engine().fail_alloc = n;
-}
+void mcast_fail_alloc(unsigned n) { engine().fail_alloc.store(n, std::memory_order_relaxed); }
 
-long mcast_nodes_live()
-{
-    std::lock_guard<std::mutex> g(engine().lock);
-    return engine().nodes_live;
-}
+long mcast_nodes_live() { return engine().nodes_live.load(std::memory_order_relaxed); }
 
 void bcast_reset()
 {
-    std::lock_guard<std::mutex> g(engine().lock);
-    engine().requests.clear();
-    engine().node_results.clear();
-    engine().sends.clear();
-    engine().fail_proc = 0;
-    engine().fail_alloc = 0;
-    engine().port_tx = nullptr;
-    engine().port_tx_ctx = nullptr;
-    engine().recording = true;
+    {
+        std::lock_guard<std::mutex> g(engine().lock);
+        engine().requests.clear();
+        engine().node_results.clear();
+        engine().sends.clear();
+    }
+    bcast_fail_proc(0);
+    mcast_fail_alloc(0);
+    set_port_tx(nullptr, nullptr);
+    bcast_set_recording(true);
 }
 
 }  // namespace efrt

@@ -3,16 +3,20 @@
 // entries; learned entries age out on the platform clock; port VLANs and VLAN
 // membership per interface; the layer-2 protocol frame test. It publishes its
 // services in the efmp registry.
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 #include "ef_bridge.h"
 #include "efrt.h"
 #include "efrt_services.h"
+#include "published.h"
 
 namespace {
 
@@ -28,12 +32,44 @@ struct Entry {
     uint64_t seen_ms;  // platform clock when last learned
 };
 
-struct Bridge {
+struct MacKeyHash {
+    size_t operator()(const MacKey &k) const
+    {
+        // MAC bits spread by a multiplicative hash, the domain mixed in.
+        return static_cast<size_t>((k.second ^ (k.first * 0x9E3779B97F4A7C15ull)) *
+                                   0xFF51AFD7ED558CCDull >> 16);
+    }
+};
+
+// The MAC table is split into shards, each with its own lock, so that packet
+// threads learning and looking up different MACs do not wait for each other.
+constexpr size_t kShards = 64;
+
+struct alignas(64) Shard {
     std::mutex lock;
-    std::map<MacKey, Entry> macs;
-    std::map<uint32_t, uint16_t> pvid;
-    std::set<std::pair<uint32_t, uint16_t>> members;
-    uint64_t age_ms = kDefaultAgeMs;
+    std::unordered_map<MacKey, Entry, MacKeyHash> macs;
+};
+
+// Port VLANs and VLAN membership: set by configuration, read per packet.
+struct Ports {
+    std::unordered_map<uint32_t, uint16_t> pvid;
+    std::set<std::pair<uint32_t, uint16_t>> members;  // (ifindex, vid)
+    std::unordered_map<uint16_t, std::vector<uint32_t>> by_vlan;  // ascending ifindex
+
+    // Rebuilds the per-VLAN lists from the membership set.
+    bool index_members()
+    {
+        by_vlan.clear();
+        for (const auto &[ifindex, vid] : members)
+            by_vlan[vid].push_back(ifindex);
+        return true;
+    }
+};
+
+struct Bridge {
+    std::array<Shard, kShards> shards;
+    efrt::Published<Ports> ports;
+    std::atomic<uint64_t> age_ms{kDefaultAgeMs};
 };
 
 Bridge &bridge()
@@ -41,6 +77,8 @@ Bridge &bridge()
     static Bridge b;
     return b;
 }
+
+Shard &shard_of(const MacKey &key) { return bridge().shards[MacKeyHash{}(key) % kShards]; }
 
 uint64_t mac_number(const uint8_t *mac)
 {
@@ -58,16 +96,29 @@ void mac_bytes(uint64_t n, uint8_t *mac)
     }
 }
 
+// Calls fn(map) for every shard under its lock.
+template <class F>
+void for_each_shard(F &&fn)
+{
+    for (Shard &sh : bridge().shards) {
+        std::lock_guard<std::mutex> g(sh.lock);
+        fn(sh.macs);
+    }
+}
+
 // A learned MAC never replaces a filtering entry.
 int add_mac(const ef_bridge_mac_req_t *req)
 {
     if (req == nullptr)
         return -1;
-    std::lock_guard<std::mutex> g(bridge().lock);
-    Entry &e = bridge().macs[{req->key, mac_number(req->mac)}];
+    const MacKey key{req->key, mac_number(req->mac)};
+    const uint64_t now = efrt::clock_now_ms();
+    Shard &sh = shard_of(key);
+    std::lock_guard<std::mutex> g(sh.lock);
+    Entry &e = sh.macs[key];
     if (e.filter)
         return -1;
-    e = Entry{req->ifindex, req->vid, false, true, efrt::clock_now_ms()};
+    e = Entry{req->ifindex, req->vid, false, true, now};
     return 0;
 }
 
@@ -75,9 +126,11 @@ int mac_lookup(int32_t, uint64_t key, const uint8_t *mac, ef_bridge_mac_out_t *o
 {
     if (mac == nullptr)
         return EF_BRIDGE_MAC_NOT_FOUND;
-    std::lock_guard<std::mutex> g(bridge().lock);
-    auto it = bridge().macs.find({key, mac_number(mac)});
-    if (it == bridge().macs.end())
+    const MacKey k{key, mac_number(mac)};
+    Shard &sh = shard_of(k);
+    std::lock_guard<std::mutex> g(sh.lock);
+    auto it = sh.macs.find(k);
+    if (it == sh.macs.end())
         return EF_BRIDGE_MAC_NOT_FOUND;
     if (it->second.filter)
         return EF_BRIDGE_MAC_FILTER;
@@ -90,15 +143,14 @@ int mac_lookup(int32_t, uint64_t key, const uint8_t *mac, ef_bridge_mac_out_t *o
 
 int intf_vlan_check(uint32_t ifindex, uint16_t vid)
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
-    return bridge().members.count({ifindex, vid}) != 0 ? 1 : 0;
+    return bridge().ports.read().members.count({ifindex, vid}) != 0 ? 1 : 0;
 }
 
 int intf_pvid_get(uint32_t ifindex, uint16_t *pvid)
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
-    auto it = bridge().pvid.find(ifindex);
-    if (it == bridge().pvid.end() || pvid == nullptr)
+    const Ports &p = bridge().ports.read();
+    auto it = p.pvid.find(ifindex);
+    if (it == p.pvid.end() || pvid == nullptr)
         return -1;
     *pvid = it->second;
     return 0;
@@ -186,80 +238,93 @@ void bridge_withdraw_all()
 
 std::vector<BridgeMac> bridge_macs()
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
     std::vector<BridgeMac> out;
-    for (const auto &[key, e] : bridge().macs) {
-        BridgeMac m{key.first, {}, e.ifindex, e.vid, e.filter};
-        mac_bytes(key.second, m.mac);
-        out.push_back(m);
-    }
+    for_each_shard([&out](const auto &macs) {
+        for (const auto &[key, e] : macs) {
+            BridgeMac m{key.first, {}, e.ifindex, e.vid, e.filter};
+            mac_bytes(key.second, m.mac);
+            out.push_back(m);
+        }
+    });
+    std::sort(out.begin(), out.end(), [](const BridgeMac &a, const BridgeMac &b) {
+        return std::make_pair(a.key, mac_number(a.mac)) < std::make_pair(b.key, mac_number(b.mac));
+    });
     return out;
 }
 
 void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t vid)
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
-    bridge().macs[{key, mac_number(mac)}] = Entry{ifindex, vid, false, false, 0};
+    const MacKey k{key, mac_number(mac)};
+    Shard &sh = shard_of(k);
+    std::lock_guard<std::mutex> g(sh.lock);
+    sh.macs[k] = Entry{ifindex, vid, false, false, 0};
 }
 
 void bridge_add_filter(uint64_t key, const uint8_t *mac)
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
-    bridge().macs[{key, mac_number(mac)}] = Entry{0, 0, true, false, 0};
+    const MacKey k{key, mac_number(mac)};
+    Shard &sh = shard_of(k);
+    std::lock_guard<std::mutex> g(sh.lock);
+    sh.macs[k] = Entry{0, 0, true, false, 0};
 }
 
-void bridge_set_age_time(uint64_t ms)
-{
-    std::lock_guard<std::mutex> g(bridge().lock);
-    bridge().age_ms = ms;
-}
+void bridge_set_age_time(uint64_t ms) { bridge().age_ms.store(ms); }
 
 size_t bridge_age_run()
 {
     const uint64_t now = clock_now_ms();
-    std::lock_guard<std::mutex> g(bridge().lock);
+    const uint64_t age = bridge().age_ms.load();
     size_t removed = 0;
-    for (auto it = bridge().macs.begin(); it != bridge().macs.end();) {
-        const Entry &e = it->second;
-        if (e.learned && now - e.seen_ms >= bridge().age_ms) {
-            it = bridge().macs.erase(it);
-            removed++;
-        } else {
-            ++it;
+    for_each_shard([&](auto &macs) {
+        for (auto it = macs.begin(); it != macs.end();) {
+            const Entry &e = it->second;
+            if (e.learned && now - e.seen_ms >= age) {
+                it = macs.erase(it);
+                removed++;
+            } else {
+                ++it;
+            }
         }
-    }
+    });
     return removed;
 }
 
 void bridge_set_pvid(uint32_t ifindex, uint16_t pvid)
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
-    bridge().pvid[ifindex] = pvid;
+    bridge().ports.update([&](Ports &p) { return p.pvid[ifindex] = pvid; });
 }
 
 void bridge_add_vlan(uint32_t ifindex, uint16_t vid)
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
-    bridge().members.insert({ifindex, vid});
+    bridge().ports.update([&](Ports &p) {
+        p.members.insert({ifindex, vid});
+        return p.index_members();
+    });
 }
 
 void bridge_remove_vlan(uint32_t ifindex, uint16_t vid)
 {
-    std::lock_guard<std::mutex> g(bridge().lock);
-    bridge().members.erase({ifindex, vid});
+    bridge().ports.update([&](Ports &p) {
+        p.members.erase({ifindex, vid});
+        return p.index_members();
+    });
+}
+
+const std::vector<uint32_t> &bridge_vlan_members(uint16_t vid)
+{
+    static const std::vector<uint32_t> none;
+    const Ports &p = bridge().ports.read();
+    auto it = p.by_vlan.find(vid);
+    return it == p.by_vlan.end() ? none : it->second;
 }
 
 // Empties the tables and publishes every service again; run after the
 // service registry has been reset.
 void bridge_reset()
 {
-    {
-        std::lock_guard<std::mutex> g(bridge().lock);
-        bridge().macs.clear();
-        bridge().pvid.clear();
-        bridge().members.clear();
-        bridge().age_ms = kDefaultAgeMs;
-    }
+    for_each_shard([](auto &macs) { macs.clear(); });
+    bridge().ports.clear();
+    bridge().age_ms.store(kDefaultAgeMs);
     bridge_publish_all();
 }
 

@@ -1,18 +1,29 @@
 // Per-interface hooks of the pipeline: Ethernet-level parsers by (interface
 // index, slot), efmp parser descriptors and encapsulation descriptors by
-// interface. The pipeline runs them; this file only keeps them.
+// interface. The pipeline runs them; this file only keeps them. Registration
+// works on the tables under a mutex and then publishes a lookup index that
+// packet threads read without a lock.
 #include <map>
 #include <mutex>
+#include <unordered_map>
 #include <utility>
 
 #include "efmp.h"
 #include "efrt_services.h"
+#include "published.h"
 
 namespace {
 
 struct EthParser {
     void *handler;
     uint32_t arg;
+};
+
+// What the pipeline asks per packet: the first hook of each kind per key.
+struct HookIndex {
+    std::unordered_map<uint64_t, void *> eth;  // ifindex << 32 | slot
+    std::unordered_map<const lsm_intfcb_t *, efmp_parser_fn> parsers;
+    std::unordered_map<const lsm_intfcb_t *, efmp_encap_fn> encaps;
 };
 
 struct Hooks {
@@ -24,12 +35,30 @@ struct Hooks {
     int fail_parser_reg = 0;
     int fail_parser_dereg = 0;
     int fail_encap = 0;
+    efrt::Published<HookIndex> index;
 };
 
 Hooks &hooks()
 {
     static Hooks h;
     return h;
+}
+
+uint64_t eth_key(uint32_t ifindex, uint32_t slot) { return uint64_t{ifindex} << 32 | slot; }
+
+// Rebuilds the lookup index from the tables; the caller holds the lock.
+void publish(Hooks &h)
+{
+    h.index.update([&h](HookIndex &idx) {
+        idx = HookIndex{};
+        for (const auto &[key, p] : h.eth)
+            idx.eth.emplace(eth_key(key.first, key.second), p.handler);
+        for (const efmp_parser_t &p : h.parsers)
+            idx.parsers.emplace(p.intf, p.handler);
+        for (const auto &[intf, e] : h.encaps)
+            idx.encaps.emplace(intf, e.handler);
+        return true;
+    });
 }
 
 // Returns the armed failure code, disarming it.
@@ -57,13 +86,18 @@ extern "C" int ef_eth_reg_parser(uint32_t ifindex, void *fn, uint32_t arg, uint3
     if (fn == nullptr)
         return -1;
     h.eth[{ifindex, slot}] = EthParser{fn, arg};
+    publish(h);
     return 0;
 }
 
 extern "C" int ef_eth_dereg_parser(uint32_t ifindex, uint32_t slot)
 {
-    std::lock_guard<std::mutex> g(hooks().lock);
-    return hooks().eth.erase({ifindex, slot}) != 0 ? 0 : -1;
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    if (h.eth.erase({ifindex, slot}) == 0)
+        return -1;
+    publish(h);
+    return 0;
 }
 
 // The same handler on the same interface is attached once; again is an error.
@@ -79,6 +113,7 @@ extern "C" int efmp_reg_parser(efmp_parser_t *parser)
         if (same_parser(p, *parser))
             return -1;
     h.parsers.push_back(*parser);
+    publish(h);
     return 0;
 }
 
@@ -93,6 +128,7 @@ extern "C" int efmp_dereg_parser(efmp_parser_t *parser)
     for (auto it = h.parsers.begin(); it != h.parsers.end(); ++it) {
         if (same_parser(*it, *parser)) {
             h.parsers.erase(it);
+            publish(h);
             return 0;
         }
     }
@@ -109,6 +145,7 @@ extern "C" int efmp_reg_encap(efmp_encap_t *encap)
     if (encap == nullptr || encap->handler == nullptr || encap->intf == nullptr)
         return -1;
     h.encaps[encap->intf] = *encap;
+    publish(h);
     return 0;
 }
 
@@ -116,8 +153,12 @@ extern "C" int efmp_dereg_encap(efmp_encap_t *encap)
 {
     if (encap == nullptr)
         return -1;
-    std::lock_guard<std::mutex> g(hooks().lock);
-    return hooks().encaps.erase(encap->intf) != 0 ? 0 : -1;
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    if (h.encaps.erase(encap->intf) == 0)
+        return -1;
+    publish(h);
+    return 0;
 }
 
 namespace efrt {
@@ -166,25 +207,23 @@ std::vector<efmp_encap_t> efmp_encaps()
 
 void *eth_parser_of(uint32_t ifindex, uint32_t slot)
 {
-    std::lock_guard<std::mutex> g(hooks().lock);
-    auto it = hooks().eth.find({ifindex, slot});
-    return it == hooks().eth.end() ? nullptr : it->second.handler;
+    const auto &eth = hooks().index.read().eth;
+    auto it = eth.find(eth_key(ifindex, slot));
+    return it == eth.end() ? nullptr : it->second;
 }
 
 efmp_parser_fn efmp_parser_of(const lsm_intfcb_t *intf)
 {
-    std::lock_guard<std::mutex> g(hooks().lock);
-    for (const efmp_parser_t &p : hooks().parsers)
-        if (p.intf == intf)
-            return p.handler;
-    return nullptr;
+    const auto &parsers = hooks().index.read().parsers;
+    auto it = parsers.find(intf);
+    return it == parsers.end() ? nullptr : it->second;
 }
 
 efmp_encap_fn efmp_encap_of(const lsm_intfcb_t *intf)
 {
-    std::lock_guard<std::mutex> g(hooks().lock);
-    auto it = hooks().encaps.find(const_cast<lsm_intfcb_t *>(intf));
-    return it == hooks().encaps.end() ? nullptr : it->second.handler;
+    const auto &encaps = hooks().index.read().encaps;
+    auto it = encaps.find(intf);
+    return it == encaps.end() ? nullptr : it->second;
 }
 
 void efmp_encap_fail_register(int rc)
@@ -201,6 +240,7 @@ void hooks_reset()
     h.parsers.clear();
     h.encaps.clear();
     h.fail_eth = h.fail_parser_reg = h.fail_parser_dereg = h.fail_encap = 0;
+    h.index.clear();
 }
 
 }  // namespace efrt

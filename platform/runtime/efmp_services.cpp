@@ -1,18 +1,22 @@
 // The efmp service registry: handlers published by modules under (module,
 // service number), and the change handlers told of every publication and
 // withdrawal. Handlers are called without the registry's lock held, so they
-// may look services up themselves.
+// may look services up themselves. Packet threads look handlers up in a
+// published copy of the table, without the lock.
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <unordered_map>
 #include <utility>
 
 #include "efmp.h"
 #include "efrt_services.h"
+#include "published.h"
 
 namespace {
 
 using Key = std::pair<uint32_t, uint32_t>;
+using Lookup = std::unordered_map<uint64_t, void *>;  // module << 32 | service
 
 struct Registry {
     std::mutex lock;
@@ -20,12 +24,26 @@ struct Registry {
     std::map<Key, int> fail_register;
     std::vector<efmp_serv_chg_fn> change_handlers;
     int fail_change_handler = 0;
+    efrt::Published<Lookup> lookup;
 };
 
 Registry &registry()
 {
     static Registry r;
     return r;
+}
+
+uint64_t lookup_key(uint32_t module, uint32_t service) { return uint64_t{module} << 32 | service; }
+
+// Publishes one change of the table; the caller holds the lock.
+void publish(Registry &r, uint32_t module, uint32_t service, void *handler)
+{
+    r.lookup.update([&](Lookup &l) {
+        if (handler == nullptr)
+            return l.erase(lookup_key(module, service));
+        l[lookup_key(module, service)] = handler;
+        return size_t{1};
+    });
 }
 
 std::vector<efmp_serv_chg_fn> change_handlers()
@@ -61,6 +79,7 @@ extern "C" int efmp_reg_service(efmp_service_t *serv)
             return rc;
         }
         r.services[key] = serv->handler;
+        publish(r, serv->module, serv->service, serv->handler);
     }
     notify(EFMP_SERV_PUBLISHED, *serv);
     return 0;
@@ -78,6 +97,7 @@ extern "C" int efmp_dereg_service(efmp_service_t *serv)
             return -1;
         gone.handler = it->second;
         registry().services.erase(it);
+        publish(registry(), serv->module, serv->service, nullptr);
     }
     notify(EFMP_SERV_WITHDRAWN, gone);
     return 0;
@@ -85,9 +105,9 @@ extern "C" int efmp_dereg_service(efmp_service_t *serv)
 
 extern "C" void *efmp_get_service(uint32_t module, uint32_t service)
 {
-    std::lock_guard<std::mutex> g(registry().lock);
-    auto it = registry().services.find(Key{module, service});
-    return it == registry().services.end() ? nullptr : it->second;
+    const Lookup &l = registry().lookup.read();
+    auto it = l.find(lookup_key(module, service));
+    return it == l.end() ? nullptr : it->second;
 }
 
 // A handler registered twice is kept once: a module that registers again
@@ -153,6 +173,7 @@ void services_reset()
     r.fail_register.clear();
     r.change_handlers.clear();
     r.fail_change_handler = 0;
+    r.lookup.clear();
 }
 
 }  // namespace efrt

@@ -11,6 +11,9 @@ namespace efrt {
 // Every buffer queued on a CPU's slot so far, in queue order, taken off the
 // queue; the caller owns them (free with efmp_buff_free_sw_user).
 std::vector<efmp_buff_t *> l3_take(uint32_t cpu = 0);
+// The same without building a vector: the head of the queued chain (linked
+// through next, the last one's next null), or nullptr when none waits.
+efmp_buff_t *l3_take_chain(uint32_t cpu = 0);
 // Number of buffers waiting on a CPU's slot.
 uint32_t l3_queued(uint32_t cpu = 0);
 // Per-slot capacity (default 4096).

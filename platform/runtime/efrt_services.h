@@ -24,6 +24,9 @@ long buff_live(int reason);
 long buff_live_total();
 // Makes the next n buffer allocations fail.
 void buff_fail_alloc(unsigned n);
+// Returns the calling thread's cached buffer storage and the shared pool's to
+// the C allocator.
+void buff_pool_trim();
 
 // ---- efmp services ----
 struct ServiceInfo {
@@ -107,6 +110,9 @@ size_t bridge_age_run();
 void bridge_set_pvid(uint32_t ifindex, uint16_t pvid);
 void bridge_add_vlan(uint32_t ifindex, uint16_t vid);
 void bridge_remove_vlan(uint32_t ifindex, uint16_t vid);
+// The member ports of a VLAN in ascending index order, without a lock; the
+// list stays valid until the next reset.
+const std::vector<uint32_t> &bridge_vlan_members(uint16_t vid);
 
 // ---- capability service ----
 // Sets a capability without telling anyone (before start).

@@ -1,9 +1,9 @@
 // The per-CPU hand-off queue between the packet paths and the L3 engine.
 // Producers append whole chains under the slot's spin lock; the L3 worker
-// (or a test) takes them off.
+// (or a test) takes them off. Waking the worker reads the registered wake
+// function without a lock: a packet thread calls it for every chain.
 #include <array>
 #include <atomic>
-#include <mutex>
 
 #include "efrt.h"
 #include "efrt_l3.h"
@@ -21,9 +21,14 @@ std::array<efmp_skip_slot_t, kCpus> g_slots = [] {
 }();
 
 std::array<std::atomic<uint64_t>, kCpus> g_wakes{};
-std::mutex g_wake_lock;
-efrt::L3WakeFn g_wake_fn = nullptr;
-void *g_wake_ctx = nullptr;
+
+// The function and its context are published together, as one record.
+struct Wake {
+    efrt::L3WakeFn fn;
+    void *ctx;
+};
+std::array<Wake, 2> g_wake_records{};
+std::atomic<const Wake *> g_wake{&g_wake_records[0]};
 
 efmp_skip_slot_t &slot_of(uint32_t cpu) { return g_slots[cpu % kCpus]; }
 
@@ -34,29 +39,31 @@ __thread uint32_t g_efmp_cpu_num;
 
 extern "C" void efmp_vth_active_async(void *, uint32_t cpu)
 {
-    g_wakes[cpu % kCpus]++;
-    efrt::L3WakeFn fn;
-    void *ctx;
-    {
-        std::lock_guard<std::mutex> g(g_wake_lock);
-        fn = g_wake_fn;
-        ctx = g_wake_ctx;
-    }
-    if (fn != nullptr)
-        fn(cpu, ctx);
+    g_wakes[cpu % kCpus].fetch_add(1, std::memory_order_relaxed);
+    const Wake *w = g_wake.load(std::memory_order_acquire);
+    if (w->fn != nullptr)
+        w->fn(cpu, w->ctx);
 }
 
 namespace efrt {
 
-std::vector<efmp_buff_t *> l3_take(uint32_t cpu)
+efmp_buff_t *l3_take_chain(uint32_t cpu)
 {
     efmp_skip_slot_t &slot = slot_of(cpu);
+    if (__atomic_load_n(&slot.count, __ATOMIC_RELAXED) == 0)
+        return nullptr;
     pthread_spin_lock(&slot.lock);
     efmp_buff_t *head = slot.head;
     slot.head = nullptr;
     slot.tail = nullptr;
     __atomic_store_n(&slot.count, 0u, __ATOMIC_RELAXED);
     pthread_spin_unlock(&slot.lock);
+    return head;
+}
+
+std::vector<efmp_buff_t *> l3_take(uint32_t cpu)
+{
+    efmp_buff_t *head = l3_take_chain(cpu);
     std::vector<efmp_buff_t *> out;
     while (head != nullptr) {
         efmp_buff_t *next = head->next;
@@ -80,11 +87,14 @@ void l3_set_capacity(uint32_t capacity) { efmp_skip_top.capacity = capacity; }
 
 uint64_t l3_wakes(uint32_t cpu) { return g_wakes[cpu % kCpus].load(); }
 
+// Alternates between two records, so that a waker still reading the old one
+// sees it whole; the host changes the wake function only while no packet
+// thread runs (at start and at stop).
 void l3_set_wake(L3WakeFn fn, void *ctx)
 {
-    std::lock_guard<std::mutex> g(g_wake_lock);
-    g_wake_fn = fn;
-    g_wake_ctx = ctx;
+    Wake *next = g_wake.load() == &g_wake_records[0] ? &g_wake_records[1] : &g_wake_records[0];
+    *next = Wake{fn, ctx};
+    g_wake.store(next, std::memory_order_release);
 }
 
 void l3_reset()

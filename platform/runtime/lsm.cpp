@@ -1,18 +1,24 @@
 // Interface manager: a table of interface control blocks by index. The blocks
 // stay at a fixed address while they exist, since modules keep pointers.
+// Packet threads look blocks up in a published index without a lock.
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 
 #include "efrt.h"
 #include "lsm.h"
+#include "published.h"
 
 namespace {
+
+using Index = std::unordered_map<uint32_t, lsm_intfcb_t *>;
 
 struct Interfaces {
     std::recursive_mutex lock;
     std::map<uint32_t, std::unique_ptr<lsm_intfcb_t>> table;
+    efrt::Published<Index> index;
 };
 
 Interfaces &intfs()
@@ -35,10 +41,9 @@ int copy_name(uint32_t ifindex, char *buf, int len, bool short_name)
 
 extern "C" lsm_intfcb_t *lsm_get_intfcb(uint32_t ifindex)
 {
-    Interfaces &i = intfs();
-    std::lock_guard<std::recursive_mutex> g(i.lock);
-    auto it = i.table.find(ifindex);
-    return it == i.table.end() ? nullptr : it->second.get();
+    const Index &index = intfs().index.read();
+    auto it = index.find(ifindex);
+    return it == index.end() ? nullptr : it->second;
 }
 
 extern "C" int lsm_if_get_name(uint32_t ifindex, char *buf, int len)
@@ -58,14 +63,18 @@ void lsm_add(const lsm_intfcb_t &intf)
     Interfaces &i = intfs();
     std::lock_guard<std::recursive_mutex> g(i.lock);
     auto &slot = i.table[intf.ifindex];
-    if (slot == nullptr)
+    if (slot == nullptr) {
         slot = std::make_unique<lsm_intfcb_t>();
+        lsm_intfcb_t *block = slot.get();
+        i.index.update([&](Index &idx) { return idx[intf.ifindex] = block; });
+    }
     *slot = intf;
 }
 
 void lsm_remove(uint32_t ifindex)
 {
     std::lock_guard<std::recursive_mutex> g(intfs().lock);
+    intfs().index.update([&](Index &idx) { return idx.erase(ifindex); });
     intfs().table.erase(ifindex);
 }
 
@@ -81,6 +90,7 @@ std::vector<uint32_t> lsm_indexes()
 void lsm_clear()
 {
     std::lock_guard<std::recursive_mutex> g(intfs().lock);
+    intfs().index.clear();
     intfs().table.clear();
 }
 

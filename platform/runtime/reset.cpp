@@ -3,6 +3,7 @@
 #include "efrt.h"
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
+#include "efrt_services.h"
 
 namespace efrt {
 
@@ -34,6 +35,7 @@ void reset()
     appdb_reset();
     l3_reset();
     bcast_reset();
+    buff_pool_trim();
 }
 
 }  // namespace efrt

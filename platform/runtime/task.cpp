@@ -29,7 +29,7 @@ struct Task {
 struct Scheduler {
     std::recursive_mutex lock;
     std::list<std::unique_ptr<Task>> tasks;
-    uint64_t now = 0;
+    std::atomic<uint64_t> now{0};  // written under lock, read by packet threads without
     unsigned fail_create = 0;
     std::thread timer;
     std::atomic<bool> timer_run{false};
@@ -68,10 +68,10 @@ void run_until(uint64_t limit)
             std::lock_guard<std::recursive_mutex> g(s.lock);
             task = next_due(s, limit);
             if (task == nullptr) {
-                s.now = std::max(s.now, limit);
+                s.now.store(std::max(s.now.load(), limit));
                 return;
             }
-            s.now = std::max(s.now, task->due);
+            s.now.store(std::max(s.now.load(), task->due));
             task->armed = false;  // every timeout fires once
             task->running = true;
         }
@@ -131,7 +131,7 @@ extern "C" int ef_task_active_timeout(void *handle, int mode, uint32_t timeout)
             continue;
         t->armed = true;
         t->mode = mode;
-        t->due = s.now + timeout;
+        t->due = s.now.load() + timeout;
         return 0;
     }
     return -1;
@@ -139,11 +139,7 @@ extern "C" int ef_task_active_timeout(void *handle, int mode, uint32_t timeout)
 
 namespace efrt {
 
-uint64_t clock_now_ms()
-{
-    std::lock_guard<std::recursive_mutex> g(sched().lock);
-    return sched().now;
-}
+uint64_t clock_now_ms() { return sched().now.load(std::memory_order_relaxed); }
 
 void clock_advance(uint64_t ms) { run_until(clock_now_ms() + ms); }
 
