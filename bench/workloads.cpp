@@ -67,9 +67,10 @@ efmp_buff_t *receive(const Bytes &frame, lsm_intfcb_t *port)
 size_t drain_l3()
 {
     size_t n = 0;
-    for (efmp_buff_t *b : efrt::l3_take()) {
+    for (efmp_buff_t *b = efrt::l3_take_chain(); b != nullptr; n++) {
+        efmp_buff_t *next = b->next;
         efmp_buff_free_sw_user(kBuffReason, b);
-        n++;
+        b = next;
     }
     return n;
 }

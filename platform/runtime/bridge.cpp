@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "ef_bridge.h"
@@ -50,18 +51,24 @@ struct alignas(64) Shard {
     std::unordered_map<MacKey, Entry, MacKeyHash> macs;
 };
 
+uint64_t member_key(uint32_t ifindex, uint16_t vid) { return uint64_t{ifindex} << 16 | vid; }
+
 // Port VLANs and VLAN membership: set by configuration, read per packet.
 struct Ports {
     std::unordered_map<uint32_t, uint16_t> pvid;
     std::set<std::pair<uint32_t, uint16_t>> members;  // (ifindex, vid)
+    std::unordered_set<uint64_t> member_keys;          // member_key(ifindex, vid)
     std::unordered_map<uint16_t, std::vector<uint32_t>> by_vlan;  // ascending ifindex
 
-    // Rebuilds the per-VLAN lists from the membership set.
+    // Rebuilds the lookups from the membership set.
     bool index_members()
     {
         by_vlan.clear();
-        for (const auto &[ifindex, vid] : members)
+        member_keys.clear();
+        for (const auto &[ifindex, vid] : members) {
             by_vlan[vid].push_back(ifindex);
+            member_keys.insert(member_key(ifindex, vid));
+        }
         return true;
     }
 };
@@ -72,11 +79,9 @@ struct Bridge {
     std::atomic<uint64_t> age_ms{kDefaultAgeMs};
 };
 
-Bridge &bridge()
-{
-    static Bridge b;
-    return b;
-}
+Bridge g_bridge;
+
+Bridge &bridge() { return g_bridge; }
 
 Shard &shard_of(const MacKey &key) { return bridge().shards[MacKeyHash{}(key) % kShards]; }
 
@@ -143,7 +148,7 @@ int mac_lookup(int32_t, uint64_t key, const uint8_t *mac, ef_bridge_mac_out_t *o
 
 int intf_vlan_check(uint32_t ifindex, uint16_t vid)
 {
-    return bridge().ports.read().members.count({ifindex, vid}) != 0 ? 1 : 0;
+    return bridge().ports.read().member_keys.count(member_key(ifindex, vid)) != 0 ? 1 : 0;
 }
 
 int intf_pvid_get(uint32_t ifindex, uint16_t *pvid)

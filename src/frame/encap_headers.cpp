@@ -2,6 +2,7 @@
 // IPv4 or IPv6, pushed in that order into the buffer's headroom, and the
 // buffer metadata rewritten for the L3 engine.
 #include "encap_private.h"
+#include "inet_checksum.h"
 #include "packet_dump.h"
 #include "packet_trace.h"
 #include "wire_headers.h"
@@ -27,32 +28,13 @@ constexpr uint16_t kDontFragment = 0x4000;
 constexpr uint64_t kFlagsCleared = EFMP_F_DST_SET | EFMP_F_L2_HDR_OWNED;
 constexpr uint64_t kFlagsSet = EFMP_F_LOCAL | EFMP_F_VXLAN_ENCAP;
 
-// Adds the buffer's 16-bit big-endian words; an odd last byte is a word of
-// its own, padded with a zero byte after it.
-uint32_t sum_words(const uint8_t *p, uint32_t len, uint32_t sum)
-{
-    for (; len > 1; p += 2, len -= 2)
-        sum += wire::get_be16(p);
-    if (len == 1)
-        sum += static_cast<uint32_t>(*p) << 8;
-    return sum;
-}
-
-uint16_t fold(uint32_t sum)
-{
-    sum = (sum >> 16) + (sum & 0xFFFF);
-    sum = (sum >> 16) + (sum & 0xFFFF);
-    return static_cast<uint16_t>(~sum);
-}
-
 uint16_t udp_checksum(const uint8_t *sip, const uint8_t *dip, uint32_t addr_len,
                       const uint8_t *udp, uint32_t len)
 {
-    uint32_t sum = sum_words(sip, addr_len, 0);
-    sum = sum_words(dip, addr_len, sum);
-    sum += wire::get_be16(reinterpret_cast<const wire::UdpHdr *>(udp)->len);
-    sum += wire::kIpProtoUdp;
-    return fold(sum_words(udp, len, sum));
+    const uint16_t pseudo = csum::add(csum::sum(sip, addr_len), csum::sum(dip, addr_len));
+    const uint32_t fields =
+        wire::get_be16(reinterpret_cast<const wire::UdpHdr *>(udp)->len) + wire::kIpProtoUdp;
+    return static_cast<uint16_t>(~csum::add(csum::add(pseudo, fields), csum::sum(udp, len)));
 }
 
 // The traffic class to copy into the outer header: the whole inner TOS
@@ -119,7 +101,6 @@ bool push_udp(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t 
     wire::put_be16(udp->dport, load_relaxed(vsd->udp_port));
     wire::put_be16(udp->len, static_cast<uint16_t>(buff->len));
     wire::put_be16(udp->csum, 0);
-    store_barrier();
     const bool v4 = tnl->family == VXLAN_EF_AF_INET;
     const uint16_t csum = v4 ? udp_checksum_v4(tnl->sip, tnl->dip, p, buff->len)
                              : udp_checksum_v6(tnl->sip, tnl->dip, p, buff->len);
@@ -147,7 +128,6 @@ bool push_ipv4(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t
     wire::put_be16(ip->csum, 0);
     std::memcpy(ip->src, tnl->sip, sizeof ip->src);
     std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
-    store_barrier();
     wire::put_be16(ip->csum, ipv4_header_checksum(p));
     return true;
 }
@@ -205,7 +185,7 @@ uint16_t udp_checksum_v6(const uint8_t *sip, const uint8_t *dip, const uint8_t *
 
 uint16_t ipv4_header_checksum(const uint8_t *hdr)
 {
-    return fold(sum_words(hdr, sizeof(wire::Ipv4Hdr), 0));
+    return static_cast<uint16_t>(~csum::sum(hdr, sizeof(wire::Ipv4Hdr)));
 }
 
 }  // namespace vxlan_ef

@@ -5,19 +5,6 @@ namespace vxlan_ef {
 
 namespace {
 
-uint32_t gate_flag(TraceGate gate)
-{
-    switch (gate) {
-    case TraceGate::Parser:
-        return VXLAN_EF_DBG_PARSER;
-    case TraceGate::Forward:
-        return VXLAN_EF_DBG_FORWARD;
-    case TraceGate::Encap:
-        return VXLAN_EF_DBG_ENCAP;
-    }
-    return 0;
-}
-
 void clear_mask_bits(vxlan_ef_vsd_t *vsd, uint32_t bits)
 {
     store_relaxed(vsd->debug_mask, static_cast<uint16_t>(load_relaxed(vsd->debug_mask) & ~bits));
@@ -36,15 +23,8 @@ void exhaust(vxlan_ef_vsd_t *vsd, TraceGate gate)
 
 }  // namespace
 
-bool trace_admit(efmp_buff_t *buff, TraceGate gate)
+bool trace_admit_flagged(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, TraceGate gate)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr || buff == nullptr)
-        return false;
-    if (buff->flags & EFMP_F_TRACE)
-        return true;
-    if ((load_relaxed(vsd->debug_mask) & gate_flag(gate)) == 0)
-        return false;
     if (gate == TraceGate::Parser && buff->src_ifx != load_relaxed(vsd->trace_ifx))
         return false;
     // Packet threads spend the budget without a lock: a decrement lost to

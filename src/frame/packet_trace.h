@@ -15,10 +15,37 @@ enum class TraceGate {
     Encap,    // encap flag; an empty budget clears forward and encap
 };
 
-// True when a trace line may be printed for buff. May mark buff as traced and
-// spend one unit of budget. The budget is updated without a lock: a lost
-// decrement only lets one more packet be traced.
-bool trace_admit(efmp_buff_t *buff, TraceGate gate);
+constexpr uint16_t gate_flag(TraceGate gate)
+{
+    switch (gate) {
+    case TraceGate::Parser:
+        return VXLAN_EF_DBG_PARSER;
+    case TraceGate::Forward:
+        return VXLAN_EF_DBG_FORWARD;
+    case TraceGate::Encap:
+        return VXLAN_EF_DBG_ENCAP;
+    }
+    return 0;
+}
+
+// The gate for a packet not yet traced whose gate flag is on: may mark buff
+// as traced and spend one unit of budget.
+bool trace_admit_flagged(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, TraceGate gate);
+
+// True when a trace line may be printed for buff. While the module is silent
+// it costs the mask test, and the packet's trace mark, inline: nothing is
+// called and nothing formatted.
+inline bool trace_admit(efmp_buff_t *buff, TraceGate gate)
+{
+    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
+    if (vsd == nullptr || buff == nullptr)
+        return false;
+    if ((load_relaxed(vsd->debug_mask) & gate_flag(gate)) == 0)
+        return (buff->flags & EFMP_F_TRACE) != 0;
+    if (buff->flags & EFMP_F_TRACE)
+        return true;
+    return trace_admit_flagged(buff, vsd, gate);
+}
 
 }  // namespace vxlan_ef
 

@@ -166,19 +166,6 @@ void mark_decapsulated(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni, lsm
         vxlan_ef_pkt_dump(buff, "patch-parser(vxlan)");
 }
 
-void learn_from_tunnel(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni, lsm_intfcb_t *tunnel)
-{
-    if (!soft_forwarding())
-        return;
-    bool learn = false;
-    {
-        ReadLock lock(vsd);
-        learn = vxlan_ef_check_tnl_mac_learn(vsd, tunnel->ifindex) != 0;
-    }
-    if (learn)
-        vxlan_ef_learn_xmac(buff, vsd, vni, 0, tunnel);
-}
-
 }  // namespace
 
 DecapResult vxlan_decap(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
@@ -191,6 +178,7 @@ DecapResult vxlan_decap(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
     packet_addresses(buff, *vx.layout, src, dst);
     uint32_t vni = vx.vni;
     lsm_intfcb_t *tunnel = nullptr;
+    bool learn = false;
     {
         ReadLock lock(vsd);
         vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
@@ -204,6 +192,10 @@ DecapResult vxlan_decap(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
         // The tunnel's source is the packet's destination.
         tunnel = vxlan_ef_tunnel_get(reinterpret_cast<void *>(static_cast<intptr_t>(vsd->id)),
                                      entry, &dst, &src);
+        // Asked while the lock is held anyway; used only once the frame is
+        // decapsulated.
+        learn = tunnel != nullptr && soft_forwarding() &&
+                vxlan_ef_check_tnl_mac_learn(vsd, tunnel->ifindex) != 0;
     }
     if (tunnel == nullptr) {
         char text[kAddrBufLen] = {};
@@ -222,7 +214,8 @@ DecapResult vxlan_decap(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
     if (!inner_tags_valid(buff))
         return DecapResult::Drop;
     mark_decapsulated(buff, vsd, vni, tunnel);
-    learn_from_tunnel(buff, vsd, vni, tunnel);
+    if (learn)
+        vxlan_ef_learn_xmac(buff, vsd, vni, 0, tunnel);
     return DecapResult::Done;
 }
 
