@@ -33,7 +33,7 @@ constexpr Tunnel kTunnels[] = {
     {kTunnel1, "tunnel1", false, kLocalVtep4, kRemoteVtep1},
     {kTunnel2, "tunnel2", false, kLocalVtep4, "10.0.0.2"},
     {kTunnel3, "tunnel3", false, kLocalVtep4, "10.0.0.3"},
-    {kTunnel6, "tunnel6", true, "2001:db8::1", "2001:db8::2"},
+    {kTunnel6, "tunnel6", true, "2001:db8::1", kRemoteVtep6},
 };
 
 constexpr std::pair<uint32_t, const char *> kPorts[] = {
@@ -133,6 +133,8 @@ std::string start_segment()
     if (vxlan_ef_init() != 0 || g_vxlan_vsd == nullptr)
         return "the module did not start";
     g_vxlan_vsd->debug_mask = 0;
+    // As a host runs: nothing recorded for tests.
+    efrt::bcast_set_recording(false);
     create_tunnels();
     configure_bridge();
     for (const Bytes &msg : segment_config())

@@ -41,6 +41,7 @@ constexpr Mac kNextHopMac{0x02, 0xBB, 0x00, 0x00, 0x00, 0x01};
 
 constexpr const char *kLocalVtep4 = "192.0.2.1";
 constexpr const char *kRemoteVtep1 = "10.0.0.1";
+constexpr const char *kRemoteVtep6 = "2001:db8::2";
 
 // Starts the module and configures the segment of the drawing. Returns an
 // empty string, or what went wrong.

@@ -7,9 +7,11 @@
 #include <cstring>
 #include <memory>
 
+#include "bench_messages.h"
 #include "bench_setup.h"
 #include "efrt.h"
 #include "efrt_l3.h"
+#include "efrt_pipeline.h"
 #include "efrt_services.h"
 #include "vxlan_ef.h"
 
@@ -27,40 +29,20 @@ constexpr uint32_t kResyncFirstVni = 1000;
 constexpr size_t kResyncVnis = 1000;
 constexpr size_t kVnisPerMessage = 100;  // two TLVs each, under the 255-TLV limit
 
-constexpr uint16_t kEthLen = 14;
-constexpr uint16_t kIpv4HeaderLen = 20;
-
-struct Classification {
-    uint16_t ether_type;
-    uint8_t pkt_type;
-};
-
-// The platform's Ethernet layer classifies every frame before the module's
-// parsers see it (untagged frames only here).
-constexpr Classification kClasses[] = {{0x0800, 1}, {0x0806, 2}, {0x86DD, 27}};
-
-void classify(efmp_buff_t *b, const Bytes &frame)
-{
-    b->l2_len = kEthLen;
-    b->l3_off = static_cast<uint16_t>(b->data_off + kEthLen);
-    b->l4_off = static_cast<uint16_t>(b->l3_off + kIpv4HeaderLen);
-    const auto type = static_cast<uint16_t>(frame[12] << 8 | frame[13]);
-    for (const Classification &c : kClasses)
-        if (c.ether_type == type)
-            b->pkt_type = c.pkt_type;
-}
-
-// A received frame in a fresh buffer, as a port hands it over.
+// A received frame in a fresh buffer, as the platform's Ethernet layer hands
+// it to the pipeline.
 efmp_buff_t *receive(const Bytes &frame, lsm_intfcb_t *port)
 {
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(kBuffReason, static_cast<uint32_t>(frame.size()));
-    if (b == nullptr)
-        return nullptr;
-    std::memcpy(b->head + b->data_off, frame.data(), frame.size());
-    b->src_intf = port;
-    b->src_ifx = port->ifindex;
-    classify(b, frame);
-    return b;
+    return efrt::pipeline_frame(port->ifindex, frame.data(), frame.size());
+}
+
+// True when the packet's outer destination is the given VTEP address.
+bool sent_to(const efmp_buff_t *b, const vxlan_ef_ip_addr_t &vtep)
+{
+    const uint8_t *ip = b->head + b->data_off;
+    const bool v4 = vtep.family == VXLAN_EF_AF_INET;
+    constexpr size_t kIpv4Dst = 16, kIpv6Dst = 24;
+    return std::memcmp(ip + (v4 ? kIpv4Dst : kIpv6Dst), vtep.addr, v4 ? 4 : 16) == 0;
 }
 
 // Frees what reached the L3 hand-off queue; returns how many there were.
@@ -102,31 +84,26 @@ struct Decap {
     Bytes frame;
     lsm_intfcb_t *uplink;
     lsm_intfcb_t *tunnel;
-    efmp_parser_fn tunnel_parser;
 
     bool operator()() const
     {
         efmp_buff_t *b = receive(frame, uplink);
         if (b == nullptr)
             return false;
-        int r = vxlan_ef_parser_service(b);
-        const bool onto_tunnel = r == EF_Normal && b->src_intf == tunnel;
-        uint32_t result = 0;
-        if (onto_tunnel)
-            r = tunnel_parser(b, &result);
+        const int r = efrt::pipeline_parse(b);
+        const bool onto_tunnel = b->src_intf == tunnel;
         release(b, r);
         return onto_tunnel && r == EF_Normal;
     }
 };
 
-// An access frame to a MAC learnt behind a tunnel: receive parser, forwarding
-// decision, then the tunnel's encapsulation hook, which queues the packets
-// for the L3 engine.
+// An access frame to a MAC learnt behind a tunnel, through the whole
+// pipeline: receive parser, forwarding decision, then the tunnel's
+// encapsulation hook, which queues the packets for the L3 engine.
 struct LocalToTunnel {
     Bytes frame;
     lsm_intfcb_t *port;
-    lsm_intfcb_t *tunnel;
-    efmp_encap_fn encap;
+    vxlan_ef_ip_addr_t vtep;
     size_t expected_out;
 
     bool operator()() const
@@ -134,14 +111,16 @@ struct LocalToTunnel {
         efmp_buff_t *b = receive(frame, port);
         if (b == nullptr)
             return false;
-        int r = vxlan_ef_parser_service(b);
-        if (r == EF_Normal)
-            r = vxlan_ef_forward(b);
-        const bool to_tunnel = r == EF_Normal && b->dst_intf == tunnel;
-        if (to_tunnel)
-            r = encap(b, tunnel);
-        release(b, r);
-        return drain_l3() == expected_out && to_tunnel && r == EF_Lost;
+        const efrt::PipeOutcome out = efrt::pipeline_run(b);
+        efmp_buff_t *queued = efrt::l3_take_chain();
+        const bool to_vtep = queued != nullptr && sent_to(queued, vtep);
+        size_t n = 0;
+        for (; queued != nullptr; n++) {
+            efmp_buff_t *next = queued->next;
+            efmp_buff_free_sw_user(kBuffReason, queued);
+            queued = next;
+        }
+        return n == expected_out && out == efrt::PipeOutcome::Consumed && to_vtep;
     }
 };
 
@@ -156,12 +135,8 @@ struct Flood {
         efmp_buff_t *b = receive(frame, port);
         if (b == nullptr)
             return false;
-        int r = vxlan_ef_parser_service(b);
-        const bool parsed = r == EF_Normal;
-        if (parsed)
-            r = vxlan_ef_forward(b);
-        release(b, r);
-        return drain_l3() == kTunnelsInVni && parsed;
+        const efrt::PipeOutcome out = efrt::pipeline_run(b);
+        return drain_l3() == kTunnelsInVni && out == efrt::PipeOutcome::ForwardDrop;
     }
 };
 
@@ -210,18 +185,17 @@ Workload decap(const std::string &name, size_t inner_len)
     const Bytes inner = ipv4_frame(kLocalMac, kRemoteMac4, inner_len);
     const OuterHeaders outer{kUplinkMac, kNextHopMac, kRemoteVtep1, kLocalVtep4, kVni};
     lsm_intfcb_t *tunnel = lsm_get_intfcb(kTunnel1);
-    Decap d{vxlan4_frame(outer, inner), lsm_get_intfcb(kUplinkPort), tunnel,
-            efrt::efmp_parser_of(tunnel)};
+    Decap d{vxlan4_frame(outer, inner), lsm_get_intfcb(kUplinkPort), tunnel};
     return packet_workload(name, d.frame.size(), d);
 }
 
 Workload local_to_tunnel(const std::string &name, size_t frame_len, bool ipv6_tunnel,
                          size_t expected_out = 1)
 {
-    lsm_intfcb_t *tunnel = lsm_get_intfcb(ipv6_tunnel ? kTunnel6 : kTunnel1);
     const Mac &dst = ipv6_tunnel ? kRemoteMac6 : kRemoteMac4;
-    LocalToTunnel l{ipv4_frame(dst, kLocalMac, frame_len), lsm_get_intfcb(kAccessPort), tunnel,
-                    efrt::efmp_encap_of(tunnel), expected_out};
+    const vxlan_ef_ip_addr_t vtep = ipv6_tunnel ? ip6(kRemoteVtep6) : ip4(kRemoteVtep1);
+    LocalToTunnel l{ipv4_frame(dst, kLocalMac, frame_len), lsm_get_intfcb(kAccessPort), vtep,
+                    expected_out};
     return packet_workload(name, l.frame.size(), l);
 }
 

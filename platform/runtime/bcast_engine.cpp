@@ -2,8 +2,8 @@
 // efmp_bcast_proc. A copy carrying a node list is cloned once per node and
 // each clone is handed to the VXLAN module's broadcast-packet callback (module
 // 56, service 6, looked up in the service registry as a real platform does);
-// a clone the callback leaves to the pipeline (EF_Normal) goes out through its
-// destination interface's encapsulation hook. A single buffer without nodes
+// a clone the callback leaves to the pipeline (EF_Normal) goes on through the
+// pipeline's delivery to its destination interface. A single buffer without nodes
 // is flooded to the member ports of the VLAN in its VLAN field, the source
 // port excluded unless NOT_EX_SRC is set. Everything asked and sent is
 // recorded for tests.
@@ -19,6 +19,7 @@
 #include "ef_bridge.h"
 #include "efrt.h"
 #include "efrt_bcast.h"
+#include "efrt_pipeline.h"
 #include "efrt_services.h"
 
 namespace {
@@ -105,7 +106,10 @@ efrt::BcastRequest describe(const efmp_buff_t *buff, uint32_t flags_arg, bool re
 
 bool recording() { return engine().recording.load(std::memory_order_relaxed); }
 
-void record_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
+}  // namespace
+
+// Defined beside the records it adds to.
+void efrt::port_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
 {
     const Engine::PortHook *tx = engine().port_tx.load(std::memory_order_acquire);
     if (tx->fn != nullptr)
@@ -116,6 +120,8 @@ void record_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
     std::lock_guard<std::mutex> g(engine().lock);
     engine().sends.push_back(std::move(s));
 }
+
+namespace {
 
 // Sends the buffer on every member port of its VLAN that exists, in
 // ascending interface order, leaving out the source port unless NOT_EX_SRC
@@ -132,7 +138,7 @@ void flood_vlan(const efmp_buff_t *buff)
             continue;
         if (ifx == src && !keep_src)
             continue;
-        record_send(ifx, buff, true);
+        efrt::port_send(ifx, buff, true);
     }
 }
 
@@ -153,20 +159,6 @@ efmp_buff_t *clone(const efmp_buff_t *src)
     return c;
 }
 
-// A clone the callback handed back to the pipeline goes out through the
-// encapsulation hook of its destination interface, when it has one.
-void deliver(efmp_buff_t *buff)
-{
-    lsm_intfcb_t *dst = buff->dst_intf;
-    if (dst == nullptr)
-        return;
-    const efmp_encap_fn hook = efrt::efmp_encap_of(dst);
-    if (hook != nullptr && hook(buff, dst) != 0)
-        return;
-    if (buff->dst_intf != nullptr)
-        record_send(buff->dst_intf->ifindex, buff, false);
-}
-
 void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
 {
     for (efmp_mcast_node_t *n = copy->mcast_nodes; n != nullptr; n = n->next) {
@@ -180,8 +172,9 @@ void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
         }
         if (r == EF_Lost || slot == nullptr)
             continue;
-        if (r == EF_Normal)
-            deliver(slot);
+        // A clone the callback handed back goes on through the pipeline.
+        if (r == EF_Normal && efrt::pipeline_deliver(slot) == efrt::PipeOutcome::Consumed)
+            continue;
         efmp_buff_free_sw_user(kCloneReason, slot);
     }
 }

@@ -54,7 +54,7 @@ Accounts *const g_accounts = new Accounts;
 
 Accounts &accounts() { return *g_accounts; }
 
-void count(int reason, long delta)
+inline void count(int reason, long delta)
 {
     Accounts &a = accounts();
     if (reason >= kReasonMin && reason <= kReasonMax) {

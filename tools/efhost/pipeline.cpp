@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "efrt_bcast.h"
+#include "efrt_pipeline.h"
 #include "efrt_services.h"
 #include "lsm.h"
 
@@ -14,20 +15,7 @@ namespace efhost {
 
 namespace {
 
-// Buffers are accounted under the same reason as the module's and the
-// platform's copies, so that each reason balances on its own.
-constexpr int kReason = -98;
-constexpr uint32_t kEthParserSlot = 5;
-constexpr uint32_t kForwardService = 2;
 constexpr size_t kEthHeader = 14;
-
-using EthParser = int (*)(efmp_buff_t *);
-using Forward = int (*)(efmp_buff_t *);
-
-uint32_t vni_of(const efmp_buff_t *b)
-{
-    return static_cast<uint32_t>(b->vni_tag[1]) << 16 | b->vni_tag[2] << 8 | b->vni_tag[3];
-}
 
 // Spreads the port threads over the per-CPU hand-off slots.
 void bind_cpu_slot()
@@ -40,42 +28,14 @@ void bind_cpu_slot()
     bound = true;
 }
 
-// The platform's Ethernet layer classifies what a port receives; the
-// module's access path relies on it (only IP frames can be fragmented, ARP
-// and ND are recognised for suppression).
-uint8_t classify(const uint8_t *frame, size_t len)
+// The smallest MTU of the ports the encapsulated packets leave on.
+uint32_t underlay_mtu(const Config &cfg)
 {
-    size_t off = 12;
-    uint16_t type = static_cast<uint16_t>(frame[off] << 8 | frame[off + 1]);
-    for (int tags = 0; tags < 2 && type == 0x8100 && off + 6 <= len; ++tags) {
-        off += 4;
-        type = static_cast<uint16_t>(frame[off] << 8 | frame[off + 1]);
-    }
-    switch (type) {
-    case 0x0800:
-        return 1;
-    case 0x0806:
-        return 2;
-    case 0x86DD:
-        return 27;
-    default:
-        return 0;
-    }
-}
-
-// The tunnel MTU handed to the module with every frame. Its size check
-// counts the inner packet after a 20-byte IP header against the MTU less the
-// outer headers, which leaves the inner Ethernet header and the rest of an
-// IPv6 inner header (20 + 20 bytes) out; taking them off here keeps every
-// outer packet within the smallest underlay port's MTU.
-uint16_t tunnel_mtu(const Config &cfg)
-{
-    constexpr uint32_t kUncounted = 40;
     uint32_t mtu = 0;
     for (const InterfaceConfig &ic : cfg.interfaces)
         if (!ic.addresses.empty() && (mtu == 0 || ic.mtu < mtu))
             mtu = ic.mtu;
-    return mtu > kUncounted + 70 ? static_cast<uint16_t>(mtu - kUncounted) : 0;
+    return mtu;
 }
 
 void tx_hook(uint32_t ifindex, const efmp_buff_t *buff, void *ctx)
@@ -93,10 +53,14 @@ Pipeline::Pipeline(const Config &cfg, std::map<uint32_t, Port *> ports, L3Engine
             continue;
         ports_[ic.index] = PortInfo{it->second, ic.pvid, !ic.addresses.empty()};
     }
-    tunnel_mtu_ = tunnel_mtu(cfg);
+    underlay_mtu_ = underlay_mtu(cfg);
 }
 
-void Pipeline::attach_to_platform() { efrt::set_port_tx(tx_hook, this); }
+void Pipeline::attach_to_platform()
+{
+    efrt::pipeline_set_underlay_mtu(underlay_mtu_);
+    efrt::set_port_tx(tx_hook, this);
+}
 
 void Pipeline::detach_from_platform() { efrt::set_port_tx(nullptr, nullptr); }
 
@@ -104,85 +68,29 @@ void Pipeline::receive(uint32_t ifindex, const uint8_t *frame, size_t len)
 {
     bind_cpu_slot();
     count(counters_.received);
-    if (len < kEthHeader)
-        return count(counters_.dropped);
     auto info = ports_.find(ifindex);
     // The underlay's own ARP and neighbour discovery stop here.
-    if (info != ports_.end() && info->second.has_addresses && l3_ != nullptr &&
-        l3_->handle_rx(ifindex, frame, len))
+    if (len >= kEthHeader && info != ports_.end() && info->second.has_addresses &&
+        l3_ != nullptr && l3_->handle_rx(ifindex, frame, len))
         return count(counters_.underlay);
-    efmp_buff_t *buff = efmp_buff_alloc_sw_user(kReason, static_cast<uint32_t>(len));
+    efmp_buff_t *buff = efrt::pipeline_frame(ifindex, frame, len);
     if (buff == nullptr)
         return count(counters_.dropped);
-    std::memcpy(buff->head + buff->data_off, frame, len);
-    buff->src_intf = lsm_get_intfcb(ifindex);
-    buff->src_ifx = ifindex;
-    buff->l2_len = kEthHeader;
-    buff->l3_off = static_cast<uint16_t>(buff->data_off + kEthHeader);
-    buff->pkt_type = classify(frame, len);
-    buff->vxlan_mtu = tunnel_mtu_;
-    if (buff->src_intf == nullptr) {
-        efmp_buff_free_sw_user(kReason, buff);
-        return count(counters_.dropped);
-    }
-    run(buff);
-}
-
-int Pipeline::run_parsers(efmp_buff_t *buff)
-{
-    auto eth = reinterpret_cast<EthParser>(efrt::eth_parser_of(buff->src_ifx, kEthParserSlot));
-    if (eth != nullptr && eth(buff) == EF_Drop)
-        return EF_Drop;
-    // A decapsulated frame now comes from its tunnel, whose own parser admits it.
-    if ((buff->flags & EFMP_F_VXLAN_DECAP) == 0 || buff->src_intf == nullptr)
-        return EF_Normal;
-    efmp_parser_fn tunnel = efrt::efmp_parser_of(buff->src_intf);
-    uint32_t result = 0;
-    return tunnel != nullptr ? tunnel(buff, &result) : EF_Normal;
-}
-
-void Pipeline::run(efmp_buff_t *buff)
-{
-    if (run_parsers(buff) == EF_Drop) {
-        efmp_buff_free_sw_user(kReason, buff);
+    switch (efrt::pipeline_run(buff)) {
+    case efrt::PipeOutcome::ParserDrop:
         return count(counters_.parser_drops);
-    }
-    auto forward = reinterpret_cast<Forward>(efmp_get_service(EFMP_MODULE_VXLAN, kForwardService));
-    if (vni_of(buff) == 0 || forward == nullptr) {
-        efmp_buff_free_sw_user(kReason, buff);
+    case efrt::PipeOutcome::NoVni:
         return count(counters_.no_vni);
-    }
-    const int r = forward(buff);
-    if (r == EF_Lost)
+    case efrt::PipeOutcome::Consumed:
+    case efrt::PipeOutcome::ForwardDrop:
         return count(counters_.consumed);
-    if (r != EF_Normal) {
-        efmp_buff_free_sw_user(kReason, buff);
-        return count(r == EF_Drop ? counters_.consumed : counters_.dropped);
+    case efrt::PipeOutcome::Dropped:
+        return count(counters_.dropped);
+    case efrt::PipeOutcome::Routed:
+        return count(counters_.routed);
+    case efrt::PipeOutcome::Sent:
+        return count(counters_.forwarded);
     }
-    deliver(buff);
-}
-
-// A frame the forwarding service left to the pipeline leaves through its
-// destination interface, after that interface's encapsulation hook.
-void Pipeline::deliver(efmp_buff_t *buff)
-{
-    if ((buff->flags & EFMP_F_SWITCH_ENGINE) != 0 || buff->dst_intf == nullptr) {
-        efmp_buff_free_sw_user(kReason, buff);
-        return count(buff->dst_intf == nullptr ? counters_.dropped : counters_.routed);
-    }
-    lsm_intfcb_t *dst = buff->dst_intf;
-    if (efmp_encap_fn hook = efrt::efmp_encap_of(dst); hook != nullptr) {
-        const int r = hook(buff, dst);
-        if (r == EF_Lost)
-            return count(counters_.consumed);
-        if (r != EF_Normal || buff->dst_intf == nullptr) {
-            efmp_buff_free_sw_user(kReason, buff);
-            return count(counters_.dropped);
-        }
-    }
-    transmit(buff->dst_intf->ifindex, buff);
-    efmp_buff_free_sw_user(kReason, buff);
-    count(counters_.forwarded);
 }
 
 void Pipeline::transmit(uint32_t ifindex, const efmp_buff_t *buff)

@@ -1,7 +1,7 @@
-// efhost's packet pipeline: what a frame received on a port goes through
-// (the interface's Ethernet parser, a tunnel's parser after decapsulation,
-// the VXLAN forwarding service, the chosen interface's encapsulation hook)
-// and how frames leave through ports.
+// efhost's side of the platform's packet pipeline: frames received on its
+// ports go through the platform's pipeline (efrt_pipeline.h), the underlay's
+// own ARP and neighbour discovery go to the L3 engine, and frames the
+// pipeline sends leave through efhost's ports, tagged as their port wants.
 #pragma once
 
 #include <array>
@@ -49,14 +49,11 @@ private:
         bool has_addresses = false;
     };
 
-    void run(efmp_buff_t *buff);
-    int run_parsers(efmp_buff_t *buff);
-    void deliver(efmp_buff_t *buff);
     void count(std::atomic<uint64_t> &counter) { counter.fetch_add(1, std::memory_order_relaxed); }
 
     std::map<uint32_t, PortInfo> ports_;
     L3Engine *l3_;
-    uint16_t tunnel_mtu_ = 0;
+    uint32_t underlay_mtu_ = 0;
     struct Counters {
         std::atomic<uint64_t> received{0}, parser_drops{0}, no_vni{0}, forwarded{0}, consumed{0},
             dropped{0}, routed{0}, underlay{0};

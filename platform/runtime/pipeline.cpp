@@ -1,0 +1,163 @@
+// The packet pipeline: the order every received frame takes through the
+// hooks that modules registered (efmp_hooks.cpp, efmp_services.cpp), and the
+// classification and tunnel MTU the Ethernet layer gives each frame.
+#include <atomic>
+#include <cstring>
+
+#include "efrt_pipeline.h"
+#include "efrt_services.h"
+#include "lsm.h"
+
+namespace efrt {
+
+namespace {
+
+// Buffers the pipeline makes are accounted under the same reason as the
+// module's and the broadcast engine's copies, so each reason balances alone.
+constexpr int kReason = -98;
+// The slot of the Ethernet-level parser that VXLAN over IP is recognised in.
+constexpr uint32_t kEthParserSlot = 5;
+// The VXLAN module's forwarding service.
+constexpr uint32_t kForwardService = 2;
+constexpr size_t kEthHeader = 14;
+constexpr uint16_t kTpid = 0x8100;
+
+constexpr uint8_t kPktTypeIpv4 = 1;
+constexpr uint8_t kPktTypeArp = 2;
+constexpr uint8_t kPktTypeIpv6 = 27;
+
+using FrameHook = int (*)(efmp_buff_t *);
+
+std::atomic<uint32_t> g_underlay_mtu{0};
+
+uint16_t be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+
+uint32_t vni_of(const efmp_buff_t *b)
+{
+    return static_cast<uint32_t>(b->vni_tag[1]) << 16 | b->vni_tag[2] << 8 | b->vni_tag[3];
+}
+
+// The packet type of a frame, looking through up to two 802.1Q tags: only IP
+// frames can be fragmented, and ARP and ND are recognised for suppression.
+uint8_t classify(const uint8_t *frame, size_t len)
+{
+    size_t off = 12;
+    uint16_t type = be16(frame + off);
+    for (int tags = 0; tags < 2 && type == kTpid && off + 6 <= len; ++tags) {
+        off += 4;
+        type = be16(frame + off);
+    }
+    switch (type) {
+    case 0x0800:
+        return kPktTypeIpv4;
+    case 0x0806:
+        return kPktTypeArp;
+    case 0x86DD:
+        return kPktTypeIpv6;
+    default:
+        return 0;
+    }
+}
+
+// The module checks a frame against its tunnel MTU as if the inner IP header
+// were 20 bytes and the Ethernet header were not there, and leaves the same
+// room in each fragment: an IPv4 fragment carries 20 header bytes, an IPv6
+// fragment 48 (with its fragment header) in a payload limit that already
+// counts 8 of them. MTU - 20 keeps a whole outer packet of either family
+// within the underlay; IPv6 frames too large for it get MTU - 40, so that
+// their fragments fit too. (An IPv6 frame within 20 bytes of the limit of
+// an IPv4 tunnel is therefore fragmented although it would just fit.)
+uint16_t tunnel_mtu(uint8_t pkt_type, size_t len)
+{
+    constexpr uint32_t kUncounted = 20;        // the inner Ethernet header's share
+    constexpr uint32_t kIpv6Uncounted = 40;    // and the rest of an IPv6 header
+    constexpr uint32_t kLargestOverhead = 56;  // Ethernet-less VXLAN over IPv6
+    constexpr uint32_t kSmallestMtu = 70 + kIpv6Uncounted;
+    const uint32_t mtu = g_underlay_mtu.load(std::memory_order_relaxed);
+    if (mtu < kSmallestMtu)
+        return 0;
+    if (pkt_type == kPktTypeIpv6 && len + kLargestOverhead > mtu)
+        return static_cast<uint16_t>(mtu - kIpv6Uncounted);
+    return static_cast<uint16_t>(mtu - kUncounted);
+}
+
+}  // namespace
+
+efmp_buff_t *pipeline_frame(uint32_t ifindex, const uint8_t *frame, size_t len)
+{
+    if (len < kEthHeader || len > UINT16_MAX)
+        return nullptr;
+    lsm_intfcb_t *intf = lsm_get_intfcb(ifindex);
+    if (intf == nullptr)
+        return nullptr;
+    efmp_buff_t *buff = efmp_buff_alloc_sw_user(kReason, static_cast<uint32_t>(len));
+    if (buff == nullptr)
+        return nullptr;
+    std::memcpy(buff->head + buff->data_off, frame, len);
+    buff->src_intf = intf;
+    buff->src_ifx = ifindex;
+    buff->l2_len = kEthHeader;
+    buff->l3_off = static_cast<uint16_t>(buff->data_off + kEthHeader);
+    buff->pkt_type = classify(frame, len);
+    buff->vxlan_mtu = tunnel_mtu(buff->pkt_type, len);
+    return buff;
+}
+
+void pipeline_set_underlay_mtu(uint32_t mtu) { g_underlay_mtu.store(mtu, std::memory_order_relaxed); }
+
+int pipeline_parse(efmp_buff_t *buff)
+{
+    auto eth = reinterpret_cast<FrameHook>(eth_parser_of(buff->src_ifx, kEthParserSlot));
+    if (eth != nullptr && eth(buff) == EF_Drop)
+        return EF_Drop;
+    // A decapsulated frame now comes from its tunnel, whose own parser admits it.
+    if ((buff->flags & EFMP_F_VXLAN_DECAP) == 0 || buff->src_intf == nullptr)
+        return EF_Normal;
+    efmp_parser_fn tunnel = efmp_parser_of(buff->src_intf);
+    uint32_t result = 0;
+    return tunnel != nullptr ? tunnel(buff, &result) : EF_Normal;
+}
+
+PipeOutcome pipeline_deliver(efmp_buff_t *buff)
+{
+    lsm_intfcb_t *dst = buff->dst_intf;
+    if (dst == nullptr)
+        return PipeOutcome::Dropped;
+    if (efmp_encap_fn hook = efmp_encap_of(dst); hook != nullptr) {
+        const int r = hook(buff, dst);
+        if (r == EF_Lost)
+            return PipeOutcome::Consumed;
+        if (r != EF_Normal || buff->dst_intf == nullptr)
+            return PipeOutcome::Dropped;
+    }
+    port_send(buff->dst_intf->ifindex, buff, false);
+    return PipeOutcome::Sent;
+}
+
+PipeOutcome pipeline_run(efmp_buff_t *buff)
+{
+    PipeOutcome out = PipeOutcome::ParserDrop;
+    if (pipeline_parse(buff) == EF_Normal) {
+        auto forward = reinterpret_cast<FrameHook>(efmp_get_service(EFMP_MODULE_VXLAN, kForwardService));
+        if (vni_of(buff) == 0 || forward == nullptr) {
+            out = PipeOutcome::NoVni;
+        } else {
+            const int r = forward(buff);
+            if (r == EF_Lost)
+                return PipeOutcome::Consumed;
+            if (r == EF_Drop)
+                out = PipeOutcome::ForwardDrop;
+            else if (r != EF_Normal)
+                out = PipeOutcome::Dropped;
+            else if ((buff->flags & EFMP_F_SWITCH_ENGINE) != 0 && buff->dst_intf != nullptr)
+                out = PipeOutcome::Routed;
+            else
+                out = pipeline_deliver(buff);
+        }
+    }
+    if (out != PipeOutcome::Consumed)
+        efmp_buff_free_sw_user(kReason, buff);
+    return out;
+}
+
+}  // namespace efrt
