@@ -18,6 +18,7 @@
 #include "efrt.h"
 #include "efrt_services.h"
 #include "published.h"
+#include "spin_lock.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ struct MacKeyHash {
 constexpr size_t kShards = 64;
 
 struct alignas(64) Shard {
-    std::mutex lock;
+    efrt::SpinLock lock;
     std::unordered_map<MacKey, Entry, MacKeyHash> macs;
 };
 
@@ -106,7 +107,7 @@ template <class F>
 void for_each_shard(F &&fn)
 {
     for (Shard &sh : bridge().shards) {
-        std::lock_guard<std::mutex> g(sh.lock);
+        std::lock_guard<efrt::SpinLock> g(sh.lock);
         fn(sh.macs);
     }
 }
@@ -119,7 +120,7 @@ int add_mac(const ef_bridge_mac_req_t *req)
     const MacKey key{req->key, mac_number(req->mac)};
     const uint64_t now = efrt::clock_now_ms();
     Shard &sh = shard_of(key);
-    std::lock_guard<std::mutex> g(sh.lock);
+    std::lock_guard<efrt::SpinLock> g(sh.lock);
     Entry &e = sh.macs[key];
     if (e.filter)
         return -1;
@@ -133,7 +134,7 @@ int mac_lookup(int32_t, uint64_t key, const uint8_t *mac, ef_bridge_mac_out_t *o
         return EF_BRIDGE_MAC_NOT_FOUND;
     const MacKey k{key, mac_number(mac)};
     Shard &sh = shard_of(k);
-    std::lock_guard<std::mutex> g(sh.lock);
+    std::lock_guard<efrt::SpinLock> g(sh.lock);
     auto it = sh.macs.find(k);
     if (it == sh.macs.end())
         return EF_BRIDGE_MAC_NOT_FOUND;
@@ -261,7 +262,7 @@ void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t
 {
     const MacKey k{key, mac_number(mac)};
     Shard &sh = shard_of(k);
-    std::lock_guard<std::mutex> g(sh.lock);
+    std::lock_guard<efrt::SpinLock> g(sh.lock);
     sh.macs[k] = Entry{ifindex, vid, false, false, 0};
 }
 
@@ -269,7 +270,7 @@ void bridge_add_filter(uint64_t key, const uint8_t *mac)
 {
     const MacKey k{key, mac_number(mac)};
     Shard &sh = shard_of(k);
-    std::lock_guard<std::mutex> g(sh.lock);
+    std::lock_guard<efrt::SpinLock> g(sh.lock);
     sh.macs[k] = Entry{0, 0, true, false, 0};
 }
 

@@ -38,11 +38,9 @@ struct Hooks {
     efrt::Published<HookIndex> index;
 };
 
-Hooks &hooks()
-{
-    static Hooks h;
-    return h;
-}
+Hooks g_hooks;
+
+Hooks &hooks() { return g_hooks; }
 
 uint64_t eth_key(uint32_t ifindex, uint32_t slot) { return uint64_t{ifindex} << 32 | slot; }
 

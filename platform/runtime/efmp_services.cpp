@@ -27,11 +27,9 @@ struct Registry {
     efrt::Published<Lookup> lookup;
 };
 
-Registry &registry()
-{
-    static Registry r;
-    return r;
-}
+Registry g_registry;
+
+Registry &registry() { return g_registry; }
 
 uint64_t lookup_key(uint32_t module, uint32_t service) { return uint64_t{module} << 32 | service; }
 

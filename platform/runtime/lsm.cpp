@@ -21,11 +21,9 @@ struct Interfaces {
     efrt::Published<Index> index;
 };
 
-Interfaces &intfs()
-{
-    static Interfaces i;
-    return i;
-}
+Interfaces g_intfs;
+
+Interfaces &intfs() { return g_intfs; }
 
 int copy_name(uint32_t ifindex, char *buf, int len, bool short_name)
 {
