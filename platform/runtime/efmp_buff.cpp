@@ -155,7 +155,7 @@ void cache_block(size_t cls, void *block)
 }
 #endif
 
-void *get_block(size_t cls, uint32_t capacity)
+void *get_block([[maybe_unused]] size_t cls, uint32_t capacity)
 {
 #if EFRT_BUFF_POOL
     if (cls < kClassStorage.size())
@@ -164,7 +164,7 @@ void *get_block(size_t cls, uint32_t capacity)
     return new_block(capacity);
 }
 
-void put_block(size_t cls, void *block)
+void put_block([[maybe_unused]] size_t cls, void *block)
 {
 #if EFRT_BUFF_POOL
     if (cls < kClassStorage.size())

@@ -65,6 +65,7 @@ public:
     bool input_done() const override { return true; }
     uint64_t rx_frames() const override { return 0; }
     uint64_t tx_frames() const override { return sent_.load(); }
+    efhost::PortCounters counters() const override { return {0, sent_.load(), 0, 0}; }
 
 private:
     std::atomic<uint64_t> sent_{0};

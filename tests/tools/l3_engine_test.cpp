@@ -111,6 +111,7 @@ public:
         std::lock_guard<std::mutex> g(lock_);
         return frames_.size();
     }
+    efhost::PortCounters counters() const override { return {0, tx_frames(), 0, 0}; }
     std::vector<Bytes> take()
     {
         std::lock_guard<std::mutex> g(lock_);

@@ -18,6 +18,7 @@
 #include "l3_clock.h"
 #include "l3_neighbours.h"
 #include "l3_routes.h"
+#include "tx_batch.h"
 
 namespace efhost {
 
@@ -65,7 +66,10 @@ struct L3Engine::Impl {
 
     std::mutex worker_lock;
     std::condition_variable worker_cv;
-    bool woken = false;     // under worker_lock
+    // Set by wakes, cleared by the worker before each drain: a wake that
+    // finds it set has nothing more to do, so only the first chain after a
+    // drain pays for the lock and the notification.
+    std::atomic<bool> pending{false};
     bool stopping = false;  // under worker_lock
     std::thread worker;
 
@@ -280,13 +284,19 @@ void L3Engine::Impl::drain()
     // Counted before the take so that idle() never sees an empty queue
     // while taken buffers are still being sent.
     draining++;
-    for (uint32_t cpu = 0; cpu < efmp_skip_top.cpu_count; ++cpu) {
-        for (efmp_buff_t *b : efrt::l3_take(cpu)) {
-            if (b->head != nullptr && size_t{b->data_off} + b->len <= b->size)
-                send_ip(b->head + b->data_off, b->len);
-            else
-                no_route++;
-            efmp_buff_free_sw_user(kBuffReason, b);
+    {
+        TxBatch batch;  // what one drain sends leaves together
+        for (uint32_t cpu = 0; cpu < efmp_skip_top.cpu_count; ++cpu) {
+            efmp_buff_t *b = efrt::l3_take_chain(cpu);
+            while (b != nullptr) {
+                efmp_buff_t *next = b->next;
+                if (b->head != nullptr && size_t{b->data_off} + b->len <= b->size)
+                    send_ip(b->head + b->data_off, b->len);
+                else
+                    no_route++;
+                efmp_buff_free_sw_user(kBuffReason, b);
+                b = next;
+            }
         }
     }
     draining--;
@@ -309,9 +319,9 @@ void L3Engine::Impl::run_worker()
 {
     std::unique_lock<std::mutex> lk(worker_lock);
     while (!stopping) {
-        worker_cv.wait_for(lk, kWorkerPeriod, [this] { return woken || stopping; });
-        woken = false;
+        worker_cv.wait_for(lk, kWorkerPeriod, [this] { return pending.load() || stopping; });
         lk.unlock();
+        pending.store(false);
         drain();
         service_resolutions();
         lk.lock();
@@ -323,22 +333,32 @@ void L3Engine::Impl::run_worker()
 namespace {
 
 // The engine a platform wake reaches. A wake may still be running when its
-// hook is removed, so it checks the engine against this guarded pointer
-// before touching it.
-std::mutex g_wake_lock;
-const void *g_wake_target = nullptr;
+// hook is removed: stop() clears the target and then waits until no wake is
+// in flight before the engine can go away.
+std::atomic<const void *> g_wake_target{nullptr};
+std::atomic<int> g_wakes_in_flight{0};
+
+void retire_wake_target(const void *impl)
+{
+    const void *expected = impl;
+    g_wake_target.compare_exchange_strong(expected, nullptr);
+    while (g_wakes_in_flight.load() != 0)
+        std::this_thread::yield();
+}
 
 }  // namespace
 
 void L3Engine::Impl::wake(uint32_t, void *ctx)
 {
-    std::lock_guard<std::mutex> g(g_wake_lock);
-    if (ctx != g_wake_target)
-        return;
-    auto *impl = static_cast<Impl *>(ctx);
-    std::lock_guard<std::mutex> w(impl->worker_lock);
-    impl->woken = true;
-    impl->worker_cv.notify_one();
+    g_wakes_in_flight.fetch_add(1);
+    if (ctx == g_wake_target.load()) {
+        auto *impl = static_cast<Impl *>(ctx);
+        if (!impl->pending.exchange(true)) {
+            std::lock_guard<std::mutex> w(impl->worker_lock);
+            impl->worker_cv.notify_one();
+        }
+    }
+    g_wakes_in_flight.fetch_sub(1);
 }
 
 L3Engine::L3Engine(std::vector<L3Port> ports, std::vector<RouteConfig> routes,
@@ -371,10 +391,7 @@ void L3Engine::start()
         std::lock_guard<std::mutex> w(impl_->worker_lock);
         impl_->stopping = false;
     }
-    {
-        std::lock_guard<std::mutex> g(g_wake_lock);
-        g_wake_target = impl_.get();
-    }
+    g_wake_target.store(impl_.get());
     efrt::l3_set_wake(&Impl::wake, impl_.get());
     impl_->worker = std::thread([this] { impl_->run_worker(); });
 }
@@ -384,11 +401,7 @@ void L3Engine::stop()
     if (!impl_->worker.joinable())
         return;
     efrt::l3_set_wake(nullptr, nullptr);
-    {
-        std::lock_guard<std::mutex> g(g_wake_lock);
-        if (g_wake_target == impl_.get())
-            g_wake_target = nullptr;
-    }
+    retire_wake_target(impl_.get());
     {
         std::lock_guard<std::mutex> w(impl_->worker_lock);
         impl_->stopping = true;

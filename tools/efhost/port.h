@@ -15,6 +15,15 @@ namespace efhost {
 // plus its Ethernet header and tags, stripped VLAN tags put back).
 using RxHandler = std::function<void(const uint8_t *frame, size_t len)>;
 
+// What a port counted so far; a dropped frame is one the port lost, not one
+// the pipeline decided to drop.
+struct PortCounters {
+    uint64_t rx = 0;
+    uint64_t tx = 0;
+    uint64_t rx_dropped = 0;  // did not fit, malformed offload, or no room in the kernel
+    uint64_t tx_dropped = 0;  // the device refused it or stayed full
+};
+
 class Port {
 public:
     virtual ~Port() = default;
@@ -31,6 +40,7 @@ public:
     // Frames received and sent so far.
     virtual uint64_t rx_frames() const = 0;
     virtual uint64_t tx_frames() const = 0;
+    virtual PortCounters counters() const = 0;
 };
 
 std::unique_ptr<Port> make_afpacket_port(const std::string &device);

@@ -1,43 +1,47 @@
 // The AF_PACKET port: a packet socket bound to one Linux network device in
-// promiscuous mode, a TPACKET_V3 receive ring drained by a thread of its own,
-// and plain send() for transmission. What the device leaves to offloads
-// (stripped tags, pending checksums, TCP super-frames) is resolved through
-// frame_fixup.h before a frame reaches the handler.
+// promiscuous mode. Its thread takes every frame that is there with one
+// recvmmsg call (waiting only while none is) and hands them on as one batch;
+// what the handler sends meanwhile leaves in batches too (tx_batch.h), with
+// sendmmsg. A frame is handed on as soon as it arrives: nothing waits for a
+// batch to fill. What the device leaves to offloads (stripped tags, pending
+// checksums, TCP super-frames), reported in each frame's auxiliary data, is
+// resolved through frame_fixup.h before a frame reaches the handler.
 #include <arpa/inet.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <vector>
 
 #include "frame_fixup.h"
 #include "port.h"
+#include "tx_batch.h"
 
 namespace efhost {
 
 namespace {
 
-// Each ring block holds at least one 64 KiB GSO frame with its headers.
-constexpr unsigned kBlockSize = 1u << 17;
-constexpr unsigned kBlockCount = 32;
-constexpr unsigned kFrameSize = 1u << 11;
-constexpr unsigned kBlockRetireMs = 10;
+// Room for a 64 KiB GSO frame with its headers in every receive slot.
+constexpr size_t kRxSlot = (64u << 10) + 512;
+constexpr unsigned kRxBatch = 64;
+constexpr int kSocketBuffer = 8 << 20;
 // Short enough that stop() does not wait long for the receive thread.
 constexpr int kPollTimeoutMs = 100;
 constexpr int kSendAttempts = 50;
 constexpr auto kSendRetryPause = std::chrono::microseconds(200);
 constexpr size_t kEthernetHeader = 14;
 
-class AfPacketPort final : public Port {
+class AfPacketPort final : public Port, public BatchSink {
 public:
     explicit AfPacketPort(std::string device) : device_(std::move(device)) {}
     ~AfPacketPort() override;
@@ -45,26 +49,36 @@ public:
     bool open(std::string &error) override;
     void start(RxHandler rx) override;
     bool send(const uint8_t *frame, size_t len) override;
+    size_t send_batch(const std::vector<uint8_t> *frames, size_t count) override;
     void stop() override;
     bool input_done() const override { return false; }
     uint64_t rx_frames() const override { return rx_.load(std::memory_order_relaxed); }
     uint64_t tx_frames() const override { return tx_.load(std::memory_order_relaxed); }
+    PortCounters counters() const override;
 
 private:
+    // The receive slots of one recvmmsg call and their auxiliary data.
+    struct RxSlots {
+        std::vector<uint8_t> data;
+        std::vector<mmsghdr> msgs;
+        std::vector<iovec> iovs;
+        std::vector<uint8_t> control;
+        size_t control_len = 0;
+    };
+
     bool fail(std::string &error, const std::string &what, int err);
     bool read_mtu(std::string &error);
-    bool set_up_ring(std::string &error);
+    bool set_up_socket(std::string &error);
     bool attach(std::string &error, int ifindex);
     void release();
     void receive_loop();
-    void wait_for_frames();
-    void deliver_block(tpacket_block_desc *block);
-    void deliver(const tpacket3_hdr *hdr);
+    bool wait_for_frames();
+    void prepare(RxSlots &slots);
+    void deliver(const uint8_t *data, size_t len, size_t wire_len, const msghdr &msg);
+    bool send_one(const uint8_t *frame, size_t len);
 
     std::string device_;
     int fd_ = -1;
-    uint8_t *ring_ = nullptr;
-    size_t ring_size_ = 0;
     uint32_t mtu_ = 0;
     RxHandler rx_handler_;
     std::thread thread_;
@@ -74,6 +88,7 @@ private:
     std::atomic<uint64_t> tx_{0};
     std::atomic<uint64_t> rx_dropped_{0};
     std::atomic<uint64_t> tx_failed_{0};
+    mutable std::atomic<uint64_t> kernel_drops_{0};
 };
 
 AfPacketPort::~AfPacketPort()
@@ -96,8 +111,6 @@ bool AfPacketPort::fail(std::string &error, const std::string &what, int err)
 
 void AfPacketPort::release()
 {
-    if (ring_ != nullptr) munmap(ring_, ring_size_);
-    ring_ = nullptr;
     if (fd_ >= 0) close(fd_);
     fd_ = -1;
 }
@@ -111,28 +124,24 @@ bool AfPacketPort::read_mtu(std::string &error)
     return true;
 }
 
-bool AfPacketPort::set_up_ring(std::string &error)
+// Every frame comes with its auxiliary data (stripped tag, pending
+// checksum); the buffers absorb bursts while the thread is busy.
+bool AfPacketPort::set_up_socket(std::string &error)
 {
-    const int version = TPACKET_V3;
-    if (setsockopt(fd_, SOL_PACKET, PACKET_VERSION, &version, sizeof version) != 0)
-        return fail(error, "cannot select TPACKET_V3", errno);
-    tpacket_req3 req{};
-    req.tp_block_size = kBlockSize;
-    req.tp_block_nr = kBlockCount;
-    req.tp_frame_size = kFrameSize;
-    req.tp_frame_nr = kBlockSize / kFrameSize * kBlockCount;
-    req.tp_retire_blk_tov = kBlockRetireMs;
-    if (setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &req, sizeof req) != 0)
-        return fail(error, "cannot set up the receive ring", errno);
-    ring_size_ = size_t{kBlockSize} * kBlockCount;
-    void *ring = mmap(nullptr, ring_size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
-    if (ring == MAP_FAILED) return fail(error, "cannot map the receive ring", errno);
-    ring_ = static_cast<uint8_t *>(ring);
+    const int one = 1;
+    if (setsockopt(fd_, SOL_PACKET, PACKET_AUXDATA, &one, sizeof one) != 0)
+        return fail(error, "cannot ask for auxiliary data", errno);
+    for (int opt : {SO_RCVBUFFORCE, SO_SNDBUFFORCE}) {
+        if (setsockopt(fd_, SOL_SOCKET, opt, &kSocketBuffer, sizeof kSocketBuffer) != 0) {
+            const int fallback = opt == SO_RCVBUFFORCE ? SO_RCVBUF : SO_SNDBUF;
+            setsockopt(fd_, SOL_SOCKET, fallback, &kSocketBuffer, sizeof kSocketBuffer);
+        }
+    }
     return true;
 }
 
-// Binds to the device only once the ring exists, so that no frame is taken
-// before there is room for it; our own transmissions are not looped back.
+// Binds to the device only once the socket is set up, so that no frame is
+// taken without its auxiliary data; our own transmissions are not looped back.
 bool AfPacketPort::attach(std::string &error, int ifindex)
 {
     const int one = 1;
@@ -158,9 +167,10 @@ bool AfPacketPort::open(std::string &error)
         return fail(error, "not a network device name (1 to 15 characters)", 0);
     const unsigned ifindex = if_nametoindex(device_.c_str());
     if (ifindex == 0) return fail(error, "no such network device", errno == ENODEV ? 0 : errno);
-    fd_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    // The protocol stays 0 until bind, so that nothing is queued before then.
+    fd_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd_ < 0) return fail(error, "cannot open a packet socket", errno);
-    return read_mtu(error) && set_up_ring(error) && attach(error, static_cast<int>(ifindex));
+    return read_mtu(error) && set_up_socket(error) && attach(error, static_cast<int>(ifindex));
 }
 
 void AfPacketPort::start(RxHandler rx)
@@ -170,58 +180,78 @@ void AfPacketPort::start(RxHandler rx)
     thread_ = std::thread([this] { receive_loop(); });
 }
 
+void AfPacketPort::prepare(RxSlots &slots)
+{
+    slots.control_len = CMSG_SPACE(sizeof(tpacket_auxdata));
+    slots.data.resize(kRxSlot * kRxBatch);
+    slots.msgs.resize(kRxBatch);
+    slots.iovs.resize(kRxBatch);
+    slots.control.resize(slots.control_len * kRxBatch);
+}
+
 void AfPacketPort::receive_loop()
 {
-    unsigned index = 0;
+    RxSlots slots;
+    prepare(slots);
     while (running_.load(std::memory_order_relaxed)) {
-        auto *block = reinterpret_cast<tpacket_block_desc *>(ring_ + size_t{index} * kBlockSize);
-        if ((__atomic_load_n(&block->hdr.bh1.block_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER) ==
-            0) {
+        for (unsigned i = 0; i < kRxBatch; ++i) {
+            slots.iovs[i] = iovec{slots.data.data() + i * kRxSlot, kRxSlot};
+            msghdr &m = slots.msgs[i].msg_hdr;
+            m = msghdr{};
+            m.msg_iov = &slots.iovs[i];
+            m.msg_iovlen = 1;
+            m.msg_control = slots.control.data() + i * slots.control_len;
+            m.msg_controllen = slots.control_len;
+        }
+        const int n = recvmmsg(fd_, slots.msgs.data(), kRxBatch, MSG_TRUNC, nullptr);
+        if (n <= 0) {
             wait_for_frames();
             continue;
         }
-        deliver_block(block);
-        __atomic_store_n(&block->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
-        index = (index + 1) % kBlockCount;
+        TxBatch batch;
+        for (int i = 0; i < n; ++i) {
+            const mmsghdr &mm = slots.msgs[static_cast<size_t>(i)];
+            deliver(static_cast<const uint8_t *>(mm.msg_hdr.msg_iov->iov_base),
+                    std::min<size_t>(mm.msg_len, kRxSlot), mm.msg_len, mm.msg_hdr);
+        }
     }
 }
 
-// A pending socket error (the device went down or away) is read and so
-// cleared; left set it would wake every poll at once.
-void AfPacketPort::wait_for_frames()
+// Waits until a frame is there. A pending socket error (the device went
+// down or away) is read and so cleared; left set it would wake every poll at
+// once.
+bool AfPacketPort::wait_for_frames()
 {
     pollfd pfd{fd_, POLLIN | POLLERR, 0};
-    if (poll(&pfd, 1, kPollTimeoutMs) > 0 && (pfd.revents & POLLERR) != 0) {
+    if (poll(&pfd, 1, kPollTimeoutMs) <= 0)
+        return false;
+    if ((pfd.revents & POLLERR) != 0) {
         int err = 0;
         socklen_t len = sizeof err;
         getsockopt(fd_, SOL_SOCKET, SO_ERROR, &err, &len);
     }
+    return (pfd.revents & POLLIN) != 0;
 }
 
-void AfPacketPort::deliver_block(tpacket_block_desc *block)
+// Frames needing no fix-up go to the handler straight from the slot.
+void AfPacketPort::deliver(const uint8_t *data, size_t len, size_t wire_len, const msghdr &msg)
 {
-    const uint8_t *at = reinterpret_cast<const uint8_t *>(block) + block->hdr.bh1.offset_to_first_pkt;
-    for (uint32_t i = 0; i < block->hdr.bh1.num_pkts; ++i) {
-        const auto *hdr = reinterpret_cast<const tpacket3_hdr *>(at);
-        deliver(hdr);
-        at += hdr->tp_next_offset;
-    }
-}
-
-// Frames needing no fix-up go to the handler straight from the ring.
-void AfPacketPort::deliver(const tpacket3_hdr *hdr)
-{
-    const uint8_t *data = reinterpret_cast<const uint8_t *>(hdr) + hdr->tp_mac;
-    const size_t len = hdr->tp_snaplen;
-    if (hdr->tp_snaplen < hdr->tp_len) {  // did not fit a ring block
+    if (len < wire_len) {  // did not fit a slot
         rx_dropped_.fetch_add(1, std::memory_order_relaxed);
         return;
     }
     RxOffloadInfo info;
-    info.vlan_stripped = (hdr->tp_status & TP_STATUS_VLAN_VALID) != 0;
-    info.vlan_tci = hdr->hv1.tp_vlan_tci;
-    if (hdr->tp_status & TP_STATUS_VLAN_TPID_VALID) info.vlan_tpid = hdr->hv1.tp_vlan_tpid;
-    info.checksum_pending = (hdr->tp_status & TP_STATUS_CSUMNOTREADY) != 0;
+    for (const cmsghdr *c = CMSG_FIRSTHDR(&msg); c != nullptr;
+         c = CMSG_NXTHDR(const_cast<msghdr *>(&msg), const_cast<cmsghdr *>(c))) {
+        if (c->cmsg_level != SOL_PACKET || c->cmsg_type != PACKET_AUXDATA)
+            continue;
+        tpacket_auxdata aux;
+        std::memcpy(&aux, CMSG_DATA(c), sizeof aux);
+        info.vlan_stripped = (aux.tp_status & TP_STATUS_VLAN_VALID) != 0;
+        info.vlan_tci = aux.tp_vlan_tci;
+        if (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) info.vlan_tpid = aux.tp_vlan_tpid;
+        info.checksum_pending = (aux.tp_status & TP_STATUS_CSUMNOTREADY) != 0;
+    }
     if (!info.vlan_stripped && !info.checksum_pending && len <= mtu_ + kEthernetHeader) {
         rx_.fetch_add(1, std::memory_order_relaxed);
         rx_handler_(data, len);
@@ -235,10 +265,17 @@ void AfPacketPort::deliver(const tpacket3_hdr *hdr)
     }
 }
 
-// A full device queue is transient; anything else is reported to the caller.
+// Inside a batch the frame waits for the batch's end; otherwise it leaves now.
 bool AfPacketPort::send(const uint8_t *frame, size_t len)
 {
     if (fd_ < 0 || stopped_.load(std::memory_order_relaxed)) return false;
+    if (tx_batch_queue(this, frame, len)) return true;
+    return send_one(frame, len);
+}
+
+// A full device queue is transient; anything else is counted as a failure.
+bool AfPacketPort::send_one(const uint8_t *frame, size_t len)
+{
     for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
         const ssize_t n = ::send(fd_, frame, len, 0);
         if (n == static_cast<ssize_t>(len)) {
@@ -250,6 +287,58 @@ bool AfPacketPort::send(const uint8_t *frame, size_t len)
     }
     tx_failed_.fetch_add(1, std::memory_order_relaxed);
     return false;
+}
+
+// One sendmmsg for the whole batch; what a full device queue leaves is tried
+// again after a pause, a frame the kernel refuses for good is counted and
+// skipped.
+size_t AfPacketPort::send_batch(const std::vector<uint8_t> *frames, size_t count)
+{
+    if (fd_ < 0 || stopped_.load(std::memory_order_relaxed)) {
+        tx_failed_.fetch_add(count, std::memory_order_relaxed);
+        return 0;
+    }
+    std::vector<mmsghdr> msgs(count);
+    std::vector<iovec> iovs(count);
+    for (size_t i = 0; i < count; ++i) {
+        iovs[i] = iovec{const_cast<uint8_t *>(frames[i].data()), frames[i].size()};
+        msgs[i].msg_hdr.msg_iov = &iovs[i];
+        msgs[i].msg_hdr.msg_iovlen = 1;
+    }
+    size_t done = 0;
+    for (int attempt = 0; done < count && attempt < kSendAttempts;) {
+        const int n = sendmmsg(fd_, msgs.data() + done, static_cast<unsigned>(count - done), 0);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            tx_.fetch_add(static_cast<uint64_t>(n), std::memory_order_relaxed);
+            continue;
+        }
+        if (errno == ENOBUFS || errno == EAGAIN) {
+            attempt++;
+            std::this_thread::sleep_for(kSendRetryPause);
+        } else if (errno != EINTR) {
+            tx_failed_.fetch_add(1, std::memory_order_relaxed);
+            done++;  // refused for good: skip it, send the rest
+        }
+    }
+    if (done < count) tx_failed_.fetch_add(count - done, std::memory_order_relaxed);
+    return done;
+}
+
+PortCounters AfPacketPort::counters() const
+{
+    PortCounters c;
+    c.rx = rx_.load(std::memory_order_relaxed);
+    c.tx = tx_.load(std::memory_order_relaxed);
+    c.rx_dropped = rx_dropped_.load(std::memory_order_relaxed);
+    c.tx_dropped = tx_failed_.load(std::memory_order_relaxed);
+    tpacket_stats stats{};
+    socklen_t len = sizeof stats;
+    // The kernel's count of frames it had no room for; reading resets it.
+    if (fd_ >= 0 && getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &stats, &len) == 0)
+        kernel_drops_.fetch_add(stats.tp_drops, std::memory_order_relaxed);
+    c.rx_dropped += kernel_drops_.load(std::memory_order_relaxed);
+    return c;
 }
 
 // The socket stays open until destruction so that a send() racing with

@@ -32,6 +32,13 @@ public:
     bool input_done() const override { return done_.load(std::memory_order_acquire); }
     uint64_t rx_frames() const override { return rx_.load(std::memory_order_relaxed); }
     uint64_t tx_frames() const override { return tx_.load(std::memory_order_relaxed); }
+    PortCounters counters() const override
+    {
+        PortCounters c;
+        c.rx = rx_frames();
+        c.tx = tx_frames();
+        return c;
+    }
 
 private:
     bool open_input(std::string &error);
