@@ -6,6 +6,9 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netlink/netlink.h>
+#include <netlink/cache.h>
+#include <netlink/msg.h>
+#include <netlink/utils.h>
 #include <netlink/route/link.h>
 #include <netlink/route/link/vxlan.h>
 #include <netlink/route/neighbour.h>
@@ -38,6 +41,22 @@ std::string address_text(nl_addr *addr)
 bool all_zero_mac(nl_addr *mac)
 {
     return mac != nullptr && nl_addr_get_len(mac) == 6 && nl_addr_iszero(mac);
+}
+
+// RTM_GETNEIGH with an ndmsg header of family AF_BRIDGE, as the kernel's
+// FDB dump expects it (a bare rtgenmsg header is answered with nothing).
+int request_fdb_dump(nl_sock *sock)
+{
+    nl_msg *msg = nlmsg_alloc_simple(RTM_GETNEIGH, NLM_F_DUMP);
+    if (msg == nullptr)
+        return -NLE_NOMEM;
+    ndmsg header{};
+    header.ndm_family = AF_BRIDGE;
+    int rc = nlmsg_append(msg, &header, sizeof header, NLMSG_ALIGNTO);
+    if (rc == 0)
+        rc = nl_send_auto(sock, msg);
+    nlmsg_free(msg);
+    return rc;
 }
 
 int drain_event(nl_msg *, void *arg)
@@ -112,9 +131,17 @@ bool KernelReader::read(KernelState &out, std::string &error)
         out[vni] = k;
     }
 
+    // The bridge FDB is dumped with family AF_BRIDGE only: libnl's neighbour
+    // dump of all families leaves the VXLAN devices' own entries out.
     raw = nullptr;
-    rc = rtnl_neigh_alloc_cache(dump_, &raw);
+    rc = nl_cache_alloc_name("route/neigh", &raw);
+    if (rc == 0)
+        rc = request_fdb_dump(dump_);
+    if (rc >= 0)
+        rc = nl_cache_pickup(dump_, raw);
     if (rc < 0) {
+        if (raw != nullptr)
+            nl_cache_free(raw);
         error = std::string("netlink neighbour dump: ") + nl_geterror(rc);
         return false;
     }
