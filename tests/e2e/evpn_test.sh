@@ -208,6 +208,19 @@ no_reach() {   # from-host to-host
     echo "$1 -> $2 (another VNI): no answer, as it should be"
 }
 
+# The VNI and adjacency lines of a module's entry table.
+show_tunnels() { show_entry "$1" | grep -E "VXLAN [0-9]+\(|evpn-" | sed "s/^VXLAN-EF-SHOW: \[vsd [0-9]*\] */  $1: /"; }
+
+# Stops a process of the run; its exit status must be 0 (a sanitizer report
+# makes it non-zero).
+stop_ok() {   # key
+    local rc=0
+    kill -TERM "${PIDS[$1]}" 2>/dev/null
+    wait "${PIDS[$1]}" || rc=$?
+    unset "PIDS[$1]"
+    [ "$rc" = 0 ] || fail "$1 exited with status $rc"
+}
+
 entry_has() { show_entry "$1" | grep -q "$2"; }
 entry_lacks() { ! show_entry "$1" | grep -q "$2"; }
 vni_has_tunnel() {   # node vni address: the VNI's adjacency list names the address
@@ -240,7 +253,7 @@ wait_for "first ping h1a -> h3a (efhost to kernel VTEP) from FRR start" 60 pings
 wait_for "first ping h1a -> h2a (efhost to efhost)" 30 pings h1a "$(host_ip h2a)" \
     || fail "no ping h1a -> h2a"
 echo "CONVERGENCE: $(( $(now_ms) - t0 )) ms from FRR start to both first pings"
-show_entry e1 | sed 's/^/  e1: /' | grep -E "VXLAN|Adjacency|evpn-" || true
+show_tunnels e1
 grep -E "created|associated" "$E2E_DIR/e1-follower.out" | sed 's/^/  /'
 
 say "every host pings every host of its VNI, both ways"
@@ -270,7 +283,7 @@ echo "WITHDRAWAL: $(( $(now_ms) - t1 )) ms from FRR stop to removal in e1's modu
 wait_for "k3's flood list without 10.99.0.2" 30 \
     sh -c "! ip netns exec $(ns k3) bridge fdb show dev vxlan100 | grep -q 'dst 10.99.0.2'" \
     || fail "k3 still floods to e2"
-show_entry e1 | grep -E "^.*(VXLAN|evpn-)" | sed 's/^/  e1: /'
+show_tunnels e1
 grep -E "removed|disassociated" "$E2E_DIR/e1-follower.out" | sed 's/^/  /'
 
 say "restarting c2's FRR brings the tunnels back"
@@ -282,7 +295,7 @@ wait_for "ping h1a -> h2a again" 30 pings h1a "$(host_ip h2a)" || fail "h1a cann
 echo "RETURN: $(( $(now_ms) - t2 )) ms from FRR restart to a ping through the tunnel"
 
 say "efhost e1 restarts: its follower resynchronises it in full"
-kill -TERM "${PIDS[e1]}"; wait "${PIDS[e1]}"
+stop_ok e1
 start_efhost e1
 wait_for "e1's module again associates VNI 100 with k3" 30 vni_has_tunnel e1 100 10.99.0.3 \
     || fail "the follower did not resynchronise the new efhost"
@@ -291,7 +304,7 @@ grep -q "efhost restarted" "$E2E_DIR/e1-follower.out" || fail "the follower did 
 "$VXLANCTL" --socket "$E2E_DIR/e1.sock" tunnel-intf list | sed 's/^/  e1 tunnel interfaces: /'
 
 say "the follower restarts: it adopts the tunnel interfaces it finds and changes nothing"
-kill -TERM "${PIDS[fe1]}"; wait "${PIDS[fe1]}"
+stop_ok fe1
 before=$(show_entry e1 | grep -c "evpn-")
 start_follower e1
 wait_for "follower resynchronised" 20 grep -c "full resynchronisation" "$E2E_DIR/e1-follower.out" || true
@@ -300,4 +313,6 @@ after=$(show_entry e1 | grep -c "evpn-")
 [ "$before" = "$after" ] || fail "tunnel adjacencies before/after the follower's restart: $before/$after"
 ping_ok "$(ns h1b)" "$(host_ip h3b)" 3
 
+say "followers and efhosts stop cleanly"
+for key in fe1 fe2 e1 e2; do stop_ok "$key"; done
 say "PASS"

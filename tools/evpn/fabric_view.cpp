@@ -213,10 +213,13 @@ Change change(const ModuleView &from, const ModuleView &to, TunnelIndexes &index
     return c;
 }
 
-std::vector<std::string> describe(const KernelState &kernel)
+std::vector<std::string> describe_change(const KernelState &from, const KernelState &to)
 {
     std::vector<std::string> lines;
-    for (const auto &[vni, k] : kernel) {
+    for (const auto &[vni, k] : to) {
+        auto old = from.find(vni);
+        if (old != from.end() && old->second == k)
+            continue;
         std::string line = "kernel: VNI " + std::to_string(vni) + " on " + k.device + ", local " +
                            (k.local.empty() ? "none" : k.local) + ", " + vlan_text(k.vlan) + ", flood to";
         if (k.flood.empty())
@@ -226,6 +229,9 @@ std::vector<std::string> describe(const KernelState &kernel)
         line += ", " + std::to_string(k.remote_macs) + " remote MACs";
         lines.push_back(line);
     }
+    for (const auto &[vni, k] : from)
+        if (!to.contains(vni))
+            lines.push_back("kernel: VNI " + std::to_string(vni) + " gone (" + k.device + ")");
     return lines;
 }
 

@@ -88,7 +88,8 @@ struct Change {
 };
 Change change(const ModuleView &from, const ModuleView &to, TunnelIndexes &indexes);
 
-// One line per VNI of the kernel state, for the log.
-std::vector<std::string> describe(const KernelState &kernel);
+// The log lines of what changed in the kernel state: one per VNI that is
+// new or changed, one per VNI gone.
+std::vector<std::string> describe_change(const KernelState &from, const KernelState &to);
 
 }  // namespace evpn

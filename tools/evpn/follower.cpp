@@ -177,9 +177,9 @@ int Follower::run(const std::atomic<bool> &stop)
             continue;
         }
         if (first_read || kernel != last_kernel_) {
-            for (const std::string &line : describe(kernel))
+            for (const std::string &line : describe_change(last_kernel_, kernel))
                 log(line);
-            if (kernel.empty())
+            if (kernel.empty() && (first_read || !last_kernel_.empty()))
                 log("kernel: no VXLAN device is up");
             last_kernel_ = kernel;
             first_read = false;
