@@ -312,6 +312,11 @@ wait_for "e1's module again associates VNI 100 with k3" 30 vni_has_tunnel e1 100
 wait_for "ping h1a -> h3a after efhost's restart" 30 pings h1a "$(host_ip h3a)" || fail "no ping after efhost restart"
 grep -q "efhost restarted" "$E2E_DIR/e1-follower.out" || fail "the follower did not notice efhost's restart"
 "$VXLANCTL" --socket "$E2E_DIR/e1.sock" tunnel-intf list | sed 's/^/  e1 tunnel interfaces: /'
+rc=0
+out=$("$VXLANCTL" --socket "$E2E_DIR/e1.sock" tunnel-intf remove 1 2>&1) || rc=$?
+[ "$rc" = 4 ] && [ "$out" = "vxlanctl: error: interface 1 belongs to the configuration file" ] \
+    || fail "removing a configured interface: exit $rc, '$out'"
+echo "  $out (exit 4)"
 
 say "the follower restarts: it adopts the tunnel interfaces it finds and changes nothing"
 stop_ok fe1
