@@ -121,10 +121,14 @@ frr_start() {
         echo " exit-address-family"
     } > "$dir/bgpd.conf"
     local common=(-d --vty_socket "$dir" -z "$dir/zserv.api" -P 0)
-    "$FRR_DIR/zebra" "${common[@]}" -f "$dir/zebra.conf" -i "$dir/zebra.pid" --log "file:$dir/zebra.log"
+    # What the daemons print before they detach (notices such as "Disabling
+    # MPLS support") goes to startup.log; a daemon that fails to start says why there.
+    "$FRR_DIR/zebra" "${common[@]}" -f "$dir/zebra.conf" -i "$dir/zebra.pid" --log "file:$dir/zebra.log" \
+        2>> "$dir/startup.log" || die "zebra did not start: $(tail -3 "$dir/startup.log")"
     for _ in $(seq 50); do [ -S "$dir/zserv.api" ] && break; sleep 0.1; done
-    [ -S "$dir/zserv.api" ] || die "zebra did not start (see $dir/zebra.log)"
-    "$FRR_DIR/bgpd" "${common[@]}" -f "$dir/bgpd.conf" -i "$dir/bgpd.pid"
+    [ -S "$dir/zserv.api" ] || die "zebra did not start (see $dir/zebra.log, $dir/startup.log)"
+    "$FRR_DIR/bgpd" "${common[@]}" -f "$dir/bgpd.conf" -i "$dir/bgpd.pid" \
+        2>> "$dir/startup.log" || die "bgpd did not start: $(tail -3 "$dir/startup.log")"
     echo "evpn-node: FRR started in $dir (router-id $ROUTER_ID, VTEP $VTEP, peers ${PEERS[*]})"
 }
 

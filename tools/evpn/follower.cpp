@@ -122,11 +122,9 @@ bool Follower::full_resync(const ModuleView &view)
             indexes_.adopt(ifx, name);
     }
     const vxlanctl::ApplyConfig config = apply_config(view, indexes_);
-    for (const auto &t : config.tunnels) {
-        for (const auto &[key, vnis] : view.tunnels)
-            if (indexes_.index(key) == t.interface && !create_interface(t.interface, TunnelIndexes::name(key)))
-                return false;
-    }
+    for (const auto &[key, vnis] : view.tunnels)
+        if (!create_interface(indexes_.index(key), TunnelIndexes::name(key)))
+            return false;
     const auto tlvs = vxlanctl::apply_tlvs(config);
     if (!send_tlvs(tlvs, true))
         return false;
