@@ -21,6 +21,9 @@ namespace evpn {
 
 namespace {
 
+constexpr int kSettleMs = 20;
+constexpr int kMaxSettleRounds = 25;  // at most about half a second
+
 struct CacheFree {
     void operator()(nl_cache *c) const { nl_cache_free(c); }
 };
@@ -171,11 +174,17 @@ bool KernelReader::wait_event(int timeout_ms)
         return false;
     bool changed = false;
     nl_socket_modify_cb(events_, NL_CB_VALID, NL_CB_CUSTOM, drain_event, &changed);
-    // Non-blocking: returns once nothing is pending. An overrun (ENOBUFS)
-    // also means that something changed.
-    while (nl_recvmsgs_default(events_) >= 0 && changed) {
-        pollfd again{nl_socket_get_fd(events_), POLLIN, 0};
-        if (poll(&again, 1, 0) <= 0)
+    // zebra installs a VTEP's entries for every VNI in one burst: events are
+    // drained until none came for kSettleMs, so that one round follows the
+    // whole burst. The socket is non-blocking; an overrun (ENOBUFS) also
+    // means that something changed, and the full dump that follows covers it.
+    pollfd again{nl_socket_get_fd(events_), POLLIN, 0};
+    for (int rounds = 0; rounds < kMaxSettleRounds; ++rounds) {
+        do {
+            if (nl_recvmsgs_default(events_) < 0)
+                break;
+        } while (poll(&again, 1, 0) > 0);
+        if (poll(&again, 1, kSettleMs) <= 0)
             break;
     }
     return true;
