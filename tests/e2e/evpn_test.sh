@@ -42,7 +42,21 @@ evpn_destroy() {
 }
 trap evpn_destroy EXIT
 
+# A run killed outright leaves its FRR daemons and followers running in its
+# namespaces, and its directory; they go before the namespaces themselves.
+stop_stale_daemons() {
+    local n pid
+    for n in $(ip netns list 2>/dev/null | awk '{print $1}'); do
+        pid=$(printf '%s\n' "$n" | sed -n 's/^vxev[a-z]*\([0-9][0-9]*\)-.*/\1/p')
+        [ -n "$pid" ] && [ ! -d "/proc/$pid" ] || continue
+        ip netns pids "$n" 2>/dev/null | xargs -r kill -KILL 2>/dev/null
+        rm -rf "/tmp/${n%-*}"
+    done
+    return 0
+}
+
 require_evpn_facilities() {
+    stop_stale_daemons
     require_facilities
     command -v bridge >/dev/null || fail "missing tool: bridge (iproute2)"
     [ -x /usr/lib/frr/zebra ] && [ -x /usr/lib/frr/bgpd ] \
