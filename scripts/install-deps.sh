@@ -9,6 +9,7 @@ packages=(
   protobuf-c-compiler libprotobuf-c-dev
   libyaml-cpp-dev libcli11-dev libfmt-dev libpcap-dev
   iproute2 binutils ethtool iputils-ping iperf3 tshark python3-scapy valgrind
+  frr libnl-route-3-dev
 )
 
 missing=()

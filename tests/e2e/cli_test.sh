@@ -38,4 +38,22 @@ out=$("$VXLANCTL" --socket "$DIR/none.sock" show status 2>&1) || rc=$?
 [ "$rc" -ne 0 ] || fail "vxlanctl without efhost exited 0"
 printf '%s\n' "$out" | grep -qF "cannot connect to $DIR/none.sock" || fail "vxlanctl message: $out"
 echo "vxlanctl without efhost: $out"
+# Run-time tunnel interfaces and the EVPN follower: bad arguments are refused
+# before anything is sent.
+expect_usage() {   # expected-text command...
+    local want=$1 rc=0 out; shift
+    out=$("$@" 2>&1) || rc=$?
+    [ "$rc" = 2 ] || fail "$*: exit status $rc, expected 2 ($out)"
+    printf '%s\n' "$out" | grep -qF -- "$want" || fail "$*: message '$out' lacks '$want'"
+    echo "refused $*: $out"
+}
+expect_usage "unknown action 'rename'" "$VXLANCTL" --socket "$DIR/none.sock" tunnel-intf rename 5
+expect_usage "create takes 2 argument(s)" "$VXLANCTL" --socket "$DIR/none.sock" tunnel-intf create 5
+expect_usage "'0' is not an interface index" "$VXLANCTL" --socket "$DIR/none.sock" tunnel-intf remove 0
+if [ -n "${EVPN_FOLLOWER:-}" ]; then
+    [ -x "$EVPN_FOLLOWER" ] || fail "evpn-follower not found at '$EVPN_FOLLOWER'"
+    "$EVPN_FOLLOWER" --help | grep -q -- "--socket" || fail "evpn-follower --help does not mention --socket"
+    expect_usage "--tunnel-base" "$EVPN_FOLLOWER" --tunnel-base 0
+    expect_usage "--bogus" "$EVPN_FOLLOWER" --bogus
+fi
 echo "PASS: command lines"

@@ -15,6 +15,10 @@ constexpr uint32_t kModuleVxlan = 31;            // VXLAN TLV messages
 constexpr uint32_t kModuleShowLine = 0xEF01;     // efhost -> client: one show line
 constexpr uint32_t kModuleDone = 0xEF02;         // efhost -> client: request processed
 constexpr uint32_t kFlagReplyWhenDone = 0x1;     // client asks for kModuleDone
+// client -> efhost: a run-time tunnel interface request as text; answered by
+// one show line per listed interface and a done envelope whose payload is
+// "ok ..." or "error: ...".
+constexpr uint32_t kModuleInterfaceRequest = 0xEF10;
 constexpr uint32_t kMaxPayload = 8196;           // largest VXLAN message
 constexpr size_t kHeaderLen = 28;
 

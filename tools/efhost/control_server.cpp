@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "efrt.h"
+#include "runtime_interfaces.h"
 
 namespace efhost {
 
@@ -30,6 +31,20 @@ bool has_tlv(const uint8_t *p, uint32_t len, uint16_t type)
         off += 4u + l;
     }
     return false;
+}
+
+// Run-time tunnel interfaces are efhost's own business: the request is
+// carried out here and answered at once.
+void answer_interface_request(int fd, const ctl::Envelope &env, std::mutex &client_lock)
+{
+    const RuntimeReply reply =
+        runtime_interface_request(std::string(env.payload.begin(), env.payload.end()));
+    const std::string status = reply.ok ? reply.text : "error: " + reply.text;
+    std::lock_guard<std::mutex> g(client_lock);
+    std::string error;
+    for (const std::string &line : reply.lines)
+        ctl::send_envelope(fd, {env.seq, 0, ctl::kModuleShowLine, {line.begin(), line.end()}}, error);
+    ctl::send_envelope(fd, {env.seq, 0, ctl::kModuleDone, {status.begin(), status.end()}}, error);
 }
 
 }  // namespace
@@ -137,6 +152,10 @@ void ControlServer::serve_client(int fd)
 
 void ControlServer::handle(int fd, const ctl::Envelope &env)
 {
+    if (env.module == ctl::kModuleInterfaceRequest) {
+        answer_interface_request(fd, env, client_lock_);
+        return;
+    }
     if (env.module != ctl::kModuleVxlan)
         return;
     const bool reply = (env.flags & ctl::kFlagReplyWhenDone) != 0;

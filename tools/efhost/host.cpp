@@ -7,6 +7,7 @@
 
 #include "efrt.h"
 #include "efrt_l3.h"
+#include "runtime_interfaces.h"
 
 namespace efhost {
 
@@ -176,6 +177,7 @@ void Host::shutdown()
     housekeeper_.stop();
     efrt::tasks_stop_timer_thread();
     module_.unload();
+    runtime_interfaces_reset();
     efrt::l3_reset();
     efrt::reset();
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "interface_request.h"
 #include "request.h"
 #include "session.h"
 
@@ -68,11 +69,16 @@ int run(int argc, char **argv)
         ->add_option("ARGS", args.words)
         ->required();
     app.add_subcommand("techdump", "write the tech-support dump");
+    app.add_subcommand("tunnel-intf", "efhost's run-time tunnel interfaces: create IFX NAME | remove IFX | list")
+        ->add_option("ARGS", args.words)
+        ->required();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? kExitOk : kExitUsage;
     }
+    if (app.got_subcommand("tunnel-intf"))
+        return run_interface_verb(args.socket, args.words, args.timeout, std::cout, std::cerr);
     std::string error;
     const auto request = build(app, args, error);
     if (!request) {

@@ -1,0 +1,347 @@
+#!/usr/bin/env bash
+# BGP EVPN fabric end to end: two efhost VTEPs and one Linux kernel VTEP find
+# each other through FRR (zebra + bgpd per node, iBGP l2vpn evpn full mesh);
+# no tunnel is written in any file. On the efhost nodes FRR and the EVPN
+# follower run in a control namespace whose VXLAN devices carry no traffic.
+#
+#   h1a h1b h1c            h2a h2b h2c            h3a   h3b   h3c
+#    |   |   | VLAN 10/20/30 |   |   |              |     |     | hport100/200/300
+#  [e1: efhost]  [c1]      [e2: efhost]  [c2]     [k3: br100/200/300 + vxlan, FRR]
+#    | ul0 .1     | .11      | ul0 .2     | .12     | ul0 .3
+#    +-----------+-----------+------------+---------+---- [ul: underlay bridge]
+#  c1/c2: FRR + evpn-follower, vxlanN local = .1/.2 (efhost's VTEP address)
+#
+# VNI 100 = VLAN 10, hosts 192.168.50.1-3; VNI 200 = VLAN 20, .11-13;
+# VNI 300 = VLAN 30, .21-23 (on e2 and k3 from the start, added to e1 later).
+# Underlay 10.99.0.0/24. FRR 8.4 (Debian 12) handles IPv4 VTEP addresses only.
+# EFHOST, VXLANCTL and EVPN_FOLLOWER name the binaries.
+set -u
+HERE=$(cd "$(dirname "$0")" && pwd)
+E2E_PREFIX=${E2E_PREFIX:-vxev$$}
+. "$HERE/lib.sh"
+NODE_SH=$HERE/../../scripts/evpn-node.sh
+
+NS_UL=$E2E_PREFIX-ul
+NODES="e1 e2"
+HOSTS="h1a h1b h1c h2a h2b h2c h3a h3b h3c"
+ALL_NS="$NS_UL $E2E_PREFIX-e1 $E2E_PREFIX-c1 $E2E_PREFIX-e2 $E2E_PREFIX-c2 $E2E_PREFIX-k3"
+for h in $HOSTS; do ALL_NS="$ALL_NS $E2E_PREFIX-$h"; done
+declare -A PIDS=()
+ns() { echo "$E2E_PREFIX-$1"; }
+
+evpn_destroy() {
+    local key n
+    for key in "${!PIDS[@]}"; do kill -TERM "${PIDS[$key]}" 2>/dev/null; done
+    for n in c1 c2 k3; do "$NODE_SH" frr-stop "$E2E_DIR/frr-$n" >/dev/null 2>&1; done
+    for key in "${!PIDS[@]}"; do wait "${PIDS[$key]}" 2>/dev/null; done
+    # Whatever still runs inside the namespaces was started by this run.
+    for n in $ALL_NS; do ip netns pids "$n" 2>/dev/null | xargs -r kill -KILL 2>/dev/null; done
+    for n in $ALL_NS; do ip netns del "$n" 2>/dev/null; done
+    [ -n "${E2E_KEEP:-}" ] || rm -rf "$E2E_DIR"
+    return 0
+}
+trap evpn_destroy EXIT
+
+# A run killed outright leaves its FRR daemons and followers running in its
+# namespaces, and its directory; they go before the namespaces themselves.
+stop_stale_daemons() {
+    local n pid
+    for n in $(ip netns list 2>/dev/null | awk '{print $1}'); do
+        pid=$(printf '%s\n' "$n" | sed -n 's/^vxev[a-z]*\([0-9][0-9]*\)-.*/\1/p')
+        [ -n "$pid" ] && [ ! -d "/proc/$pid" ] || continue
+        ip netns pids "$n" 2>/dev/null | xargs -r kill -KILL 2>/dev/null
+        rm -rf "/tmp/${n%-*}"
+    done
+    return 0
+}
+
+require_evpn_facilities() {
+    stop_stale_daemons
+    require_facilities
+    command -v bridge >/dev/null || fail "missing tool: bridge (iproute2)"
+    [ -x /usr/lib/frr/zebra ] && [ -x /usr/lib/frr/bgpd ] \
+        || fail "FRR is not installed (zebra, bgpd in /usr/lib/frr): scripts/install-deps.sh installs it"
+    [ -x "${EVPN_FOLLOWER:-}" ] || fail "evpn-follower not found at '${EVPN_FOLLOWER:-}'"
+    id frr >/dev/null 2>&1 || fail "the frr user is missing (FRR's package creates it)"
+}
+
+host_ip() {   # host name -> address: VNI by letter, node by digit
+    local node=${1:1:1} vni=${1:2:1}
+    case "$vni" in a) echo "192.168.50.$node" ;; b) echo "192.168.50.1$node" ;; c) echo "192.168.50.2$node" ;; esac
+}
+
+write_node_files() {
+    local vni300_on_e1=$1
+    cat > "$E2E_DIR/e1.conf" <<CONF
+# efhost node e1: control namespace c1 speaks BGP from .11 for VTEP .1
+vtep 10.99.0.1
+router-id 10.99.0.11
+timers 3 9
+peer 10.99.0.12
+peer 10.99.0.3
+vni 100 vlan 10
+vni 200 vlan 20
+CONF
+    [ "$vni300_on_e1" = yes ] && echo "vni 300 vlan 30" >> "$E2E_DIR/e1.conf"
+    cat > "$E2E_DIR/e2.conf" <<CONF
+vtep 10.99.0.2
+router-id 10.99.0.12
+timers 3 9
+peer 10.99.0.11
+peer 10.99.0.3
+vni 100 vlan 10
+vni 200 vlan 20
+vni 300 vlan 30
+CONF
+    cat > "$E2E_DIR/k3.conf" <<CONF
+# kernel VTEP: its devices carry the traffic of its hosts
+vtep 10.99.0.3
+timers 3 9
+peer 10.99.0.11
+peer 10.99.0.12
+vni 100 port hport100
+vni 200 port hport200
+vni 300 port hport300
+CONF
+}
+
+write_efhost_yaml() {   # node index
+    local n=$1
+    cat > "$E2E_DIR/$n.yaml" <<YAML
+instance: ${n#e}
+tmpdir: $E2E_DIR/tmp-$n
+control_socket: $E2E_DIR/$n.sock
+syslog_file: $E2E_DIR/$n-syslog.log
+capabilities:
+  CAP_VXLAN_BASE: true
+  CAP_FWDMODE_SOFT: true
+interfaces:
+  - {index: 1, name: acc10, type: 2, stack: bridge, mac: "02:e${n#e}:00:00:00:01", pvid: 10, vlans: [10], attach: {device: acc10}}
+  - {index: 2, name: acc20, type: 2, stack: bridge, mac: "02:e${n#e}:00:00:00:02", pvid: 20, vlans: [20], attach: {device: acc20}}
+  - {index: 3, name: acc30, type: 2, stack: bridge, mac: "02:e${n#e}:00:00:00:03", pvid: 30, vlans: [30], attach: {device: acc30}}
+  - {index: 9, name: uplink, type: 2, stack: tcpip, mac: "02:e${n#e}:00:00:00:09", addresses: [10.99.0.${n#e}/24], attach: {device: ul0}}
+  - {index: 4094, name: L2LOCAL, type: 32, stack: bridge}
+YAML
+}
+
+underlay_port() {   # namespace address port-in-ul
+    link "$1" ul0 "$NS_UL" "$3"
+    ip -n "$NS_UL" link set "$3" master ulbr
+    ip -n "$NS_UL" link set up dev "$3"
+    ip -n "$1" link set up dev lo
+    [ -z "$2" ] || ip -n "$1" addr add "$2/24" dev ul0
+    ip -n "$1" link set up dev ul0
+}
+
+topo_create_evpn() {
+    mkdir -p "$E2E_DIR"
+    local n h
+    for n in $ALL_NS; do ip netns add "$n" || fail "cannot create namespace $n"; done
+    ip -n "$NS_UL" link add ulbr type bridge
+    ip -n "$NS_UL" link set up dev ulbr
+    underlay_port "$(ns e1)" "" p1
+    underlay_port "$(ns e2)" "" p2
+    underlay_port "$(ns k3)" 10.99.0.3 p3
+    underlay_port "$(ns c1)" 10.99.0.11 p11
+    underlay_port "$(ns c2)" 10.99.0.12 p12
+    for n in 1 2; do
+        in_ns "$(ns e$n)" sysctl -qw net.ipv6.conf.all.disable_ipv6=1
+        ip -n "$(ns e$n)" link set dev ul0 address "02:e$n:00:00:00:09"
+        local v l=1
+        for v in a b c; do
+            link "$(ns h$n$v)" eth0 "$(ns e$n)" "acc${l}0"
+            ip -n "$(ns e$n)" link set dev "acc${l}0" address "02:e$n:00:00:00:0$l" up
+            l=$((l + 1))
+        done
+    done
+    local v l=1
+    for v in a b c; do link "$(ns h3$v)" eth0 "$(ns k3)" "hport${l}00"; l=$((l + 1)); done
+    for h in $HOSTS; do
+        host_up "$(ns "$h")" "$(host_ip "$h")"
+        # Hosts keep their frames within the tunnels' inner MTU.
+        ip -n "$(ns "$h")" link set dev eth0 mtu 1450
+    done
+}
+
+start_efhost() {   # node
+    local n=$1
+    rm -f "$E2E_DIR/$n.sock"
+    ip netns exec "$(ns "$n")" "$EFHOST" --config "$E2E_DIR/$n.yaml" >> "$E2E_DIR/$n-efhost.out" 2>&1 &
+    PIDS[$n]=$!
+    for _ in $(seq 100); do
+        [ -S "$E2E_DIR/$n.sock" ] && return 0
+        kill -0 "${PIDS[$n]}" 2>/dev/null || { cat "$E2E_DIR/$n-efhost.out"; fail "efhost $n exited at start"; }
+        sleep 0.1
+    done
+    fail "efhost $n did not open its control socket"
+}
+
+start_follower() {   # node (e1/e2), its control namespace is c1/c2
+    local n=$1 c=c${1#e}
+    ip netns exec "$(ns "$c")" "$EVPN_FOLLOWER" --socket "$E2E_DIR/$n.sock" --poll-ms 500 \
+        >> "$E2E_DIR/$n-follower.out" 2>&1 &
+    PIDS[f$n]=$!
+}
+
+frr_start() { in_ns "$(ns "$1")" "$NODE_SH" frr-start "$E2E_DIR/$2.conf" "$E2E_DIR/frr-$1" || fail "FRR start on $1"; }
+frr_stop() { in_ns "$(ns "$1")" "$NODE_SH" frr-stop "$E2E_DIR/frr-$1"; }
+show_entry() { "$VXLANCTL" --socket "$E2E_DIR/$1.sock" show entry; }
+
+now_ms() { date +%s%3N; }
+
+# Waits up to $3 seconds until command "$2..." succeeds; prints the time.
+wait_for() {   # label seconds command...
+    local label=$1 limit=$2 start; shift 2
+    start=$(now_ms)
+    while ! "$@" >/dev/null 2>&1; do
+        [ $(( $(now_ms) - start )) -lt $((limit * 1000)) ] || return 1
+        sleep 0.1
+    done
+    echo "$label after $(( $(now_ms) - start )) ms"
+}
+
+pings() { in_ns "$(ns "$1")" ping -c 1 -W 1 "$2"; }
+
+# Every host of a VNI pings every other one, both ways (each ordered pair).
+all_pairs() {   # letter
+    local a b
+    for a in 1 2 3; do
+        for b in 1 2 3; do
+            [ "$a" = "$b" ] && continue
+            in_ns "$(ns "h$a$1")" ping -c 1 -W 2 "$(host_ip "h$b$1")" >/dev/null 2>&1 || true
+            ping_ok "$(ns "h$a$1")" "$(host_ip "h$b$1")" 3 | sed "s/^/h$a$1 -> h$b$1: /"
+            [ "${PIPESTATUS[0]}" = 0 ] || fail "h$a$1 cannot reach h$b$1"
+        done
+    done
+}
+
+no_reach() {   # from-host to-host
+    local out
+    out=$(in_ns "$(ns "$1")" ping -c 2 -i 0.3 -W 1 "$(host_ip "$2")" 2>&1)
+    echo "$out" | grep -q " 0 received" || { echo "$out"; fail "$1 reaches $2 across VNIs"; }
+    echo "$1 -> $2 (another VNI): no answer, as it should be"
+}
+
+# The VNI and adjacency lines of a module's entry table.
+show_tunnels() { show_entry "$1" | grep -E "VXLAN [0-9]+\(|evpn-" | sed "s/^VXLAN-EF-SHOW: \[vsd [0-9]*\] */  $1: /"; }
+
+# Stops a process of the run; its exit status must be 0 (a sanitizer report
+# makes it non-zero).
+stop_ok() {   # key
+    local rc=0
+    kill -TERM "${PIDS[$1]}" 2>/dev/null
+    wait "${PIDS[$1]}" || rc=$?
+    unset "PIDS[$1]"
+    [ "$rc" = 0 ] || fail "$1 exited with status $rc"
+}
+
+entry_has() { show_entry "$1" | grep -q "$2"; }
+entry_lacks() { ! show_entry "$1" | grep -q "$2"; }
+vni_has_tunnel() {   # node vni address: the VNI's adjacency list names the address
+    show_entry "$1" | awk -v vni="VXLAN $2(" -v ip="$3" '
+        index($0, vni) { inside = 1; next }
+        /VXLAN [0-9]+\(/ { inside = 0 }
+        inside && index($0, ip) { found = 1 }
+        END { exit !found }'
+}
+
+require_evpn_facilities
+topo_create_evpn
+write_node_files no
+for n in $NODES; do write_efhost_yaml "$n"; done
+say "kernel side: per VNI a bridge and a VXLAN device (nolearning, local = the VTEP address)"
+in_ns "$(ns c1)" "$NODE_SH" devices "$E2E_DIR/e1.conf" || fail "devices on c1"
+in_ns "$(ns c2)" "$NODE_SH" devices "$E2E_DIR/e2.conf" || fail "devices on c2"
+in_ns "$(ns k3)" "$NODE_SH" devices "$E2E_DIR/k3.conf" || fail "devices on k3"
+say "efhost on e1 and e2 (no tunnel in their files), a follower beside each"
+for n in $NODES; do start_efhost "$n"; start_follower "$n"; done
+wait_for "e1's module holds VNIs 100 and 200 (no tunnel yet)" 10 entry_has e1 "VXLAN 200(" \
+    || fail "the follower did not configure e1's VNIs"
+entry_lacks e1 "10.99.0.3" || fail "e1 has a tunnel before FRR runs"
+
+say "FRR on c1, c2 and k3"
+t0=$(now_ms)
+frr_start c1 e1; frr_start c2 e2; frr_start k3 k3
+wait_for "first ping h1a -> h3a (efhost to kernel VTEP)" 60 pings h1a "$(host_ip h3a)" \
+    || fail "no ping h1a -> h3a within 60 s of FRR's start"
+echo "CONVERGENCE: $(( $(now_ms) - t0 )) ms from FRR start to the first ping efhost -> kernel VTEP"
+wait_for "first ping h1a -> h2a (efhost to efhost)" 30 pings h1a "$(host_ip h2a)" \
+    || fail "no ping h1a -> h2a"
+echo "CONVERGENCE: $(( $(now_ms) - t0 )) ms from FRR start to the first ping efhost -> efhost"
+say "what FRR exchanged: k3's type-3 routes (originator = VTEP address) and the flood list zebra installed"
+in_ns "$(ns k3)" vtysh --vty_socket "$E2E_DIR/frr-k3" -c "show bgp l2vpn evpn route type multicast" \
+    | grep -E "^\*|\[3\]" | sed 's/^/  k3 bgp: /'
+in_ns "$(ns k3)" bridge fdb show dev vxlan100 | grep "^00:00:00:00:00:00" | sed 's/^/  k3 vxlan100 fdb: /'
+say "what the followers made of it in e1's module (vxlanctl show entry) and their log"
+show_tunnels e1
+grep -E "created|associated" "$E2E_DIR/e1-follower.out" | sed 's/^/  /'
+
+say "every host pings every host of its VNI, both ways"
+all_pairs a
+all_pairs b
+say "hosts of different VNIs do not reach each other"
+no_reach h1a h2b; no_reach h2b h3a; no_reach h3b h1a
+
+say "VNI 300 exists on e2 and k3 only; e1 has no tunnel for it"
+vni_has_tunnel e2 300 10.99.0.3 || fail "e2's VNI 300 has no tunnel to k3"
+vni_has_tunnel e2 300 10.99.0.1 && fail "e2's VNI 300 has a tunnel to e1 before e1 has the VNI"
+say "VNI 300 added on e1 (its node file and devices)"
+write_node_files yes
+in_ns "$(ns c1)" "$NODE_SH" devices "$E2E_DIR/e1.conf" || fail "adding VNI 300 on c1"
+wait_for "e2's module associates VNI 300 with the tunnel to e1" 30 vni_has_tunnel e2 300 10.99.0.1 \
+    || fail "VNI 300 of e1 did not reach e2"
+wait_for "e1's module associates VNI 300 with k3" 30 vni_has_tunnel e1 300 10.99.0.3 \
+    || fail "VNI 300 did not reach e1"
+all_pairs c
+
+say "stopping c2's FRR withdraws e2's routes"
+# The daemons take a few seconds to exit; bgpd closes its sessions at once,
+# so the removal is timed from the stop signal, not from their exit.
+t1=$(now_ms)
+frr_stop c2 &
+stopper=$!
+wait_for "tunnel to 10.99.0.2 gone from e1's module" 30 entry_lacks e1 "10.99.0.2" \
+    || fail "e1 still has a tunnel to e2 30 s after e2's FRR stopped"
+echo "WITHDRAWAL: $(( $(now_ms) - t1 )) ms from stopping FRR to the removal in e1's module"
+wait "$stopper"
+wait_for "k3's flood list without 10.99.0.2" 30 \
+    sh -c "! ip netns exec $(ns k3) bridge fdb show dev vxlan100 | grep -q 'dst 10.99.0.2'" \
+    || fail "k3 still floods to e2"
+show_tunnels e1
+grep -E "removed|disassociated" "$E2E_DIR/e1-follower.out" | sed 's/^/  /'
+
+say "restarting c2's FRR brings the tunnels back"
+t2=$(now_ms)
+frr_start c2 e2
+wait_for "tunnel to 10.99.0.2 back in e1's module" 60 vni_has_tunnel e1 100 10.99.0.2 \
+    || fail "e1 did not get its tunnel to e2 back"
+wait_for "ping h1a -> h2a again" 30 pings h1a "$(host_ip h2a)" || fail "h1a cannot reach h2a after FRR came back"
+echo "RETURN: $(( $(now_ms) - t2 )) ms from FRR restart to a ping through the tunnel"
+
+say "efhost e1 restarts: its follower resynchronises it in full"
+stop_ok e1
+start_efhost e1
+wait_for "e1's module again associates VNI 100 with k3" 30 vni_has_tunnel e1 100 10.99.0.3 \
+    || fail "the follower did not resynchronise the new efhost"
+wait_for "ping h1a -> h3a after efhost's restart" 30 pings h1a "$(host_ip h3a)" || fail "no ping after efhost restart"
+grep -q "efhost restarted" "$E2E_DIR/e1-follower.out" || fail "the follower did not notice efhost's restart"
+"$VXLANCTL" --socket "$E2E_DIR/e1.sock" tunnel-intf list | sed 's/^/  e1 tunnel interfaces: /'
+rc=0
+out=$("$VXLANCTL" --socket "$E2E_DIR/e1.sock" tunnel-intf remove 1 2>&1) || rc=$?
+[ "$rc" = 4 ] && [ "$out" = "vxlanctl: error: interface 1 belongs to the configuration file" ] \
+    || fail "removing a configured interface: exit $rc, '$out'"
+echo "  $out (exit 4)"
+
+say "the follower restarts: it adopts the tunnel interfaces it finds and changes nothing"
+stop_ok fe1
+before=$(show_entry e1 | grep -c "evpn-")
+start_follower e1
+wait_for "follower resynchronised" 20 grep -c "full resynchronisation" "$E2E_DIR/e1-follower.out" || true
+sleep 1
+after=$(show_entry e1 | grep -c "evpn-")
+[ "$before" = "$after" ] || fail "tunnel adjacencies before/after the follower's restart: $before/$after"
+ping_ok "$(ns h1b)" "$(host_ip h3b)" 3
+
+say "followers and efhosts stop cleanly"
+for key in fe1 fe2 e1 e2; do stop_ok "$key"; done
+say "PASS"

@@ -1,0 +1,204 @@
+// The EVPN follower's loop; see follower.h.
+#include "follower.h"
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <sstream>
+#include <thread>
+
+#include "interface_request.h"
+#include "request.h"
+#include "session.h"
+#include "tlv_message.h"
+
+namespace evpn {
+
+namespace {
+
+constexpr int kRetryMs = 500;
+
+std::string now_text()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    tm t{};
+    gmtime_r(&ts.tv_sec, &t);
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%03ld", t.tm_hour, t.tm_min, t.tm_sec, ts.tv_nsec / 1000000);
+    return buf;
+}
+
+}  // namespace
+
+void Follower::log(const std::string &line) const
+{
+    std::printf("evpn-follower %s %s\n", now_text().c_str(), line.c_str());
+    std::fflush(stdout);
+}
+
+bool Follower::efhost_changed()
+{
+    struct stat st{};
+    if (stat(options_.socket.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)) {
+        if (!efhost_gone_)
+            log("efhost: no control socket at " + options_.socket + "; waiting for it");
+        efhost_gone_ = true;
+        applied_.reset();
+        return false;
+    }
+    const int64_t ctime_ns = static_cast<int64_t>(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+    const bool changed = st.st_ino != socket_inode_ || ctime_ns != socket_ctime_ns_;
+    if (changed && socket_inode_ != 0)
+        log("efhost: control socket created anew (efhost restarted)");
+    socket_inode_ = st.st_ino;
+    socket_ctime_ns_ = ctime_ns;
+    efhost_gone_ = false;
+    return changed;
+}
+
+bool Follower::send_tlvs(const std::vector<vxlanctl::Tlv> &tlvs, bool until_data_ready)
+{
+    std::string error;
+    auto messages = vxlanctl::pack_messages(tlvs, error);
+    if (!messages) {
+        log("cannot pack the messages: " + error);
+        return false;
+    }
+    vxlanctl::Request request;
+    request.messages = std::move(*messages);
+    request.tlv_count = tlvs.size();
+    request.until_data_ready = until_data_ready;
+    std::ostringstream out, err;
+    const int code = vxlanctl::connect_and_run(options_.socket, request, options_.timeout_s, out, err);
+    if (code != vxlanctl::kExitOk) {
+        std::string text = err.str();
+        while (!text.empty() && text.back() == '\n')
+            text.pop_back();
+        log("efhost: sending failed: " + text);
+        return false;
+    }
+    return true;
+}
+
+bool Follower::create_interface(uint32_t ifx, const std::string &name)
+{
+    const auto answer =
+        vxlanctl::interface_request(options_.socket, "create " + std::to_string(ifx) + " " + name, options_.timeout_s);
+    if (!answer.ok) {
+        log("efhost: cannot create tunnel interface " + std::to_string(ifx) + ": " +
+            (answer.status.empty() ? answer.error : answer.status));
+        return false;
+    }
+    return true;
+}
+
+void Follower::remove_interface(uint32_t ifx)
+{
+    const auto answer = vxlanctl::interface_request(options_.socket, "remove " + std::to_string(ifx), options_.timeout_s);
+    if (!answer.ok)
+        log("efhost: cannot remove tunnel interface " + std::to_string(ifx) + ": " +
+            (answer.status.empty() ? answer.error : answer.status));
+}
+
+// The interfaces first (a tunnel's interface must exist before the module
+// hears of the tunnel), then SYNC_DATA_BEGIN .. SYNC_DATA_OVER, then the
+// interfaces of tunnels that the resynchronisation swept away.
+bool Follower::full_resync(const ModuleView &view)
+{
+    const auto listed = vxlanctl::interface_request(options_.socket, "list", options_.timeout_s);
+    if (!listed.ok) {
+        log("efhost: cannot list tunnel interfaces: " + (listed.status.empty() ? listed.error : listed.status));
+        return false;
+    }
+    indexes_ = TunnelIndexes(options_.tunnel_base);
+    for (const std::string &line : listed.lines) {
+        std::istringstream in(line);
+        uint32_t ifx = 0;
+        std::string name;
+        if (in >> ifx >> name && TunnelIndexes::is_ours(name))
+            indexes_.adopt(ifx, name);
+    }
+    const vxlanctl::ApplyConfig config = apply_config(view, indexes_);
+    for (const auto &[key, vnis] : view.tunnels)
+        if (!create_interface(indexes_.index(key), TunnelIndexes::name(key)))
+            return false;
+    const auto tlvs = vxlanctl::apply_tlvs(config);
+    if (!send_tlvs(tlvs, true))
+        return false;
+    for (uint32_t ifx : indexes_.keep_only(view))
+        remove_interface(ifx);
+    log("full resynchronisation: " + std::to_string(view.vnis.size()) + " VNIs, " +
+        std::to_string(view.tunnels.size()) + " tunnels, " + std::to_string(tlvs.size()) + " TLVs; data ready");
+    for (const auto &[key, vnis] : view.tunnels) {
+        std::string line = "  tunnel " + std::to_string(indexes_.index(key)) + " (" + key.first + " -> " +
+                           key.second + ") carries VNI";
+        for (uint32_t vni : vnis)
+            line += " " + std::to_string(vni);
+        log(line);
+    }
+    return true;
+}
+
+bool Follower::incremental(const ModuleView &view)
+{
+    const Change c = change(*applied_, view, indexes_);
+    for (const auto &[ifx, name] : c.create_interfaces)
+        if (!create_interface(ifx, name))
+            return false;
+    if (!c.tlvs.empty() && !send_tlvs(c.tlvs, false))
+        return false;
+    for (uint32_t ifx : c.remove_interfaces)
+        remove_interface(ifx);
+    indexes_.keep_only(view);
+    for (const std::string &line : c.log)
+        log(line);
+    return true;
+}
+
+int Follower::run(const std::atomic<bool> &stop)
+{
+    std::string error;
+    if (!kernel_.open(error)) {
+        log(error);
+        return 1;
+    }
+    log("following the kernel's EVPN state for efhost at " + options_.socket);
+    bool first_read = true;
+    while (!stop.load()) {
+        KernelState kernel;
+        if (!kernel_.read(kernel, error)) {
+            log(error);
+            std::this_thread::sleep_for(std::chrono::milliseconds(kRetryMs));
+            continue;
+        }
+        if (first_read || kernel != last_kernel_) {
+            for (const std::string &line : describe_change(last_kernel_, kernel))
+                log(line);
+            if (kernel.empty() && (first_read || !last_kernel_.empty()))
+                log("kernel: no VXLAN device is up");
+            last_kernel_ = kernel;
+            first_read = false;
+        }
+        const ModuleView view = module_view(kernel);
+        const bool restarted = efhost_changed();
+        bool done = true;
+        if (!efhost_gone_) {
+            if (restarted || !applied_)
+                done = full_resync(view);
+            else if (view != *applied_)
+                done = incremental(view);
+            if (done)
+                applied_ = view;
+            else
+                applied_.reset();  // unknown: the next round resynchronises in full
+        }
+        kernel_.wait_event(done && !efhost_gone_ ? options_.poll_ms : kRetryMs);
+    }
+    log("stopping; the module keeps its configuration");
+    return 0;
+}
+
+}  // namespace evpn

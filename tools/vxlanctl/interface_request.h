@@ -1,0 +1,33 @@
+// efhost's run-time tunnel interfaces as a client asks for them: the
+// tunnel-intf verb of vxlanctl and the EVPN follower send the same request
+// text (create IFX NAME, remove IFX, list) over the control socket.
+#pragma once
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace vxlanctl {
+
+struct InterfaceAnswer {
+    int code = 0;                    // an ExitCode of request.h
+    bool ok = false;                 // efhost carried it out
+    std::string status;              // efhost's "ok ..." or "error: ..." line
+    std::vector<std::string> lines;  // list: "IFX NAME" per interface
+    std::string error;               // connection or timeout failure
+};
+
+// The request text of tunnel-intf's arguments, checked before anything is
+// sent; nothing with error set to the line to print.
+std::optional<std::string> interface_request_text(const std::vector<std::string> &args, std::string &error);
+
+// Connects, sends the request text and waits for efhost's answer.
+InterfaceAnswer interface_request(const std::string &socket_path, const std::string &text, double timeout_s);
+
+// The tunnel-intf verb: prints the listed interfaces and efhost's status
+// line; exit code 4 when efhost refused the request.
+int run_interface_verb(const std::string &socket_path, const std::vector<std::string> &args, double timeout_s,
+                       std::ostream &out, std::ostream &err);
+
+}  // namespace vxlanctl
