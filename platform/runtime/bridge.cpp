@@ -258,6 +258,13 @@ std::vector<BridgeMac> bridge_macs()
     return out;
 }
 
+size_t bridge_mac_count()
+{
+    size_t n = 0;
+    for_each_shard([&n](const auto &macs) { n += macs.size(); });
+    return n;
+}
+
 void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t vid)
 {
     const MacKey k{key, mac_number(mac)};

@@ -101,6 +101,8 @@ struct BridgeMac {
 };
 // Learned and configured MAC entries, ordered by (key, MAC).
 std::vector<BridgeMac> bridge_macs();
+// Entries of the MAC table, without listing them.
+size_t bridge_mac_count();
 void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t vid);
 void bridge_add_filter(uint64_t key, const uint8_t *mac);
 // Learned entries older than the age time (300 s after reset) on the

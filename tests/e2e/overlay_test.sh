@@ -40,6 +40,22 @@ check_ping() {
             || fail "h1 has no ARP entry $2 -> $mac"
         echo "h1 resolved $2 to $mac"
     done
+    check_counters
+}
+
+# efhost's counters, read while it runs: both ports moved frames and lost
+# none, the module took frames for the tunnels, the MAC table learnt.
+check_counters() {
+    vxlanctl counters | tee "$E2E_DIR/counters.txt" || fail "vxlanctl counters"
+    local port
+    for port in "port 1 access1" "port 2 uplink"; do
+        grep -Eq "^$port: in [1-9][0-9]*, out [1-9][0-9]*, lost in 0, lost out 0\$" "$E2E_DIR/counters.txt" \
+            || fail "counters of $port"
+    done
+    grep -Eq "^pipeline: received [1-9][0-9]*, sent on ports [1-9][0-9]*, taken by the module [1-9]" \
+        "$E2E_DIR/counters.txt" || fail "pipeline counters"
+    grep -Eq "^mac table: [1-9][0-9]* entries\$" "$E2E_DIR/counters.txt" || fail "MAC table counter"
+    grep -qx "vxlanctl: ok" "$E2E_DIR/counters.txt" || fail "counters request not answered ok"
 }
 
 check_fragment() {

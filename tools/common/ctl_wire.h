@@ -19,6 +19,9 @@ constexpr uint32_t kFlagReplyWhenDone = 0x1;     // client asks for kModuleDone
 // one show line per listed interface and a done envelope whose payload is
 // "ok ..." or "error: ...".
 constexpr uint32_t kModuleInterfaceRequest = 0xEF10;
+// client -> efhost: efhost's counters (any payload); answered by one show
+// line per counter group and a done envelope whose payload is "ok".
+constexpr uint32_t kModuleCountersRequest = 0xEF11;
 constexpr uint32_t kMaxPayload = 8196;           // largest VXLAN message
 constexpr size_t kHeaderLen = 28;
 

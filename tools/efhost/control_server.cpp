@@ -33,18 +33,23 @@ bool has_tlv(const uint8_t *p, uint32_t len, uint16_t type)
     return false;
 }
 
-// Run-time tunnel interfaces are efhost's own business: the request is
-// carried out here and answered at once.
+// Requests about efhost itself are answered at once, here: show lines, then
+// the status line in the done envelope.
+void answer(int fd, uint32_t seq, const std::vector<std::string> &lines, const std::string &status,
+            std::mutex &client_lock)
+{
+    std::lock_guard<std::mutex> g(client_lock);
+    std::string error;
+    for (const std::string &line : lines)
+        ctl::send_envelope(fd, {seq, 0, ctl::kModuleShowLine, {line.begin(), line.end()}}, error);
+    ctl::send_envelope(fd, {seq, 0, ctl::kModuleDone, {status.begin(), status.end()}}, error);
+}
+
 void answer_interface_request(int fd, const ctl::Envelope &env, std::mutex &client_lock)
 {
     const RuntimeReply reply =
         runtime_interface_request(std::string(env.payload.begin(), env.payload.end()));
-    const std::string status = reply.ok ? reply.text : "error: " + reply.text;
-    std::lock_guard<std::mutex> g(client_lock);
-    std::string error;
-    for (const std::string &line : reply.lines)
-        ctl::send_envelope(fd, {env.seq, 0, ctl::kModuleShowLine, {line.begin(), line.end()}}, error);
-    ctl::send_envelope(fd, {env.seq, 0, ctl::kModuleDone, {status.begin(), status.end()}}, error);
+    answer(fd, env.seq, reply.lines, reply.ok ? reply.text : "error: " + reply.text, client_lock);
 }
 
 }  // namespace
@@ -154,6 +159,10 @@ void ControlServer::handle(int fd, const ctl::Envelope &env)
 {
     if (env.module == ctl::kModuleInterfaceRequest) {
         answer_interface_request(fd, env, client_lock_);
+        return;
+    }
+    if (env.module == ctl::kModuleCountersRequest) {
+        answer(fd, env.seq, counters_ ? counters_() : std::vector<std::string>{}, "ok", client_lock_);
         return;
     }
     if (env.module != ctl::kModuleVxlan)

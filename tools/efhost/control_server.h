@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -28,6 +29,8 @@ public:
     // full resynchronisation); false when stop_flag became true first.
     bool wait_data_ready(const std::atomic<bool> &stop_flag);
     bool data_ready() const { return data_ready_.load(); }
+    // What answers a counters request; set before start().
+    void set_counters(std::function<std::vector<std::string>()> lines) { counters_ = std::move(lines); }
 
 private:
     static int sink(const ef_msg_t *msg, void *ctx);
@@ -52,6 +55,7 @@ private:
     std::mutex ready_lock_;
     std::condition_variable ready_cv_;
     std::atomic<bool> data_ready_{false};
+    std::function<std::vector<std::string>()> counters_;
 };
 
 }  // namespace efhost

@@ -7,6 +7,7 @@
 
 #include "efrt.h"
 #include "efrt_l3.h"
+#include "counters.h"
 #include "runtime_interfaces.h"
 
 namespace efhost {
@@ -85,6 +86,7 @@ bool Host::start(std::string &error)
     l3_->start();
     pipeline_ = std::make_unique<Pipeline>(cfg_, raw_ports, l3_.get());
     pipeline_->attach_to_platform();
+    control_.set_counters([this] { return counter_lines(counter_sources()); });
     if (!control_.start(cfg_.control_socket, error))
         return false;
     start_ports(false);
@@ -184,24 +186,10 @@ void Host::shutdown()
 
 void Host::report() const
 {
-    if (!pipeline_)
-        return;
-    const PipelineStats s = pipeline_->stats();
-    std::fprintf(stderr,
-                 "efhost: frames received %llu, sent on ports %llu, taken by the module %llu, "
-                 "parser drops %llu, without VNI %llu, dropped %llu, routed %llu, underlay %llu\n",
-                 static_cast<unsigned long long>(s.received),
-                 static_cast<unsigned long long>(s.forwarded),
-                 static_cast<unsigned long long>(s.consumed),
-                 static_cast<unsigned long long>(s.parser_drops),
-                 static_cast<unsigned long long>(s.no_vni),
-                 static_cast<unsigned long long>(s.dropped),
-                 static_cast<unsigned long long>(s.routed),
-                 static_cast<unsigned long long>(s.underlay));
-    for (const auto &[ifx, port] : ports_)
-        std::fprintf(stderr, "efhost: interface %u: %llu frames in, %llu out\n", ifx,
-                     static_cast<unsigned long long>(port->rx_frames()),
-                     static_cast<unsigned long long>(port->tx_frames()));
+    for (const std::string &line : counter_lines(counter_sources()))
+        std::fprintf(stderr, "efhost: %s\n", line.c_str());
 }
+
+CounterSources Host::counter_sources() const { return CounterSources{&cfg_, pipeline_.get(), &ports_, l3_.get()}; }
 
 }  // namespace efhost

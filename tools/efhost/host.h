@@ -11,6 +11,7 @@
 
 #include "config.h"
 #include "control_server.h"
+#include "counters.h"
 #include "host_platform.h"
 #include "l3_engine.h"
 #include "module_loader.h"
@@ -36,6 +37,7 @@ private:
     void withdraw_configuration();
     void shutdown();
     void report() const;
+    CounterSources counter_sources() const;
 
     Config cfg_;
     std::map<uint32_t, std::unique_ptr<Port>> ports_;

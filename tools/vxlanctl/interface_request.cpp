@@ -1,5 +1,5 @@
-// The tunnel-intf verb and the request it shares with the EVPN follower; see
-// interface_request.h.
+// The tunnel-intf and counters verbs and the request they share with the
+// EVPN follower; see interface_request.h.
 #include "interface_request.h"
 
 #include <unistd.h>
@@ -53,7 +53,8 @@ std::optional<std::string> interface_request_text(const std::vector<std::string>
     return text;
 }
 
-InterfaceAnswer interface_request(const std::string &socket_path, const std::string &text, double timeout_s)
+InterfaceAnswer interface_request(const std::string &socket_path, const std::string &text, double timeout_s,
+                                  uint32_t module)
 {
     InterfaceAnswer answer;
     const int fd = ctl::connect_socket(socket_path, answer.error);
@@ -61,7 +62,7 @@ InterfaceAnswer interface_request(const std::string &socket_path, const std::str
         answer.code = kExitConnection;
         return answer;
     }
-    ctl::Envelope request{1, ctl::kFlagReplyWhenDone, ctl::kModuleInterfaceRequest, {text.begin(), text.end()}};
+    ctl::Envelope request{1, ctl::kFlagReplyWhenDone, module, {text.begin(), text.end()}};
     if (!ctl::send_envelope(fd, request, answer.error)) {
         close(fd);
         answer.code = kExitConnection;
@@ -93,6 +94,29 @@ InterfaceAnswer interface_request(const std::string &socket_path, const std::str
     return answer;
 }
 
+namespace {
+
+// Prints what efhost answered; the exit code of the answer.
+int print_answer(const InterfaceAnswer &answer, std::ostream &out, std::ostream &err)
+{
+    if (answer.code == kExitConnection || answer.code == kExitTimeout) {
+        err << "vxlanctl: " << answer.error << '\n';
+        return answer.code;
+    }
+    for (const std::string &line : answer.lines)
+        out << line << '\n';
+    (answer.ok ? out : err) << "vxlanctl: " << answer.status << '\n';
+    return answer.code;
+}
+
+}  // namespace
+
+int run_counters_verb(const std::string &socket_path, double timeout_s, std::ostream &out, std::ostream &err)
+{
+    return print_answer(interface_request(socket_path, "counters", timeout_s, ctl::kModuleCountersRequest), out,
+                        err);
+}
+
 int run_interface_verb(const std::string &socket_path, const std::vector<std::string> &args, double timeout_s,
                        std::ostream &out, std::ostream &err)
 {
@@ -102,15 +126,7 @@ int run_interface_verb(const std::string &socket_path, const std::vector<std::st
         err << error << '\n';
         return kExitUsage;
     }
-    const InterfaceAnswer answer = interface_request(socket_path, *text, timeout_s);
-    if (answer.code == kExitConnection || answer.code == kExitTimeout) {
-        err << "vxlanctl: " << answer.error << '\n';
-        return answer.code;
-    }
-    for (const std::string &line : answer.lines)
-        out << line << '\n';
-    (answer.ok ? out : err) << "vxlanctl: " << answer.status << '\n';
-    return answer.code;
+    return print_answer(interface_request(socket_path, *text, timeout_s), out, err);
 }
 
 }  // namespace vxlanctl

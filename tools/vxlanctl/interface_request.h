@@ -3,10 +3,13 @@
 // text (create IFX NAME, remove IFX, list) over the control socket.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include "ctl_wire.h"
 
 namespace vxlanctl {
 
@@ -22,12 +25,17 @@ struct InterfaceAnswer {
 // sent; nothing with error set to the line to print.
 std::optional<std::string> interface_request_text(const std::vector<std::string> &args, std::string &error);
 
-// Connects, sends the request text and waits for efhost's answer.
-InterfaceAnswer interface_request(const std::string &socket_path, const std::string &text, double timeout_s);
+// Connects, sends the request text to efhost's own request module (an
+// interface request unless said otherwise) and waits for efhost's answer.
+InterfaceAnswer interface_request(const std::string &socket_path, const std::string &text, double timeout_s,
+                                  uint32_t module = ctl::kModuleInterfaceRequest);
 
 // The tunnel-intf verb: prints the listed interfaces and efhost's status
 // line; exit code 4 when efhost refused the request.
 int run_interface_verb(const std::string &socket_path, const std::vector<std::string> &args, double timeout_s,
                        std::ostream &out, std::ostream &err);
+
+// The counters verb: prints efhost's counters as they are now.
+int run_counters_verb(const std::string &socket_path, double timeout_s, std::ostream &out, std::ostream &err);
 
 }  // namespace vxlanctl

@@ -72,11 +72,14 @@ int run(int argc, char **argv)
     app.add_subcommand("tunnel-intf", "efhost's run-time tunnel interfaces: create IFX NAME | remove IFX | list")
         ->add_option("ARGS", args.words)
         ->required();
+    app.add_subcommand("counters", "efhost's counters: ports, pipeline, L3 engine, MAC table");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? kExitOk : kExitUsage;
     }
+    if (app.got_subcommand("counters"))
+        return run_counters_verb(args.socket, args.timeout, std::cout, std::cerr);
     if (app.got_subcommand("tunnel-intf"))
         return run_interface_verb(args.socket, args.words, args.timeout, std::cout, std::cerr);
     std::string error;
