@@ -55,6 +55,15 @@ inline void store_relaxed(T &word, std::type_identity_t<T> value)
     __atomic_store_n(&word, value, __ATOMIC_RELAXED);
 }
 
+// Moves on whenever the tables may change: at every write-locked section and
+// when the instance record comes or goes. A packet thread that kept a copy
+// of what it found under the read lock may use the copy again while the
+// count has not moved: nothing it read can have changed meanwhile.
+extern std::atomic<uint64_t> g_vxlan_ef_table_gen;
+
+inline uint64_t table_generation() { return g_vxlan_ef_table_gen.load(std::memory_order_acquire); }
+inline void tables_changing() { g_vxlan_ef_table_gen.fetch_add(1, std::memory_order_acq_rel); }
+
 // Read or write lock of the instance record for one scope.
 class ReadLock {
 public:
@@ -69,7 +78,11 @@ private:
 
 class WriteLock {
 public:
-    explicit WriteLock(vxlan_ef_vsd_t *vsd) : vsd_(vsd) { pthread_rwlock_wrlock(&vsd_->rwlock); }
+    explicit WriteLock(vxlan_ef_vsd_t *vsd) : vsd_(vsd)
+    {
+        pthread_rwlock_wrlock(&vsd_->rwlock);
+        tables_changing();
+    }
     ~WriteLock() { pthread_rwlock_unlock(&vsd_->rwlock); }
     WriteLock(const WriteLock &) = delete;
     WriteLock &operator=(const WriteLock &) = delete;

@@ -9,6 +9,10 @@
 
 vxlan_ef_vsd_t *g_vxlan_vsd;
 
+namespace vxlan_ef {
+std::atomic<uint64_t> g_vxlan_ef_table_gen{0};
+}  // namespace vxlan_ef
+
 namespace {
 
 int32_t vsd_id_from_env()
@@ -44,6 +48,7 @@ int vxlan_ef_vsd_init(void)
     vxlan_ef_vrf_init(id);
     vxlan_ef_subif_init(id);
     pthread_rwlock_init(&vsd->rwlock, nullptr);
+    vxlan_ef::tables_changing();
     return 0;
 }
 
@@ -57,6 +62,7 @@ void vxlan_ef_vsd_exit(void)
     vxlan_ef_intf_exit();
     vxlan_ef_vrf_exit();
     pthread_rwlock_destroy(&vsd->rwlock);
+    vxlan_ef::tables_changing();
     g_vxlan_vsd = nullptr;
     vxlan_ef::store_barrier();
     vxlan_ef_kfree(VXLAN_EF_MEM_VSD, vsd);

@@ -16,6 +16,47 @@ constexpr uint32_t kInnerIpHeader = 20;
 
 bool ipv4_tunnel(const vxlan_ef_tnl_addr_t *tnl) { return tnl->family == VXLAN_EF_AF_INET; }
 
+// The tunnel address this thread found last, with what it was found for.
+// Frames of one flow follow each other, so the next one usually asks the
+// same again; while the tables have not changed, the copy is the answer.
+struct LastTunnel {
+    const vxlan_ef_vsd_t *vsd;
+    const lsm_intfcb_t *dst;
+    uint32_t dst_ifx;
+    uint32_t vni;
+    uint64_t generation;
+    vxlan_ef_tnl_addr_t tnl;
+};
+
+// Initial-exec: one load from the thread pointer, no call to find the
+// block, which a packet thread could not afford on every frame.
+__attribute__((tls_model("initial-exec"))) thread_local LastTunnel t_last{};
+
+// The tunnel address of the frame's VNI on the destination tunnel, from the
+// thread's last answer or from the tables; false when there is none.
+bool tunnel_address(vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst, uint32_t vni,
+                    vxlan_ef_tnl_addr_t *tnl)
+{
+    LastTunnel &last = t_last;
+    if (last.generation == vxlan_ef::table_generation() && last.vsd == vsd && last.dst == dst &&
+        last.dst_ifx == dst->ifindex && last.vni == vni) {
+        *tnl = last.tnl;
+        return true;
+    }
+    vxlan_ef::ReadLock lock(vsd);
+    // No writer runs while the read lock is held: this is the generation
+    // the answer belongs to.
+    const uint64_t generation = vxlan_ef::table_generation();
+    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
+    const vxlan_ef_adj_t *adj =
+        entry == nullptr ? nullptr : vxlan_ef_adj_get(vsd, nullptr, dst->ifindex, entry);
+    if (adj == nullptr)
+        return false;
+    vxlan_ef::fill_tnl_addr(tnl, adj, vni);
+    last = LastTunnel{vsd, dst, dst->ifindex, vni, generation, *tnl};
+    return true;
+}
+
 // The most inner bytes one outer packet may carry.
 uint16_t payload_limit(const efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
 {
@@ -151,16 +192,8 @@ uint32_t vxlan_ef_encap_frame(efmp_buff_t *buff, uint32_t mode)
         return EF_Drop;
     }
     vxlan_ef_tnl_addr_t tnl{};
-    {
-        vxlan_ef::ReadLock lock(vsd);
-        const uint32_t vni = vxlan_ef::buff_vni(buff);
-        vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
-        const vxlan_ef_adj_t *adj =
-            entry == nullptr ? nullptr : vxlan_ef_adj_get(vsd, nullptr, dst->ifindex, entry);
-        if (adj == nullptr)
-            return EF_Drop;
-        vxlan_ef::fill_tnl_addr(&tnl, adj, vni);
-    }
+    if (!tunnel_address(vsd, dst, vxlan_ef::buff_vni(buff), &tnl))
+        return EF_Drop;
     buff->vlan_tag &= vxlan_ef::kVlanKeepMask;
     return static_cast<uint32_t>(
         vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, mode, "vxlan_ef_encap_frame"));

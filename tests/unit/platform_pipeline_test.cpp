@@ -114,6 +114,33 @@ TEST_F(PipelineTest, AccessFrameToAMacBehindATunnelIsEncapsulatedTowardsItsVtep)
     EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
 }
 
+// Frames of one flow reuse what the previous one found only while the
+// tables stay as they were.
+TEST_F(PipelineTest, EncapsulationFollowsATunnelChangedBetweenTwoFramesOfOneFlow)
+{
+    start_pipeline();
+    const std::vector<uint8_t> f = frame(kHostB, kHostA, 0x0800, 100);
+    auto outer_destination = [&]() {
+        EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, f)), efrt::PipeOutcome::Consumed);
+        std::vector<efmp_buff_t *> out = efrt::l3_take();
+        std::vector<uint8_t> dst;
+        if (out.size() == 1)
+            dst.assign(out[0]->head + out[0]->data_off + 16, out[0]->head + out[0]->data_off + 20);
+        for (efmp_buff_t *b : out)
+            efmp_buff_free_sw_user(kModuleReason, b);
+        return dst;
+    };
+    EXPECT_EQ(outer_destination(), (std::vector<uint8_t>{10, 0, 0, 1}));
+    EXPECT_EQ(outer_destination(), (std::vector<uint8_t>{10, 0, 0, 1}));
+    deliver_tlvs({set_vtep(kT1, ip4("192.0.2.1"), ip4("10.0.0.9"))});
+    EXPECT_EQ(outer_destination(), (std::vector<uint8_t>{10, 0, 0, 9}));
+    deliver_tlvs({asso_vtep(kVni, kT1, 0)});
+    EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, f)), efrt::PipeOutcome::Dropped)
+        << "no adjacency on the tunnel any more";
+    EXPECT_EQ(efrt::l3_take().size(), 0u);
+    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+}
+
 TEST_F(PipelineTest, BroadcastFromAnAccessPortIsFloodedAndTheOriginalDropped)
 {
     start_pipeline();
