@@ -17,39 +17,25 @@
 #include "ef_bridge.h"
 #include "efrt.h"
 #include "efrt_services.h"
+#include "mac_table.h"
 #include "published.h"
 #include "spin_lock.h"
 
 namespace {
 
-using MacKey = std::pair<uint64_t, uint64_t>;  // (domain key, MAC as a number)
-
 constexpr uint64_t kDefaultAgeMs = 300000;
-
-struct Entry {
-    uint32_t ifindex;
-    uint16_t vid;
-    bool filter;
-    bool learned;      // learned entries age, configured ones do not
-    uint64_t seen_ms;  // platform clock when last learned
-};
-
-struct MacKeyHash {
-    size_t operator()(const MacKey &k) const
-    {
-        // MAC bits spread by a multiplicative hash, the domain mixed in.
-        return static_cast<size_t>((k.second ^ (k.first * 0x9E3779B97F4A7C15ull)) *
-                                   0xFF51AFD7ED558CCDull >> 16);
-    }
-};
+// Enough for a large fabric's hosts; a flood of invented source MACs stops
+// here instead of at the end of memory.
+constexpr size_t kDefaultMacCapacity = 65536;
 
 // The MAC table is split into shards, each with its own lock, so that packet
 // threads learning and looking up different MACs do not wait for each other.
+// The shard comes from the hash's top bits, the slot within it from lower ones.
 constexpr size_t kShards = 64;
 
 struct alignas(64) Shard {
     efrt::SpinLock lock;
-    std::unordered_map<MacKey, Entry, MacKeyHash> macs;
+    efrt::MacTable macs;
 };
 
 uint64_t member_key(uint32_t ifindex, uint16_t vid) { return uint64_t{ifindex} << 16 | vid; }
@@ -78,13 +64,19 @@ struct Bridge {
     std::array<Shard, kShards> shards;
     efrt::Published<Ports> ports;
     std::atomic<uint64_t> age_ms{kDefaultAgeMs};
+    std::atomic<size_t> entries{0};
+    std::atomic<size_t> capacity{kDefaultMacCapacity};
+    std::atomic<uint64_t> refused{0};
 };
 
 Bridge g_bridge;
 
 Bridge &bridge() { return g_bridge; }
 
-Shard &shard_of(const MacKey &key) { return bridge().shards[MacKeyHash{}(key) % kShards]; }
+Shard &shard_of(uint64_t domain, uint64_t mac)
+{
+    return bridge().shards[efrt::MacTable::hash(domain, mac) >> 58];
+}
 
 uint64_t mac_number(const uint8_t *mac)
 {
@@ -112,19 +104,36 @@ void for_each_shard(F &&fn)
     }
 }
 
-// A learned MAC never replaces a filtering entry.
+// Takes a slot for a learned MAC unless the table is full.
+bool reserve_entry()
+{
+    Bridge &b = bridge();
+    if (b.entries.fetch_add(1, std::memory_order_relaxed) < b.capacity.load(std::memory_order_relaxed))
+        return true;
+    b.entries.fetch_sub(1, std::memory_order_relaxed);
+    b.refused.fetch_add(1, std::memory_order_relaxed);
+    return false;
+}
+
+// A learned MAC never replaces a filtering entry; a MAC seen again where it
+// was only has its time refreshed.
 int add_mac(const ef_bridge_mac_req_t *req)
 {
     if (req == nullptr)
         return -1;
-    const MacKey key{req->key, mac_number(req->mac)};
+    const uint64_t mac = mac_number(req->mac);
     const uint64_t now = efrt::clock_now_ms();
-    Shard &sh = shard_of(key);
+    Shard &sh = shard_of(req->key, mac);
     std::lock_guard<efrt::SpinLock> g(sh.lock);
-    Entry &e = sh.macs[key];
-    if (e.filter)
+    efrt::MacEntry *e = sh.macs.find(req->key, mac);
+    if (e == nullptr) {
+        if (!reserve_entry())
+            return -1;
+        e = &sh.macs.insert(req->key, mac);
+    } else if (e->filter) {
         return -1;
-    e = Entry{req->ifindex, req->vid, false, true, now};
+    }
+    *e = efrt::MacEntry{req->ifindex, req->vid, false, true, now};
     return 0;
 }
 
@@ -132,17 +141,17 @@ int mac_lookup(int32_t, uint64_t key, const uint8_t *mac, ef_bridge_mac_out_t *o
 {
     if (mac == nullptr)
         return EF_BRIDGE_MAC_NOT_FOUND;
-    const MacKey k{key, mac_number(mac)};
-    Shard &sh = shard_of(k);
+    const uint64_t n = mac_number(mac);
+    Shard &sh = shard_of(key, n);
     std::lock_guard<efrt::SpinLock> g(sh.lock);
-    auto it = sh.macs.find(k);
-    if (it == sh.macs.end())
+    const efrt::MacEntry *e = sh.macs.find(key, n);
+    if (e == nullptr)
         return EF_BRIDGE_MAC_NOT_FOUND;
-    if (it->second.filter)
+    if (e->filter)
         return EF_BRIDGE_MAC_FILTER;
     if (out != nullptr) {
-        out->ifindex = it->second.ifindex;
-        out->vid = it->second.vid;
+        out->ifindex = e->ifindex;
+        out->vid = e->vid;
     }
     return EF_BRIDGE_MAC_FOUND;
 }
@@ -245,12 +254,12 @@ void bridge_withdraw_all()
 std::vector<BridgeMac> bridge_macs()
 {
     std::vector<BridgeMac> out;
-    for_each_shard([&out](const auto &macs) {
-        for (const auto &[key, e] : macs) {
-            BridgeMac m{key.first, {}, e.ifindex, e.vid, e.filter};
-            mac_bytes(key.second, m.mac);
+    for_each_shard([&out](const MacTable &macs) {
+        macs.for_each([&out](uint64_t domain, uint64_t mac, const MacEntry &e) {
+            BridgeMac m{domain, {}, e.ifindex, e.vid, e.filter};
+            mac_bytes(mac, m.mac);
             out.push_back(m);
-        }
+        });
     });
     std::sort(out.begin(), out.end(), [](const BridgeMac &a, const BridgeMac &b) {
         return std::make_pair(a.key, mac_number(a.mac)) < std::make_pair(b.key, mac_number(b.mac));
@@ -261,24 +270,40 @@ std::vector<BridgeMac> bridge_macs()
 size_t bridge_mac_count()
 {
     size_t n = 0;
-    for_each_shard([&n](const auto &macs) { n += macs.size(); });
+    for_each_shard([&n](const MacTable &macs) { n += macs.size(); });
     return n;
 }
 
+uint64_t bridge_mac_refused() { return bridge().refused.load(std::memory_order_relaxed); }
+
+void bridge_set_mac_capacity(size_t entries) { bridge().capacity.store(entries); }
+
+namespace {
+
+// Configured entries are always taken; only learning is bounded.
+void set_configured(uint64_t domain, const uint8_t *mac, const MacEntry &entry)
+{
+    const uint64_t n = mac_number(mac);
+    Shard &sh = shard_of(domain, n);
+    std::lock_guard<efrt::SpinLock> g(sh.lock);
+    MacEntry *e = sh.macs.find(domain, n);
+    if (e == nullptr) {
+        bridge().entries.fetch_add(1, std::memory_order_relaxed);
+        e = &sh.macs.insert(domain, n);
+    }
+    *e = entry;
+}
+
+}  // namespace
+
 void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t vid)
 {
-    const MacKey k{key, mac_number(mac)};
-    Shard &sh = shard_of(k);
-    std::lock_guard<efrt::SpinLock> g(sh.lock);
-    sh.macs[k] = Entry{ifindex, vid, false, false, 0};
+    set_configured(key, mac, MacEntry{ifindex, vid, false, false, 0});
 }
 
 void bridge_add_filter(uint64_t key, const uint8_t *mac)
 {
-    const MacKey k{key, mac_number(mac)};
-    Shard &sh = shard_of(k);
-    std::lock_guard<efrt::SpinLock> g(sh.lock);
-    sh.macs[k] = Entry{0, 0, true, false, 0};
+    set_configured(key, mac, MacEntry{0, 0, true, false, 0});
 }
 
 void bridge_set_age_time(uint64_t ms) { bridge().age_ms.store(ms); }
@@ -288,17 +313,11 @@ size_t bridge_age_run()
     const uint64_t now = clock_now_ms();
     const uint64_t age = bridge().age_ms.load();
     size_t removed = 0;
-    for_each_shard([&](auto &macs) {
-        for (auto it = macs.begin(); it != macs.end();) {
-            const Entry &e = it->second;
-            if (e.learned && now - e.seen_ms >= age) {
-                it = macs.erase(it);
-                removed++;
-            } else {
-                ++it;
-            }
-        }
+    for_each_shard([&](MacTable &macs) {
+        removed += macs.erase_if(
+            [&](const MacEntry &e) { return e.learned && now - e.seen_ms >= age; });
     });
+    bridge().entries.fetch_sub(removed, std::memory_order_relaxed);
     return removed;
 }
 
@@ -335,7 +354,10 @@ const std::vector<uint32_t> &bridge_vlan_members(uint16_t vid)
 // service registry has been reset.
 void bridge_reset()
 {
-    for_each_shard([](auto &macs) { macs.clear(); });
+    for_each_shard([](MacTable &macs) { macs.clear(); });
+    bridge().entries.store(0);
+    bridge().refused.store(0);
+    bridge().capacity.store(kDefaultMacCapacity);
     bridge().ports.clear();
     bridge().age_ms.store(kDefaultAgeMs);
     bridge_publish_all();

@@ -103,6 +103,10 @@ struct BridgeMac {
 std::vector<BridgeMac> bridge_macs();
 // Entries of the MAC table, without listing them.
 size_t bridge_mac_count();
+// Learning stops at the capacity (65536 entries after reset); configured
+// entries are always taken. Refused counts the MACs learning turned away.
+void bridge_set_mac_capacity(size_t entries);
+uint64_t bridge_mac_refused();
 void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t vid);
 void bridge_add_filter(uint64_t key, const uint8_t *mac);
 // Learned entries older than the age time (300 s after reset) on the

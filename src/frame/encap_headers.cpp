@@ -31,10 +31,11 @@ constexpr uint64_t kFlagsSet = EFMP_F_LOCAL | EFMP_F_VXLAN_ENCAP;
 uint16_t udp_checksum(const uint8_t *sip, const uint8_t *dip, uint32_t addr_len,
                       const uint8_t *udp, uint32_t len)
 {
-    const uint16_t pseudo = csum::add(csum::sum(sip, addr_len), csum::sum(dip, addr_len));
+    uint64_t s = csum::accumulate(0, sip, addr_len);
+    s = csum::accumulate(s, dip, addr_len);
     const uint32_t fields =
         wire::get_be16(reinterpret_cast<const wire::UdpHdr *>(udp)->len) + wire::kIpProtoUdp;
-    return static_cast<uint16_t>(~csum::add(csum::add(pseudo, fields), csum::sum(udp, len)));
+    return static_cast<uint16_t>(~csum::add(csum::finish(csum::accumulate(s, udp, len)), fields));
 }
 
 // The traffic class to copy into the outer header: the whole inner TOS

@@ -42,10 +42,34 @@ inline uint64_t load64(const uint8_t *p)
     return w;
 }
 
-// The folded sum of len bytes as big-endian 16-bit words.
-inline uint16_t sum(const uint8_t *p, uint32_t len)
+// Adds the last 0 to 7 bytes of a run that began on a 16-bit boundary,
+// without a call: a 4-byte and a 2-byte piece keep their 16-bit alignment,
+// and a last odd byte is the first byte of a word padded with a zero byte.
+inline uint64_t add_tail(uint64_t s, const uint8_t *p, uint32_t len)
 {
-    uint64_t s = 0;
+    if (len & 4) {
+        uint32_t w;
+        std::memcpy(&w, p, sizeof w);
+        s = add_carry(s, w);
+        p += 4;
+    }
+    if (len & 2) {
+        uint16_t w;
+        std::memcpy(&w, p, sizeof w);
+        s = add_carry(s, w);
+        p += 2;
+    }
+    if (len & 1) {
+        const uint64_t byte = *p;
+        s = add_carry(s, std::endian::native == std::endian::little ? byte : byte << 8);
+    }
+    return s;
+}
+
+// The unfolded native sum of len bytes starting on a 16-bit boundary, added
+// to s: runs that each begin on such a boundary may share one sum.
+inline uint64_t accumulate(uint64_t s, const uint8_t *p, uint32_t len)
+{
     for (; len >= 32; p += 32, len -= 32) {
         s = add_carry(s, load64(p));
         s = add_carry(s, load64(p + 8));
@@ -54,12 +78,14 @@ inline uint16_t sum(const uint8_t *p, uint32_t len)
     }
     for (; len >= 8; p += 8, len -= 8)
         s = add_carry(s, load64(p));
-    // The last 0 to 7 bytes, padded with zero bytes after them.
-    uint8_t tail[8] = {};
-    std::memcpy(tail, p, len);
-    s = add_carry(s, load64(tail));
-    return to_big_endian_sum(fold(s));
+    return add_tail(s, p, len);
 }
+
+// An accumulated sum folded to 16 bits as the sum of big-endian words.
+inline uint16_t finish(uint64_t s) { return to_big_endian_sum(fold(s)); }
+
+// The folded sum of len bytes as big-endian 16-bit words.
+inline uint16_t sum(const uint8_t *p, uint32_t len) { return finish(accumulate(0, p, len)); }
 
 // Adds two folded sums (or a folded sum and a 16-bit value).
 inline uint16_t add(uint32_t a, uint32_t b) { return fold(uint64_t{a} + b); }

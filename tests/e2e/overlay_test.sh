@@ -54,7 +54,7 @@ check_counters() {
     done
     grep -Eq "^pipeline: received [1-9][0-9]*, sent on ports [1-9][0-9]*, taken by the module [1-9]" \
         "$E2E_DIR/counters.txt" || fail "pipeline counters"
-    grep -Eq "^mac table: [1-9][0-9]* entries\$" "$E2E_DIR/counters.txt" || fail "MAC table counter"
+    grep -Eq "^mac table: [1-9][0-9]* entries, 0 refused\$" "$E2E_DIR/counters.txt" || fail "MAC table counter"
     grep -qx "vxlanctl: ok" "$E2E_DIR/counters.txt" || fail "counters request not answered ok"
 }
 

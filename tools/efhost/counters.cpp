@@ -54,7 +54,8 @@ std::vector<std::string> counter_lines(const CounterSources &from)
                                ull{s.sent}, ull{s.no_route}, ull{s.unresolved}, ull{s.arp_replies},
                                ull{s.queued}, ull{s.queue_full}));
     }
-    lines.push_back(format("mac table: %llu entries", ull{efrt::bridge_mac_count()}));
+    lines.push_back(format("mac table: %llu entries, %llu refused", ull{efrt::bridge_mac_count()},
+                           ull{efrt::bridge_mac_refused()}));
     lines.push_back(format("buffers: %ld in use", efrt::buff_live_total()));
     return lines;
 }
