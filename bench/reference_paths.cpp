@@ -7,6 +7,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -30,6 +31,14 @@ constexpr uint16_t kVxlanPort = 4789;
 constexpr uint16_t kTypeIpv4 = 0x0800;
 constexpr uint8_t kProtoUdp = 17;
 constexpr uint8_t kVxlanFlagI = 0x08;
+constexpr uint8_t kPktTypeIpv4 = 1;  // the Ethernet layer's classification
+constexpr uint16_t kDontFragment = 0x4000;
+constexpr uint16_t kMoreFragments = 0x2000;
+// Inner IPv4 payload one packet carries at most: whole 8-byte units keeping
+// an outer IPv4 packet within a 1500-byte underlay. One limit for both
+// families, as the module's defaults let a 1450-byte frame through either
+// tunnel whole.
+constexpr size_t kFragPayload = (1500 - kIpv4Len - kUdpLen - kVxlanLen - kEthLen - kIpv4Len) / 8 * 8;
 
 // ---- bytes ------------------------------------------------------------------
 
@@ -214,7 +223,7 @@ void build_header(Tunnel &t, const TunnelSpec &s, uint32_t vni)
         inet_pton(AF_INET6, s.remote, ip + 24);
     } else {
         ip[0] = 0x45;
-        put16(ip + 6, 0x4000);  // DF, as the module sends
+        put16(ip + 6, kDontFragment);  // as the module sends
         ip[8] = 64;
         ip[9] = kProtoUdp;
         inet_pton(AF_INET, s.local, ip + 12);
@@ -319,6 +328,66 @@ bool hand_to_l3(efmp_buff_t *first, efmp_buff_t *last, uint32_t count)
     return room;
 }
 
+// An inner IPv4 header made a fragment's: length, offset, MF, checksum.
+void make_fragment_header(uint8_t *ip, size_t offset, size_t payload, bool more)
+{
+    const size_t ihl = size_t{ip[0] & 0x0Fu} * 4;
+    put16(ip + 2, static_cast<uint16_t>(ihl + payload));
+    put16(ip + 6, static_cast<uint16_t>((more ? kMoreFragments : 0) | offset / 8));
+    put16(ip + 10, 0);
+    store_checksum(ip + 10, sum_bytes(ip, ihl));
+}
+
+// The frame's headers and one slice of its IP payload in a fresh buffer.
+efmp_buff_t *fragment_copy(const efmp_buff_t *b, size_t headers, size_t offset, size_t payload)
+{
+    efmp_buff_t *c = efmp_buff_alloc_sw_user(kBuffReason, static_cast<uint32_t>(headers + payload));
+    if (c == nullptr)
+        return nullptr;
+    std::memcpy(data_of(c), data_of(b), headers);
+    std::memcpy(data_of(c) + headers, data_of(b) + headers + offset, payload);
+    make_fragment_header(data_of(c) + kEthLen, offset, payload, offset + payload < b->len - headers);
+    return c;
+}
+
+// The first fragment stays in the frame's buffer, cut short; the others are
+// copied out of it first. Each is encapsulated; one chain goes to the queue.
+bool fragment_frame(efmp_buff_t *b, Tunnel &t)
+{
+    uint8_t *ip = data_of(b) + kEthLen;
+    const size_t headers = kEthLen + size_t{ip[0] & 0x0Fu} * 4;
+    const size_t payload = b->len - headers;
+    efmp_buff_t *last = b;
+    uint32_t n = 1;
+    bool ok = (get16(ip + 6) & kDontFragment) == 0;
+    for (size_t off = kFragPayload; ok && off < payload; off += kFragPayload, n++) {
+        last->next = fragment_copy(b, headers, off, std::min(kFragPayload, payload - off));
+        ok = last->next != nullptr;
+        last = ok ? last->next : last;
+    }
+    const size_t first = std::min(kFragPayload, payload);
+    b->len = static_cast<uint32_t>(headers + first);
+    make_fragment_header(ip, 0, first, first < payload);
+    for (efmp_buff_t *f = b; ok && f != nullptr; f = f->next)
+        ok = encapsulate(f, t);
+    if (!ok) {
+        efmp_buff_chain_free_sw_user(kBuffReason, b, 0, 0);
+        return false;
+    }
+    return hand_to_l3(b, last, n);
+}
+
+// Fragmented when the inner IPv4 payload exceeds the limit; takes the buffer.
+bool send_to_tunnel(efmp_buff_t *b, Tunnel &t)
+{
+    if (b->pkt_type == kPktTypeIpv4 && b->len - b->l2_len - kIpv4Len > kFragPayload)
+        return fragment_frame(b, t);
+    if (encapsulate(b, t))
+        return hand_to_l3(b, b, 1);
+    efmp_buff_free_sw_user(kBuffReason, b);
+    return false;
+}
+
 // The outer headers checked, the VNI and the sending tunnel looked up, the
 // outer headers pulled off: the frame now comes from its tunnel.
 bool decapsulate(efmp_buff_t *b, const Tables &t)
@@ -406,14 +475,15 @@ struct RefEncap {
     Bytes frame;
     lsm_intfcb_t *port;
     vxlan_ef_ip_addr_t vtep;
+    size_t expected_out;
     std::shared_ptr<Tables> tables;
 
     // From the received buffer to the L3 queue; takes the buffer.
     bool path(efmp_buff_t *b) const
     {
         Tunnel *t = tables->by_mac.get(mac_key(data_of(b)));
-        if (t != nullptr && encapsulate(b, *t))
-            return hand_to_l3(b, b, 1);
+        if (t != nullptr)
+            return send_to_tunnel(b, *t);
         efmp_buff_free_sw_user(kBuffReason, b);
         return false;
     }
@@ -425,7 +495,7 @@ struct RefEncap {
             return false;
         const bool queued = path(b);
         const harness::Drained d = harness::drain_l3(&vtep);
-        return d.count == 1 && queued && d.first_to_vtep;
+        return d.count == expected_out && queued && d.first_to_vtep;
     }
 };
 
@@ -447,15 +517,16 @@ struct RefFlood {
 
 // ---- the one full check before timing ---------------------------------------------
 
-// An encapsulated packet as the L3 engine takes it, checked with the textbook
-// sums: headers, lengths, both checksums, the VNI and the frame inside.
-bool valid_packet(const efmp_buff_t *b, const Bytes &inner, const uint8_t *vtep, bool ipv6)
+// The inner frame of a packet as the L3 engine takes it, once its outer
+// headers, lengths and both checksums have passed the textbook sums;
+// nullptr when one of them is wrong.
+const uint8_t *checked_inner(const efmp_buff_t *b, const uint8_t *vtep, bool ipv6)
 {
     const uint8_t *ip = data_of(b);
     const size_t ip_len = ipv6 ? kIpv6Len : kIpv4Len;
-    const size_t udp_len = kUdpLen + kVxlanLen + inner.size();
-    if (b->len != ip_len + udp_len)
-        return false;
+    if (b->len < ip_len + kUdpLen + kVxlanLen)
+        return nullptr;
+    const size_t udp_len = b->len - ip_len;
     const uint8_t *udp = ip + ip_len;
     const bool ip_ok = ipv6 ? ip[0] >> 4 == 6 && get16(ip + 4) == udp_len && ip[6] == kProtoUdp &&
                                   std::memcmp(ip + 24, vtep, 16) == 0
@@ -464,22 +535,54 @@ bool valid_packet(const efmp_buff_t *b, const Bytes &inner, const uint8_t *vtep,
                                   std::memcmp(ip + 16, vtep, 4) == 0;
     const uint32_t pseudo = (ipv6 ? be_sum(ip + 8, 32) : be_sum(ip + 12, 8)) + kProtoUdp +
                             static_cast<uint32_t>(udp_len);
-    return ip_ok && get16(udp + 2) == kVxlanPort && get16(udp + 4) == udp_len &&
-           get16(udp + 6) != 0 && sums_to_ones(be_sum(udp, udp_len, pseudo)) &&
-           udp[kUdpLen] == kVxlanFlagI && get24(udp + kUdpLen + 4) == kVni &&
-           std::memcmp(udp + kUdpLen + kVxlanLen, inner.data(), inner.size()) == 0;
+    const bool ok = ip_ok && get16(udp + 2) == kVxlanPort && get16(udp + 4) == udp_len &&
+                    get16(udp + 6) != 0 && sums_to_ones(be_sum(udp, udp_len, pseudo)) &&
+                    udp[kUdpLen] == kVxlanFlagI && get24(udp + kUdpLen + 4) == kVni;
+    return ok ? udp + kUdpLen + kVxlanLen : nullptr;
+}
+
+// Packet k of count carries the whole frame (count 1) or its k-th fragment:
+// the frame's headers with length, offset, MF and checksum made the
+// fragment's, then the slice of the payload.
+bool valid_inner(const uint8_t *in, size_t len, const Bytes &frame, size_t k, size_t count)
+{
+    if (count == 1)
+        return len == frame.size() && std::memcmp(in, frame.data(), len) == 0;
+    constexpr size_t kHeaders = kEthLen + kIpv4Len;
+    const size_t payload = frame.size() - kHeaders;
+    const size_t off = k * kFragPayload;
+    const size_t slice = std::min(kFragPayload, payload - std::min(off, payload));
+    const bool more = k + 1 < count;
+    const uint8_t *ip = in + kEthLen;
+    const uint8_t *orig = frame.data() + kEthLen;
+    return len == kHeaders + slice && (more || off + slice == payload) &&
+           std::memcmp(in, frame.data(), kEthLen + 2) == 0 && get16(ip + 2) == kIpv4Len + slice &&
+           std::memcmp(ip + 4, orig + 4, 2) == 0 &&
+           get16(ip + 6) == ((more ? kMoreFragments : 0) | off / 8) &&
+           std::memcmp(ip + 8, orig + 8, 2) == 0 && sums_to_ones(be_sum(ip, kIpv4Len)) &&
+           std::memcmp(ip + 12, orig + 12, 8) == 0 &&
+           std::memcmp(in + kHeaders, frame.data() + kHeaders + off, slice) == 0;
+}
+
+bool valid_packet(const efmp_buff_t *b, const Bytes &frame, const uint8_t *vtep, bool ipv6,
+                  size_t k = 0, size_t count = 1)
+{
+    const uint8_t *in = checked_inner(b, vtep, ipv6);
+    const size_t outer = (ipv6 ? kIpv6Len : kIpv4Len) + kUdpLen + kVxlanLen;
+    return in != nullptr && valid_inner(in, b->len - outer, frame, k, count);
 }
 
 bool check_encap(const RefEncap &e)
 {
     efmp_buff_t *b = harness::receive(e.frame, e.port);
-    const bool queued = b != nullptr && e.path(b);
+    bool ok = b != nullptr && e.path(b);
     efmp_buff_t *chain = efrt::l3_take_chain();
     const bool ipv6 = e.vtep.family != VXLAN_EF_AF_INET;
-    const bool ok = queued && chain != nullptr && chain->next == nullptr &&
-                    valid_packet(chain, e.frame, e.vtep.addr, ipv6);
+    size_t k = 0;
+    for (const efmp_buff_t *p = chain; p != nullptr; p = p->next, k++)
+        ok = ok && valid_packet(p, e.frame, e.vtep.addr, ipv6, k, e.expected_out);
     efmp_buff_chain_free_sw_user(kBuffReason, chain, 0, 0);
-    return ok;
+    return ok && k == e.expected_out;
 }
 
 bool check_decap(const RefDecap &d, const Bytes &inner)
@@ -544,12 +647,13 @@ Workload ref_decap(const std::string &name, size_t inner_len)
     return packet_workload(name, d.frame.size(), d, check_decap(d, inner));
 }
 
-Workload ref_encap(const std::string &name, size_t frame_len, bool ipv6_tunnel)
+Workload ref_encap(const std::string &name, size_t frame_len, bool ipv6_tunnel,
+                   size_t expected_out = 1)
 {
     const Mac &dst = ipv6_tunnel ? kRemoteMac6 : kRemoteMac4;
     const vxlan_ef_ip_addr_t vtep = ipv6_tunnel ? ip6(kRemoteVtep6) : ip4(kRemoteVtep1);
     RefEncap e{ipv4_frame(dst, kLocalMac, frame_len), lsm_get_intfcb(kAccessPort), vtep,
-               build_tables()};
+               expected_out, build_tables()};
     return packet_workload(name, e.frame.size(), e, check_encap(e));
 }
 
@@ -575,6 +679,7 @@ constexpr Entry kReferences[] = {
     {"local_to_tunnel6/64", [](const std::string &n) { return ref_encap(n, 64, true); }},
     {"local_to_tunnel6/512", [](const std::string &n) { return ref_encap(n, 512, true); }},
     {"local_to_tunnel6/1450", [](const std::string &n) { return ref_encap(n, 1450, true); }},
+    {"encap_fragmented/4000", [](const std::string &n) { return ref_encap(n, 4000, false, 3); }},
     {"flood/64", ref_flood},
 };
 
