@@ -38,9 +38,10 @@ constexpr uint16_t kMoreFragments = 0x2000;
 // an outer IPv4 packet within a 1500-byte underlay. One limit for both
 // families, as the module's defaults let a 1450-byte frame through either
 // tunnel whole.
-constexpr size_t kFragPayload = (1500 - kIpv4Len - kUdpLen - kVxlanLen - kEthLen - kIpv4Len) / 8 * 8;
+constexpr size_t kFragPayload =
+    (1500 - kIpv4Len - kUdpLen - kVxlanLen - kEthLen - kIpv4Len) / 8 * 8;
 
-// ---- bytes ------------------------------------------------------------------
+// ---- bytes -----------------------------------------------------------------
 
 uint16_t get16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
 
@@ -75,7 +76,7 @@ uint64_t mac_key(const uint8_t *mac)
 
 uint8_t *data_of(const efmp_buff_t *b) { return b->head + b->data_off; }
 
-// ---- checksums --------------------------------------------------------------
+// ---- checksums -------------------------------------------------------------
 
 // One's-complement sum in memory order, eight bytes at a time with the carry
 // wrapped round: folded and stored as it is, it is the checksum in network
@@ -136,7 +137,7 @@ bool sums_to_ones(uint32_t acc)
     return acc == 0xFFFF;
 }
 
-// ---- tables -----------------------------------------------------------------
+// ---- tables ----------------------------------------------------------------
 
 // Open addressing with linear probing; the segment fills a few of its
 // slots, so a lookup ends at the first or second.
@@ -257,7 +258,7 @@ std::shared_ptr<Tables> build_tables()
     return t;
 }
 
-// ---- the paths ----------------------------------------------------------------
+// ---- the paths -------------------------------------------------------------
 
 void fill_ipv4(uint8_t *ip, Tunnel &t, uint16_t udp_len)
 {
@@ -341,7 +342,8 @@ void make_fragment_header(uint8_t *ip, size_t offset, size_t payload, bool more)
 // The frame's headers and one slice of its IP payload in a fresh buffer.
 efmp_buff_t *fragment_copy(const efmp_buff_t *b, size_t headers, size_t offset, size_t payload)
 {
-    efmp_buff_t *c = efmp_buff_alloc_sw_user(kBuffReason, static_cast<uint32_t>(headers + payload));
+    const auto len = static_cast<uint32_t>(headers + payload);
+    efmp_buff_t *c = efmp_buff_alloc_sw_user(kBuffReason, len);
     if (c == nullptr)
         return nullptr;
     std::memcpy(data_of(c), data_of(b), headers);
@@ -380,7 +382,7 @@ bool fragment_frame(efmp_buff_t *b, Tunnel &t)
 // Fragmented when the inner IPv4 payload exceeds the limit; takes the buffer.
 bool send_to_tunnel(efmp_buff_t *b, Tunnel &t)
 {
-    if (b->pkt_type == kPktTypeIpv4 && b->len - b->l2_len - kIpv4Len > kFragPayload)
+    if (b->pkt_type == kPktTypeIpv4 && b->len > b->l2_len + kIpv4Len + kFragPayload)
         return fragment_frame(b, t);
     if (encapsulate(b, t))
         return hand_to_l3(b, b, 1);
@@ -452,7 +454,7 @@ bool flood_frame(efmp_buff_t *b, const Tables &t)
     return queued && n == in->tunnels.size();
 }
 
-// ---- workloads ------------------------------------------------------------------
+// ---- workloads -------------------------------------------------------------
 
 struct RefDecap {
     Bytes frame;
@@ -515,7 +517,7 @@ struct RefFlood {
     }
 };
 
-// ---- the one full check before timing ---------------------------------------------
+// ---- the one full check before timing --------------------------------------
 
 // The inner frame of a packet as the L3 engine takes it, once its outer
 // headers, lengths and both checksums have passed the textbook sums;
@@ -628,7 +630,7 @@ bool check_flood(const RefFlood &f)
     return ok && p == nullptr && sends.to_other == 1 && sends.elsewhere == 0;
 }
 
-// ---- the table of references ------------------------------------------------------
+// ---- the table of references -----------------------------------------------
 
 Workload packet_workload(const std::string &name, size_t bytes, std::function<bool()> run,
                          bool checked)
