@@ -110,7 +110,7 @@ void print_ratios(const RecordingReporter &rec, FILE *out)
     }
 }
 
-// A table in JSON or CSV output would spoil it: then it goes to stderr.
+// Lines of text in JSON or CSV output would spoil it: then they go to stderr.
 bool console_format(int argc, char **argv)
 {
     constexpr const char *kFlag = "--benchmark_format=";
@@ -133,10 +133,11 @@ int main(int argc, char **argv)
     RecordingReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
-    print_ratios(reporter, console ? stdout : stderr);
+    FILE *out = console ? stdout : stderr;
+    print_ratios(reporter, out);
     const long buffers = efrt::buff_live_total();
     const long nodes = efrt::mcast_nodes_live();
-    std::printf("live packet buffers at exit: %ld, live broadcast nodes at exit: %ld\n", buffers,
-                nodes);
+    std::fprintf(out, "live packet buffers at exit: %ld, live broadcast nodes at exit: %ld\n",
+                 buffers, nodes);
     return buffers == 0 && nodes == 0 ? 0 : 1;
 }
