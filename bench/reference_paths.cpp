@@ -199,21 +199,21 @@ struct Tables {
 };
 
 // The segment's tunnels as bench_setup configures them.
-struct TunnelSpec {
+struct TunnelConfig {
     uint32_t ifx;
     bool ipv6;
     const char *local;
     const char *remote;
 };
 
-constexpr std::array<TunnelSpec, kTunnelCount> kTunnelSpecs{{
+constexpr std::array<TunnelConfig, kTunnelCount> kTunnelConfigs{{
     {kTunnel1, false, kLocalVtep4, kRemoteVtep1},
     {kTunnel2, false, kLocalVtep4, "10.0.0.2"},
     {kTunnel3, false, kLocalVtep4, "10.0.0.3"},
     {kTunnel6, true, "2001:db8::1", kRemoteVtep6},
 }};
 
-void build_header(Tunnel &t, const TunnelSpec &s, uint32_t vni)
+void build_header(Tunnel &t, const TunnelConfig &s, uint32_t vni)
 {
     uint8_t *ip = t.header.data();
     if (s.ipv6) {
@@ -243,9 +243,9 @@ std::shared_ptr<Tables> build_tables()
     t->instance.ports = {kAccessPort, kOtherPort};
     for (size_t i = 0; i < kTunnelCount; ++i) {
         Tunnel &tn = t->tunnels[i];
-        tn.intf = lsm_get_intfcb(kTunnelSpecs[i].ifx);
-        tn.ipv6 = kTunnelSpecs[i].ipv6;
-        build_header(tn, kTunnelSpecs[i], kVni);
+        tn.intf = lsm_get_intfcb(kTunnelConfigs[i].ifx);
+        tn.ipv6 = kTunnelConfigs[i].ipv6;
+        build_header(tn, kTunnelConfigs[i], kVni);
         t->instance.tunnels[i] = &tn;
         if (!tn.ipv6)
             t->by_source.put(load<uint32_t>(tn.header.data() + 16), tn.intf);
