@@ -2,6 +2,8 @@
 # Instructions per packet (or per message) of each workload, counted by
 # callgrind: the packet driver runs a path N and 2N times, and the difference
 # of the two instruction totals divided by N leaves out start-up and shutdown.
+# A path with a minimal reference (ref_PATH) gets the reference's count,
+# measured the same way, and the ratio of the two.
 #
 # usage: bench/callgrind.sh [BUILD_DIR [PATH...]]
 #   BUILD_DIR defaults to build-bench next to this script's folder (configure
@@ -21,9 +23,11 @@ if ! command -v valgrind >/dev/null 2>&1; then
     exit 1
 fi
 
+# The driver lists the workloads when called without arguments.
+known=$("$driver" 2>&1 | sed -n 's/^  //p')
 if [ $# -eq 0 ]; then
-    # The driver lists the workloads when called without arguments.
-    set -- $("$driver" 2>&1 | sed -n 's/^  //p')
+    # References come as columns of their paths' rows.
+    set -- $(printf '%s\n' $known | grep -v '^ref_')
 fi
 
 work=$(mktemp -d)
@@ -49,11 +53,26 @@ shape() {
     esac
 }
 
-printf '%-24s %14s %14s  %s\n' path "Ir/run" "Ir/unit" unit
+# Instructions of one run of a path, N runs per measurement.
+ir_per_run() {
+    ir1=$(instructions "$1" "$2")
+    ir2=$(instructions "$1" $(($2 * 2)))
+    echo $(((ir2 - ir1) / $2))
+}
+
+has_reference() {
+    case $1 in ref_*) return 1 ;; esac
+    printf '%s\n' $known | grep -qx "ref_$1"
+}
+
+printf '%-24s %14s %14s  %-8s %12s %8s\n' path "Ir/run" "Ir/unit" unit "ref Ir/run" "ratio"
 for path in "$@"; do
     shape "$path"
-    ir1=$(instructions "$path" "$n")
-    ir2=$(instructions "$path" $((2 * n)))
-    run=$(((ir2 - ir1) / n))
-    printf '%-24s %14d %14d  %s\n' "$path" "$run" $((run / per_run)) "$unit"
+    run=$(ir_per_run "$path" "$n")
+    ref=- ratio=-
+    if has_reference "$path"; then
+        ref=$(ir_per_run "ref_$path" "$n")
+        ratio=$(awk -v m="$run" -v r="$ref" 'BEGIN { printf "%.2f", m / r }')
+    fi
+    printf '%-24s %14d %14d  %-8s %12s %8s\n' "$path" "$run" $((run / per_run)) "$unit" "$ref" "$ratio"
 done

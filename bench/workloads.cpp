@@ -9,6 +9,7 @@
 
 #include "bench_messages.h"
 #include "bench_setup.h"
+#include "reference_paths.h"
 #include "efrt.h"
 #include "efrt_l3.h"
 #include "efrt_pipeline.h"
@@ -17,24 +18,14 @@
 
 namespace vxbench {
 
-namespace {
+namespace harness {
 
-constexpr size_t kFragmentedFrameLen = 4000;
-constexpr size_t kFloodFrameLen = 64;
-constexpr size_t kTunnelsInVni = 4;  // three IPv4, one IPv6
-constexpr uint32_t kControlVni = 200;
-constexpr uint16_t kControlVlan = 20;
-constexpr uint32_t kControlTunnel = 110;
-constexpr uint32_t kResyncFirstVni = 1000;
-constexpr size_t kResyncVnis = 1000;
-constexpr size_t kVnisPerMessage = 100;  // two TLVs each, under the 255-TLV limit
-
-// A received frame in a fresh buffer, as the platform's Ethernet layer hands
-// it to the pipeline.
 efmp_buff_t *receive(const Bytes &frame, lsm_intfcb_t *port)
 {
     return efrt::pipeline_frame(port->ifindex, frame.data(), frame.size());
 }
+
+namespace {
 
 // True when the packet's outer destination is the given VTEP address.
 bool sent_to(const efmp_buff_t *b, const vxlan_ef_ip_addr_t &vtep)
@@ -45,17 +36,35 @@ bool sent_to(const efmp_buff_t *b, const vxlan_ef_ip_addr_t &vtep)
     return std::memcmp(ip + (v4 ? kIpv4Dst : kIpv6Dst), vtep.addr, v4 ? 4 : 16) == 0;
 }
 
-// Frees what reached the L3 hand-off queue; returns how many there were.
-size_t drain_l3()
+}  // namespace
+
+Drained drain_l3(const vxlan_ef_ip_addr_t *vtep)
 {
-    size_t n = 0;
-    for (efmp_buff_t *b = efrt::l3_take_chain(); b != nullptr; n++) {
+    efmp_buff_t *b = efrt::l3_take_chain();
+    Drained d{0, b != nullptr && (vtep == nullptr || sent_to(b, *vtep))};
+    for (; b != nullptr; d.count++) {
         efmp_buff_t *next = b->next;
         efmp_buff_free_sw_user(kBuffReason, b);
         b = next;
     }
-    return n;
+    return d;
 }
+
+}  // namespace harness
+
+namespace {
+
+using harness::receive;
+
+constexpr size_t kFragmentedFrameLen = 4000;
+constexpr size_t kFloodFrameLen = 64;
+constexpr size_t kTunnelsInVni = 4;  // three IPv4, one IPv6
+constexpr uint32_t kControlVni = 200;
+constexpr uint16_t kControlVlan = 20;
+constexpr uint32_t kControlTunnel = 110;
+constexpr uint32_t kResyncFirstVni = 1000;
+constexpr size_t kResyncVnis = 1000;
+constexpr size_t kVnisPerMessage = 100;  // two TLVs each, under the 255-TLV limit
 
 // The buffer stays the caller's unless a callee consumed it.
 void release(efmp_buff_t *b, int result)
@@ -112,15 +121,8 @@ struct LocalToTunnel {
         if (b == nullptr)
             return false;
         const efrt::PipeOutcome out = efrt::pipeline_run(b);
-        efmp_buff_t *queued = efrt::l3_take_chain();
-        const bool to_vtep = queued != nullptr && sent_to(queued, vtep);
-        size_t n = 0;
-        for (; queued != nullptr; n++) {
-            efmp_buff_t *next = queued->next;
-            efmp_buff_free_sw_user(kBuffReason, queued);
-            queued = next;
-        }
-        return n == expected_out && out == efrt::PipeOutcome::Consumed && to_vtep;
+        const harness::Drained d = harness::drain_l3(&vtep);
+        return d.count == expected_out && out == efrt::PipeOutcome::Consumed && d.first_to_vtep;
     }
 };
 
@@ -136,7 +138,7 @@ struct Flood {
         if (b == nullptr)
             return false;
         const efrt::PipeOutcome out = efrt::pipeline_run(b);
-        return drain_l3() == kTunnelsInVni && out == efrt::PipeOutcome::ForwardDrop;
+        return harness::drain_l3().count == kTunnelsInVni && out == efrt::PipeOutcome::ForwardDrop;
     }
 };
 
@@ -274,13 +276,19 @@ constexpr Entry kWorkloads[] = {
 std::vector<std::string> workload_names()
 {
     std::vector<std::string> names;
-    for (const Entry &e : kWorkloads)
+    for (const Entry &e : kWorkloads) {
         names.emplace_back(e.name);
+        if (has_reference(e.name))
+            names.push_back(kReferencePrefix + names.back());
+    }
     return names;
 }
 
 std::optional<Workload> make_workload(const std::string &name)
 {
+    const std::string prefix = kReferencePrefix;
+    if (name.starts_with(prefix))
+        return make_reference(name.substr(prefix.size()), name);
     for (const Entry &e : kWorkloads)
         if (name == e.name)
             return e.make(name);

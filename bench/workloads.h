@@ -9,6 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "bench_frames.h"
+#include "efmp.h"
+#include "vxlan_ef.h"
+
 namespace vxbench {
 
 struct Workload {
@@ -23,11 +27,32 @@ struct Workload {
     std::function<bool()> run;
 };
 
-// Every workload name, in report order.
+// Every workload name, in report order: each path with a minimal reference
+// is followed by the reference, named with this prefix.
+constexpr const char *kReferencePrefix = "ref_";
 std::vector<std::string> workload_names();
 
 // Builds the named workload for the segment that is running now; nothing for
 // an unknown name.
 std::optional<Workload> make_workload(const std::string &name);
+
+// The harness steps every packet workload shares, module or reference, so
+// that both sides of a ratio pay for them alike.
+namespace harness {
+
+// A received frame in a fresh buffer, as the platform's Ethernet layer hands
+// it to the pipeline.
+efmp_buff_t *receive(const Bytes &frame, lsm_intfcb_t *port);
+
+struct Drained {
+    size_t count;
+    bool first_to_vtep;  // the first packet's outer destination is the VTEP
+};
+
+// Takes what reached the L3 hand-off queue off it and frees it; vtep may be
+// null when the destination does not matter.
+Drained drain_l3(const vxlan_ef_ip_addr_t *vtep = nullptr);
+
+}  // namespace harness
 
 }  // namespace vxbench
