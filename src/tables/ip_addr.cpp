@@ -21,12 +21,6 @@ uint32_t addr_len(uint32_t family)
 
 }  // namespace
 
-bool ip_equal(const vxlan_ef_ip_addr_t &a, const vxlan_ef_ip_addr_t &b)
-{
-    const uint32_t len = addr_len(a.family);
-    return len != 0 && a.family == b.family && std::memcmp(a.addr, b.addr, len) == 0;
-}
-
 bool ip_nonzero(const vxlan_ef_ip_addr_t &a)
 {
     const uint32_t len = addr_len(a.family);

@@ -48,6 +48,8 @@ capabilities:
   CAP_VXLAN_OR_NO_ICMP: true
 mlag: {peerlink: 2}
 mac_age_seconds: 120
+mac_table_capacity: 1000
+packet_workers: 2
 interfaces:
   - index: 1
     name: access1
@@ -104,6 +106,8 @@ TEST(EfhostConfigTest, FullExampleFillsEveryField)
     EXPECT_EQ(c.capabilities, caps);
     EXPECT_EQ(c.mlag_peerlink, 2u);
     EXPECT_EQ(c.mac_age_seconds, 120u);
+    EXPECT_EQ(c.mac_table_capacity, 1000u);
+    EXPECT_EQ(c.packet_workers, 2u);
     ASSERT_EQ(c.interfaces.size(), 4u);
 
     const efhost::InterfaceConfig &a = c.interfaces[0];
@@ -190,6 +194,8 @@ TEST(EfhostConfigTest, OmittedFieldsTakeTheirDefaults)
     EXPECT_TRUE(c.capabilities.empty());
     EXPECT_EQ(c.mlag_peerlink, 0u);
     EXPECT_EQ(c.mac_age_seconds, 300u);
+    EXPECT_EQ(c.mac_table_capacity, 65536u);
+    EXPECT_EQ(c.packet_workers, 0u);
     EXPECT_TRUE(c.routes.empty());
     EXPECT_TRUE(c.neighbours.empty());
     ASSERT_EQ(c.interfaces.size(), 1u);
@@ -238,7 +244,8 @@ TEST(EfhostConfigTest, RefusesUnknownTopLevelKey)
 {
     EXPECT_EQ(refusal(kHead + "mac_age: 5\n"),
               "cfg.yaml:5: field 'mac_age' is not known (allowed: instance, tmpdir, control_socket, "
-              "syslog_file, module, capabilities, mlag, mac_age_seconds, interfaces, routes, neighbours)");
+              "syslog_file, module, capabilities, mlag, mac_age_seconds, mac_table_capacity, packet_workers, "
+              "interfaces, routes, neighbours)");
 }
 
 TEST(EfhostConfigTest, RefusesUnknownKeyInsideAnAttachment)
@@ -572,3 +579,11 @@ TEST(EfhostConfigTest, RefusesDirectoryAsFile)
 }
 
 }  // namespace
+
+TEST(EfhostConfigTest, RefusesMacTableCapacityAndPacketWorkersOutOfRange)
+{
+    EXPECT_EQ(refusal(kHead + "mac_table_capacity: 0\n"),
+              "cfg.yaml:5: field 'mac_table_capacity': '0' is out of range (an integer from 1 to 16777216)");
+    EXPECT_EQ(refusal(kHead + "packet_workers: 17\n"),
+              "cfg.yaml:5: field 'packet_workers': '17' is out of range (an integer from 1 to 16)");
+}

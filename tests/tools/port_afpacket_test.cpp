@@ -24,7 +24,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -128,9 +130,10 @@ protected:
         return fd;
     }
 
-    std::unique_ptr<efhost::Port> open_port(Collector &got, const std::function<bool(const Bytes &)> &wanted)
+    std::unique_ptr<efhost::Port> open_port(Collector &got, const std::function<bool(const Bytes &)> &wanted,
+                                            unsigned workers = 1)
     {
-        auto port = efhost::make_afpacket_port(a_);
+        auto port = efhost::make_afpacket_port(a_, workers);
         std::string error;
         EXPECT_TRUE(port->open(error)) << error;
         port->start([&got, wanted](const uint8_t *f, size_t len) { got.add(f, len, wanted); });
@@ -174,6 +177,48 @@ TEST_F(AfPacketPortTest, FramesFromThePeerReachTheHandlerWithTheirTags)
     EXPECT_EQ(got.wait_for(sent.size()), sent);
     port->stop();
     EXPECT_EQ(port->rx_frames(), sent.size());
+}
+
+// An IPv4/UDP frame from the peer whose source port names its flow.
+Bytes flow_frame(uint16_t flow)
+{
+    Bytes f = peer_frame({0x08, 0x00}, 0);
+    const uint8_t ip[20] = {0x45, 0, 0, 28, 0, 0, 0x40, 0, 64, 17, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2};
+    f.insert(f.end(), ip, ip + 20);
+    const uint8_t udp[8] = {static_cast<uint8_t>(flow >> 8), static_cast<uint8_t>(flow), 0x13, 0x88, 0, 8, 0, 0};
+    f.insert(f.end(), udp, udp + 8);
+    f.resize(60, 0);
+    return f;
+}
+
+TEST_F(AfPacketPortTest, FanoutWorkersShareTheFramesFlowByFlowAndLoseNone)
+{
+    std::mutex m;
+    std::map<std::thread::id, std::set<uint16_t>> flows_by_worker;
+    Collector got;
+    auto port = open_port(got, [&](const Bytes &f) {
+        if (!(f.size() >= 42 && f[12] == 0x08 && f[23] == 17 && f[36] == 0x13 && f[37] == 0x88))
+            return false;
+        std::lock_guard<std::mutex> lock(m);
+        flows_by_worker[std::this_thread::get_id()].insert(static_cast<uint16_t>(f[34] << 8 | f[35]));
+        return true;
+    }, 2);
+    const int fd = peer_socket();
+    constexpr uint16_t kFlows = 64;
+    constexpr int kRounds = 4;
+    for (int round = 0; round < kRounds; ++round)
+        for (uint16_t flow = 1000; flow < 1000 + kFlows; ++flow) {
+            const Bytes f = flow_frame(flow);
+            ASSERT_EQ(send(fd, f.data(), f.size(), 0), static_cast<ssize_t>(f.size()));
+        }
+    EXPECT_EQ(got.wait_for(kFlows * kRounds).size(), size_t{kFlows} * kRounds);
+    port->stop();
+    std::lock_guard<std::mutex> lock(m);
+    EXPECT_EQ(flows_by_worker.size(), 2u) << "64 flows all hashed to one worker";
+    size_t seen = 0;
+    for (const auto &[worker, flows] : flows_by_worker)
+        seen += flows.size();
+    EXPECT_EQ(seen, size_t{kFlows}) << "a flow reached more than one worker";
 }
 
 bool ipv4_udp_to(const Bytes &f, uint16_t port)

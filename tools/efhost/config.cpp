@@ -132,7 +132,8 @@ Config read_config(const Field &root)
 {
     const MapReader m(root,
                       {"instance", "tmpdir", "control_socket", "syslog_file", "module", "capabilities",
-                       "mlag", "mac_age_seconds", "interfaces", "routes", "neighbours"},
+                       "mlag", "mac_age_seconds", "mac_table_capacity", "packet_workers", "interfaces",
+                       "routes", "neighbours"},
                       "a map with at least control_socket and interfaces");
     Config c;
     if (const Field *f = m.find("instance"))
@@ -143,6 +144,11 @@ Config read_config(const Field &root)
     if (const Field *f = m.find("mac_age_seconds"))
         c.mac_age_seconds =
             static_cast<uint32_t>(config_detail::read_int(*f, 1, 1000000, "an integer from 1 to 1000000"));
+    if (const Field *f = m.find("mac_table_capacity"))
+        c.mac_table_capacity = static_cast<uint32_t>(
+            config_detail::read_int(*f, 1, 16777216, "an integer from 1 to 16777216"));
+    if (const Field *f = m.find("packet_workers"))
+        c.packet_workers = static_cast<uint32_t>(config_detail::read_int(*f, 1, 16, "an integer from 1 to 16"));
     c.interfaces = read_interfaces(m.require("interfaces", "a list of at least one interface"));
     std::set<uint32_t> indexes;
     for (const InterfaceConfig &ic : c.interfaces)

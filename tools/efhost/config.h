@@ -66,6 +66,8 @@ struct Config {
     std::vector<std::pair<std::string, bool>> capabilities;
     uint32_t mlag_peerlink = 0;      // 0: no MLAG system record is published
     uint32_t mac_age_seconds = 300;
+    uint32_t mac_table_capacity = 65536;  // learned MACs beyond it are refused
+    uint32_t packet_workers = 0;     // receive threads per port; 0: from the CPUs
     std::string module_path;         // libtq_vxlan_ef.so; empty: next to efhost
     std::vector<InterfaceConfig> interfaces;
     std::vector<RouteConfig> routes;

@@ -1,6 +1,7 @@
 // One efhost run, from configuration to clean exit.
 #include "host.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <thread>
@@ -15,6 +16,7 @@ namespace efhost {
 namespace {
 
 constexpr int kWithdrawTimeoutMs = 5000;
+constexpr unsigned kMaxAutoWorkers = 4;
 
 std::vector<uint8_t> empty_resync()
 {
@@ -43,14 +45,28 @@ int Host::run(const sigset_t &stop_signals)
     return 0;
 }
 
+// Receive workers per device port: as configured, else the CPUs shared
+// among the device ports, at least one and at most four each.
+unsigned Host::packet_workers() const
+{
+    if (cfg_.packet_workers != 0)
+        return cfg_.packet_workers;
+    unsigned devices = 0;
+    for (const InterfaceConfig &ic : cfg_.interfaces)
+        devices += ic.attach.present() && !ic.attach.is_pcap() ? 1 : 0;
+    const unsigned cpus = std::max(1u, std::thread::hardware_concurrency());
+    return std::clamp(cpus / std::max(1u, devices), 1u, kMaxAutoWorkers);
+}
+
 bool Host::open_ports(std::string &error)
 {
+    const unsigned workers = packet_workers();
     for (const InterfaceConfig &ic : cfg_.interfaces) {
         if (!ic.attach.present())
             continue;
         std::unique_ptr<Port> port = ic.attach.is_pcap()
                                          ? make_pcap_port(ic.attach.pcap_in, ic.attach.pcap_out)
-                                         : make_afpacket_port(ic.attach.device);
+                                         : make_afpacket_port(ic.attach.device, workers);
         if (!port->open(error)) {
             error = "interface " + ic.name + ": " + error;
             return false;

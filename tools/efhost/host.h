@@ -29,6 +29,7 @@ public:
 
 private:
     bool start(std::string &error);
+    unsigned packet_workers() const;
     bool open_ports(std::string &error);
     void start_ports(bool capture_ports);
     bool has_capture_ports() const;

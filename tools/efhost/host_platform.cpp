@@ -70,6 +70,7 @@ bool prepare_platform(const Config &cfg, std::string &error)
     for (const auto &[name, on] : cfg.capabilities)
         efrt::cap_define(capability_path(name), on);
     efrt::bridge_set_age_time(static_cast<uint64_t>(cfg.mac_age_seconds) * 1000);
+    efrt::bridge_set_mac_capacity(cfg.mac_table_capacity);
     efrt::bridge_publish_all();
     return true;
 }

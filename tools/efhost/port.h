@@ -43,7 +43,8 @@ public:
     virtual PortCounters counters() const = 0;
 };
 
-std::unique_ptr<Port> make_afpacket_port(const std::string &device);
+// workers receive threads share the device's frames, flow by flow.
+std::unique_ptr<Port> make_afpacket_port(const std::string &device, unsigned workers = 1);
 std::unique_ptr<Port> make_pcap_port(const std::string &pcap_in, const std::string &pcap_out);
 
 }  // namespace efhost

@@ -1,6 +1,8 @@
-// The AF_PACKET port: a packet socket bound to one Linux network device in
-// promiscuous mode. Its thread takes every frame that is there with one
-// recvmmsg call (waiting only while none is) and hands them on as one batch;
+// The AF_PACKET port: packet sockets bound to one Linux network device in
+// promiscuous mode, one per receive worker, joined in a fanout group that
+// keeps each flow on one worker. Each worker takes every frame that is there
+// with one recvmmsg call (waiting only while none is) and hands them on as
+// one batch;
 // what the handler sends meanwhile leaves in batches too (tx_batch.h), with
 // sendmmsg. A frame is handed on as soon as it arrives: nothing waits for a
 // batch to fill. What the device leaves to offloads (stripped tags, pending
@@ -43,7 +45,7 @@ constexpr size_t kEthernetHeader = 14;
 
 class AfPacketPort final : public Port, public BatchSink {
 public:
-    explicit AfPacketPort(std::string device) : device_(std::move(device)) {}
+    AfPacketPort(std::string device, unsigned workers) : device_(std::move(device)), workers_(workers) {}
     ~AfPacketPort() override;
 
     bool open(std::string &error) override;
@@ -68,20 +70,24 @@ private:
 
     bool fail(std::string &error, const std::string &what, int err);
     bool read_mtu(std::string &error);
-    bool set_up_socket(std::string &error);
-    bool attach(std::string &error, int ifindex);
+    bool set_up_socket(int fd, std::string &error);
+    bool bind_to(int fd, std::string &error, int ifindex);
+    bool join_fanout(int fd, std::string &error, int ifindex);
+    bool open_socket(std::string &error, int ifindex);
     void release();
-    void receive_loop();
-    bool wait_for_frames();
+    void receive_loop(int fd);
+    bool wait_for_frames(int fd);
     void prepare(RxSlots &slots);
     void deliver(const uint8_t *data, size_t len, size_t wire_len, const msghdr &msg);
     bool send_one(const uint8_t *frame, size_t len);
 
     std::string device_;
+    unsigned workers_;
+    std::vector<int> fds_;  // one per worker; the first also sends
     int fd_ = -1;
     uint32_t mtu_ = 0;
     RxHandler rx_handler_;
-    std::thread thread_;
+    std::vector<std::thread> threads_;
     std::atomic<bool> running_{false};
     std::atomic<bool> stopped_{false};
     std::atomic<uint64_t> rx_{0};
@@ -111,7 +117,8 @@ bool AfPacketPort::fail(std::string &error, const std::string &what, int err)
 
 void AfPacketPort::release()
 {
-    if (fd_ >= 0) close(fd_);
+    for (int fd : fds_) close(fd);
+    fds_.clear();
     fd_ = -1;
 }
 
@@ -126,15 +133,15 @@ bool AfPacketPort::read_mtu(std::string &error)
 
 // Every frame comes with its auxiliary data (stripped tag, pending
 // checksum); the buffers absorb bursts while the thread is busy.
-bool AfPacketPort::set_up_socket(std::string &error)
+bool AfPacketPort::set_up_socket(int fd, std::string &error)
 {
     const int one = 1;
-    if (setsockopt(fd_, SOL_PACKET, PACKET_AUXDATA, &one, sizeof one) != 0)
+    if (setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &one, sizeof one) != 0)
         return fail(error, "cannot ask for auxiliary data", errno);
     for (int opt : {SO_RCVBUFFORCE, SO_SNDBUFFORCE}) {
-        if (setsockopt(fd_, SOL_SOCKET, opt, &kSocketBuffer, sizeof kSocketBuffer) != 0) {
+        if (setsockopt(fd, SOL_SOCKET, opt, &kSocketBuffer, sizeof kSocketBuffer) != 0) {
             const int fallback = opt == SO_RCVBUFFORCE ? SO_RCVBUF : SO_SNDBUF;
-            setsockopt(fd_, SOL_SOCKET, fallback, &kSocketBuffer, sizeof kSocketBuffer);
+            setsockopt(fd, SOL_SOCKET, fallback, &kSocketBuffer, sizeof kSocketBuffer);
         }
     }
     return true;
@@ -142,23 +149,42 @@ bool AfPacketPort::set_up_socket(std::string &error)
 
 // Binds to the device only once the socket is set up, so that no frame is
 // taken without its auxiliary data; our own transmissions are not looped back.
-bool AfPacketPort::attach(std::string &error, int ifindex)
+bool AfPacketPort::bind_to(int fd, std::string &error, int ifindex)
 {
     const int one = 1;
-    if (setsockopt(fd_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof one) != 0)
+    if (setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof one) != 0)
         return fail(error, "cannot ignore outgoing frames", errno);
     sockaddr_ll addr{};
     addr.sll_family = AF_PACKET;
     addr.sll_protocol = htons(ETH_P_ALL);
     addr.sll_ifindex = ifindex;
-    if (bind(fd_, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0)
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0)
         return fail(error, "cannot bind a packet socket", errno);
-    packet_mreq mreq{};
-    mreq.mr_ifindex = ifindex;
-    mreq.mr_type = PACKET_MR_PROMISC;
-    if (setsockopt(fd_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mreq, sizeof mreq) != 0)
-        return fail(error, "cannot enter promiscuous mode", errno);
     return true;
+}
+
+// The kernel hashes each flow to one socket of the group, so that a flow's
+// frames keep their order. Fragments are not reassembled on the way (the
+// group's defragmenting mode would hand over packets larger than the
+// device's MTU): the hash of a fragment leaves out the ports, so all the
+// fragments of one packet meet in one worker. The group is named after the
+// device, which no other port of this process uses.
+bool AfPacketPort::join_fanout(int fd, std::string &error, int ifindex)
+{
+    const int arg = (ifindex & 0xFFFF) | PACKET_FANOUT_HASH << 16;
+    if (setsockopt(fd, SOL_PACKET, PACKET_FANOUT, &arg, sizeof arg) != 0)
+        return fail(error, "cannot join a fanout group of " + std::to_string(workers_) + " workers", errno);
+    return true;
+}
+
+bool AfPacketPort::open_socket(std::string &error, int ifindex)
+{
+    // The protocol stays 0 until bind, so that nothing is queued before then.
+    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) return fail(error, "cannot open a packet socket", errno);
+    fds_.push_back(fd);
+    return set_up_socket(fd, error) && bind_to(fd, error, ifindex) &&
+           (workers_ == 1 || join_fanout(fd, error, ifindex));
 }
 
 bool AfPacketPort::open(std::string &error)
@@ -167,17 +193,23 @@ bool AfPacketPort::open(std::string &error)
         return fail(error, "not a network device name (1 to 15 characters)", 0);
     const unsigned ifindex = if_nametoindex(device_.c_str());
     if (ifindex == 0) return fail(error, "no such network device", errno == ENODEV ? 0 : errno);
-    // The protocol stays 0 until bind, so that nothing is queued before then.
-    fd_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd_ < 0) return fail(error, "cannot open a packet socket", errno);
-    return read_mtu(error) && set_up_socket(error) && attach(error, static_cast<int>(ifindex));
+    for (unsigned i = 0; i < workers_; ++i)
+        if (!open_socket(error, static_cast<int>(ifindex))) return false;
+    fd_ = fds_.front();
+    packet_mreq mreq{};
+    mreq.mr_ifindex = static_cast<int>(ifindex);
+    mreq.mr_type = PACKET_MR_PROMISC;
+    if (setsockopt(fd_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mreq, sizeof mreq) != 0)
+        return fail(error, "cannot enter promiscuous mode", errno);
+    return read_mtu(error);
 }
 
 void AfPacketPort::start(RxHandler rx)
 {
     if (fd_ < 0 || running_.exchange(true)) return;
     rx_handler_ = std::move(rx);
-    thread_ = std::thread([this] { receive_loop(); });
+    for (int fd : fds_)
+        threads_.emplace_back([this, fd] { receive_loop(fd); });
 }
 
 void AfPacketPort::prepare(RxSlots &slots)
@@ -189,7 +221,7 @@ void AfPacketPort::prepare(RxSlots &slots)
     slots.control.resize(slots.control_len * kRxBatch);
 }
 
-void AfPacketPort::receive_loop()
+void AfPacketPort::receive_loop(int fd)
 {
     RxSlots slots;
     prepare(slots);
@@ -203,9 +235,9 @@ void AfPacketPort::receive_loop()
             m.msg_control = slots.control.data() + i * slots.control_len;
             m.msg_controllen = slots.control_len;
         }
-        const int n = recvmmsg(fd_, slots.msgs.data(), kRxBatch, MSG_TRUNC, nullptr);
+        const int n = recvmmsg(fd, slots.msgs.data(), kRxBatch, MSG_TRUNC, nullptr);
         if (n <= 0) {
-            wait_for_frames();
+            wait_for_frames(fd);
             continue;
         }
         TxBatch batch;
@@ -220,15 +252,15 @@ void AfPacketPort::receive_loop()
 // Waits until a frame is there. A pending socket error (the device went
 // down or away) is read and so cleared; left set it would wake every poll at
 // once.
-bool AfPacketPort::wait_for_frames()
+bool AfPacketPort::wait_for_frames(int fd)
 {
-    pollfd pfd{fd_, POLLIN | POLLERR, 0};
+    pollfd pfd{fd, POLLIN | POLLERR, 0};
     if (poll(&pfd, 1, kPollTimeoutMs) <= 0)
         return false;
     if ((pfd.revents & POLLERR) != 0) {
         int err = 0;
         socklen_t len = sizeof err;
-        getsockopt(fd_, SOL_SOCKET, SO_ERROR, &err, &len);
+        getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &len);
     }
     return (pfd.revents & POLLIN) != 0;
 }
@@ -332,11 +364,13 @@ PortCounters AfPacketPort::counters() const
     c.tx = tx_.load(std::memory_order_relaxed);
     c.rx_dropped = rx_dropped_.load(std::memory_order_relaxed);
     c.tx_dropped = tx_failed_.load(std::memory_order_relaxed);
-    tpacket_stats stats{};
-    socklen_t len = sizeof stats;
     // The kernel's count of frames it had no room for; reading resets it.
-    if (fd_ >= 0 && getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &stats, &len) == 0)
-        kernel_drops_.fetch_add(stats.tp_drops, std::memory_order_relaxed);
+    for (int fd : fds_) {
+        tpacket_stats stats{};
+        socklen_t len = sizeof stats;
+        if (getsockopt(fd, SOL_PACKET, PACKET_STATISTICS, &stats, &len) == 0)
+            kernel_drops_.fetch_add(stats.tp_drops, std::memory_order_relaxed);
+    }
     c.rx_dropped += kernel_drops_.load(std::memory_order_relaxed);
     return c;
 }
@@ -347,14 +381,16 @@ void AfPacketPort::stop()
 {
     stopped_.store(true);
     running_.store(false);
-    if (thread_.joinable()) thread_.join();
+    for (std::thread &t : threads_)
+        if (t.joinable()) t.join();
+    threads_.clear();
 }
 
 }  // namespace
 
-std::unique_ptr<Port> make_afpacket_port(const std::string &device)
+std::unique_ptr<Port> make_afpacket_port(const std::string &device, unsigned workers)
 {
-    return std::make_unique<AfPacketPort>(device);
+    return std::make_unique<AfPacketPort>(device, workers == 0 ? 1 : workers);
 }
 
 }  // namespace efhost
