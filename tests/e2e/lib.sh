@@ -130,6 +130,7 @@ syslog_file: $E2E_DIR/syslog.log
 # Two receive workers per port even on a small machine, so that every check
 # also covers frames shared out by the fanout group.
 packet_workers: 2
+${EFHOST_EXTRA_CONFIG:-}
 capabilities:
   CAP_VXLAN_BASE: true
   CAP_FWDMODE_SOFT: true

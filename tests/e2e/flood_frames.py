@@ -1,0 +1,57 @@
+#!/usr/bin/python3
+"""Hostile traffic from a host: frames it writes straight onto its device.
+
+macs DEV DST_MAC N       N frames to DST_MAC, each from a new random source MAC
+fragments DEV DST_MAC SRC_IP DST_IP N
+                         N first fragments of IPv4 packets whose rest never comes
+"""
+import os
+import random
+import socket
+import struct
+import sys
+
+
+def ipv4_checksum(header):
+    s = sum(struct.unpack("!10H", header))
+    while s > 0xFFFF:
+        s = (s & 0xFFFF) + (s >> 16)
+    return (~s) & 0xFFFF
+
+
+def mac_bytes(text):
+    return bytes(int(x, 16) for x in text.split(":"))
+
+
+def random_mac():
+    b = bytearray(os.urandom(6))
+    b[0] = (b[0] & 0xFC) | 0x02   # unicast, locally administered
+    return bytes(b)
+
+
+def first_fragment(src, dst, ident):
+    payload = os.urandom(64)
+    header = struct.pack("!BBHHHBBH4s4s", 0x45, 0, 20 + len(payload), ident, 0x2000, 64, 17, 0,
+                         socket.inet_aton(src), socket.inet_aton(dst))
+    header = header[:10] + struct.pack("!H", ipv4_checksum(header)) + header[12:]
+    return header + payload
+
+
+def main():
+    kind, dev, dst = sys.argv[1], sys.argv[2], mac_bytes(sys.argv[3])
+    s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+    s.bind((dev, 0))
+    if kind == "macs":
+        body = b"\x88\xb5" + bytes(46)
+        for _ in range(int(sys.argv[4])):
+            s.send(dst + random_mac() + body)
+    elif kind == "fragments":
+        me = random_mac()
+        src_ip, dst_ip, n = sys.argv[4], sys.argv[5], int(sys.argv[6])
+        for _ in range(n):
+            s.send(dst + me + b"\x08\x00" + first_fragment(src_ip, dst_ip, random.randrange(65536)))
+    else:
+        sys.exit("unknown kind " + kind)
+
+
+main()
