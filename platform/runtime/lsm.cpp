@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 #include "efrt.h"
 #include "lsm.h"
@@ -13,7 +14,32 @@
 
 namespace {
 
-using Index = std::unordered_map<uint32_t, lsm_intfcb_t *>;
+// Interface indexes of ports and tunnels are small numbers: those below
+// kDense are one array load away, the others in a hash map.
+struct Index {
+    static constexpr uint32_t kDense = 1024;
+    std::vector<lsm_intfcb_t *> dense = std::vector<lsm_intfcb_t *>(kDense, nullptr);
+    std::unordered_map<uint32_t, lsm_intfcb_t *> sparse;
+
+    lsm_intfcb_t *find(uint32_t ifindex) const
+    {
+        if (ifindex < kDense)
+            return dense[ifindex];
+        auto it = sparse.find(ifindex);
+        return it == sparse.end() ? nullptr : it->second;
+    }
+
+    bool set(uint32_t ifindex, lsm_intfcb_t *block)
+    {
+        if (ifindex < kDense)
+            dense[ifindex] = block;
+        else if (block != nullptr)
+            sparse[ifindex] = block;
+        else
+            sparse.erase(ifindex);
+        return true;
+    }
+};
 
 struct Interfaces {
     std::recursive_mutex lock;
@@ -39,9 +65,7 @@ int copy_name(uint32_t ifindex, char *buf, int len, bool short_name)
 
 extern "C" lsm_intfcb_t *lsm_get_intfcb(uint32_t ifindex)
 {
-    const Index &index = intfs().index.read();
-    auto it = index.find(ifindex);
-    return it == index.end() ? nullptr : it->second;
+    return intfs().index.read().find(ifindex);
 }
 
 extern "C" int lsm_if_get_name(uint32_t ifindex, char *buf, int len)
@@ -64,7 +88,7 @@ void lsm_add(const lsm_intfcb_t &intf)
     if (slot == nullptr) {
         slot = std::make_unique<lsm_intfcb_t>();
         lsm_intfcb_t *block = slot.get();
-        i.index.update([&](Index &idx) { return idx[intf.ifindex] = block; });
+        i.index.update([&](Index &idx) { return idx.set(intf.ifindex, block); });
     }
     *slot = intf;
 }
@@ -72,7 +96,7 @@ void lsm_add(const lsm_intfcb_t &intf)
 void lsm_remove(uint32_t ifindex)
 {
     std::lock_guard<std::recursive_mutex> g(intfs().lock);
-    intfs().index.update([&](Index &idx) { return idx.erase(ifindex); });
+    intfs().index.update([&](Index &idx) { return idx.set(ifindex, nullptr); });
     intfs().table.erase(ifindex);
 }
 
