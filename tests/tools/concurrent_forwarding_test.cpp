@@ -272,6 +272,21 @@ protected:
     CountingPort uplink_;
 };
 
+constexpr const char *kCapBase = "g_feature_spec/dcn/CAP_VXLAN_BASE";
+constexpr int kChurnRounds = 8;
+constexpr int kWorkers = 4;
+
+// EF_SHOW with an id (1 status, 4 entries, 5 interfaces, 6 VRFs) and EF_CTRL
+// with the tech-support bit.
+Bytes shows_and_dump()
+{
+    using namespace vxtest;
+    std::vector<uint8_t> ctrl(5, 0);
+    ctrl[0] = 0x4;
+    ctrl[4] = 1;
+    return make_msg({show(1), show(4, kVni), show(5), show(6), Tlv{66, ctrl}});
+}
+
 // Each pass offers every kind of frame once: from the access host to the
 // remote host and to everyone, and from each remote VTEP to the access host.
 void run_worker(efhost::Pipeline &pipeline, const std::atomic<bool> &config_done, uint64_t &passes)
@@ -335,6 +350,66 @@ TEST_F(ConcurrentForwardingTest, PacketWorkersForwardWhileResynchronisationsRun)
     EXPECT_GT(uplink_.tx_frames(), 0u);
     EXPECT_GT(l3->stats().sent, 0u);
     EXPECT_EQ(efrt::buff_live_total(), buffers_at_start);
+}
+
+// Everything that can happen to the module while traffic runs, at once:
+// four packet workers forward, flood and encapsulate while the control side
+// alternates full resynchronisations, switches the base capability off and
+// on, withdraws and publishes the bridge's services, drops and restores the
+// app-db connection, and asks for shows and tech-support dumps.
+TEST_F(ConcurrentForwardingTest, FourWorkersForwardThroughChurnCapabilityFlipsWithdrawalsReconnectsAndShows)
+{
+    const long buffers_at_start = efrt::buff_live_total();
+    const long blocks_at_start = efrt::mem_live_blocks_total();
+    bring_up_platform();
+    start("1");
+    create_interfaces();
+    efrt::tasks_start_timer_thread();
+    std::unique_ptr<efhost::L3Engine> l3 = make_l3();
+    l3->start();
+    const efhost::Config cfg = host_config();
+    efhost::Pipeline pipeline(cfg, {{kAccess, &access_}, {kUplink, &uplink_}}, l3.get());
+    pipeline.attach_to_platform();
+    ASSERT_TRUE(deliver_and_wait(resync(true)));
+
+    std::atomic<bool> churn_done{false};
+    uint64_t passes[kWorkers] = {};
+    std::vector<std::thread> workers;
+    for (int i = 0; i < kWorkers; ++i)
+        workers.emplace_back([&, i] { run_worker(pipeline, churn_done, passes[i]); });
+    int processed = 0;
+    for (int round = 0; round < kChurnRounds; ++round) {
+        processed += deliver_and_wait(resync(round % 2 == 1)) ? 1 : 0;
+        efrt::cap_change(kCapBase, false);
+        efrt::bridge_withdraw_all();
+        efrt::mom_disconnect(0);
+        processed += deliver_and_wait(shows_and_dump()) ? 1 : 0;
+        efrt::mom_reconnect();
+        efrt::bridge_publish_all();
+        efrt::cap_change(kCapBase, true);
+        processed += deliver_and_wait(shows_and_dump()) ? 1 : 0;
+    }
+    churn_done = true;
+    for (std::thread &w : workers)
+        w.join();
+
+    EXPECT_TRUE(deliver_and_wait(vxtest::make_msg({vxtest::sync_begin(), vxtest::sync_over()})));
+    l3->stop();
+    pipeline.detach_from_platform();
+    efrt::tasks_stop_timer_thread();
+    vxlan_ef_exit();
+    efrt::l3_reset();
+
+    const efhost::PipelineStats stats = pipeline.stats();
+    uint64_t all_passes = 0;
+    for (uint64_t p : passes)
+        all_passes += p;
+    EXPECT_EQ(processed, kChurnRounds * 3);
+    EXPECT_EQ(stats.received, all_passes * 4);
+    EXPECT_GT(access_.tx_frames(), 0u);
+    EXPECT_GT(uplink_.tx_frames(), 0u);
+    EXPECT_EQ(efrt::buff_live_total(), buffers_at_start);
+    EXPECT_EQ(efrt::mem_live_blocks_total(), blocks_at_start);
 }
 
 }  // namespace
