@@ -90,7 +90,7 @@ void fetch_bridge_services()
 {
     for (const BridgePointer &row : kBridgePointers)
         if (followed(row))
-            *row.pointer = efmp_get_service(EFMP_MODULE_BRIDGE, row.service);
+            store_relaxed(*row.pointer, efmp_get_service(EFMP_MODULE_BRIDGE, row.service));
     store_barrier();
 }
 
