@@ -31,7 +31,13 @@ endif()
 
 # qemu-user's explicit loader prefix rather than binfmt, which needs a
 # registration that containers and CI machines do not always allow.
+# The loader comes from the cross toolchain's C library, and so must libc:
+# left to the host's ld.so.cache it would pick the multiarch libc6:arm64,
+# another build of glibc whose private state does not match this loader's,
+# and the first pthread_create then never returns.
 find_program(VXLAN_EF_QEMU NAMES qemu-aarch64 qemu-aarch64-static)
 if(VXLAN_EF_QEMU)
-  set(CMAKE_CROSSCOMPILING_EMULATOR ${VXLAN_EF_QEMU} -L /usr/${VXLAN_EF_CROSS_TRIPLE})
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${VXLAN_EF_QEMU}
+    -L /usr/${VXLAN_EF_CROSS_TRIPLE}
+    -E LD_LIBRARY_PATH=/usr/${VXLAN_EF_CROSS_TRIPLE}/lib)
 endif()
