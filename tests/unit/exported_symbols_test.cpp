@@ -14,7 +14,7 @@ bool module_name(const std::string &name)
 
 TEST(ExportedSymbolsTest, LibraryDefinesOnlyVxlanEfAndGVxlanDynamicSymbols)
 {
-    const std::string cmd = std::string("nm -D --defined-only '") + VXLAN_EF_LIBRARY_PATH + "' 2>&1";
+    const std::string cmd = std::string("'") + VXLAN_EF_NM + "' -D --defined-only '" + VXLAN_EF_LIBRARY_PATH + "' 2>&1";
     FILE *pipe = popen(cmd.c_str(), "r");
     ASSERT_NE(pipe, nullptr) << "cannot run: " << cmd;
     std::string output;
