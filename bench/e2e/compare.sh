@@ -146,7 +146,8 @@ remove_stale_runs() {
 
 cleanup() {
     trap - EXIT INT TERM HUP
-    iperf_server_stop
+    fg_stop
+    iperf_server_stop now
     efhost_down
     ovs_down
     topo_destroy

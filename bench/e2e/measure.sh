@@ -23,10 +23,11 @@ iperf_listening() {
 }
 
 # A one-off server that finished its test exits by itself; one whose client
-# never came is stopped.
-iperf_server_stop() {
+# never came, or any at cleanup ("now"), is stopped.
+iperf_server_stop() {   # [now]
     [ -n "$IPERF_SERVER_PID" ] || return 0
-    wait_gone "$IPERF_SERVER_PID" 5 || kill -TERM "$IPERF_SERVER_PID" 2>/dev/null
+    [ "${1:-}" = now ] || wait_gone "$IPERF_SERVER_PID" 5
+    kill -TERM "$IPERF_SERVER_PID" 2>/dev/null
     wait "$IPERF_SERVER_PID" 2>/dev/null
     IPERF_SERVER_PID=
 }
@@ -42,7 +43,7 @@ iperf_pair() {   # json client-args...
         return 1
     fi
     local rc=0
-    timeout --foreground $((DURATION + 30)) ip netns exec "$NS_H1" taskset -c 0 \
+    fg_run timeout $((DURATION + 30)) ip netns exec "$NS_H1" taskset -c 0 \
         iperf3 -c "$H2_IP" -p "$IPERF_PORT" -t "$DURATION" --connect-timeout 5000 -J "$@" \
         > "$json" 2> "$json.err" || rc=$?
     iperf_server_stop
@@ -84,7 +85,7 @@ measure_udp() {   # enc|dec
 
 measure_ping() {
     local file=$OUT_DIR/raw/$SYSTEM/ping-$REP.txt out
-    in_ns "$NS_H1" ping -c "$PING_COUNT" -i "$PING_INTERVAL" -W 2 "$H2_IP" > "$file" 2>&1
+    fg_run ip netns exec "$NS_H1" ping -c "$PING_COUNT" -i "$PING_INTERVAL" -W 2 "$H2_IP" > "$file" 2>&1
     out=$("$RESULTS" ping "$file") || { warn "$SYSTEM: no ping reply (repetition $REP; see $file)"; return 0; }
     set -- $out
     record ping_rtt_median "$1"
@@ -98,6 +99,7 @@ measure_all() {
     mkdir -p "$OUT_DIR/raw/$SYSTEM"
     local test
     for test in "ping" "tcp 1 enc" "tcp 1 dec" "tcp 4 enc" "tcp 4 dec" "udp enc" "udp dec"; do
+        "${SYSTEM}_alive" || fail "$(display_name "$SYSTEM") stopped during the measurements (logs in $OUT_DIR)"
         set -- $test
         local fn=measure_$1; shift
         "$fn" "$@"

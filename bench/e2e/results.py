@@ -65,16 +65,18 @@ def tcp(path):
     print(f"{mbps:.1f} {retrans}")
 
 
-# The receiver's count is what got through: datagrams seen over the time the
-# receiver measured. With -R the client is the receiver and its own sums say
-# so; without it the client reports what the server received.
+# What got through is what the receiver counted (datagrams, over the time it
+# measured); with -R the client is the receiver and its sums are its own. The
+# loss is taken against what the sender sent, since the receiver's own
+# figure misses datagrams lost after the last one it saw.
 def udp(path):
     end = iperf_end(path)
     rcv, snd = end["sum_received"], end["sum_sent"]
     got = rcv["packets"] - rcv["lost_packets"]
     pps = got / rcv["seconds"] if rcv["seconds"] else 0.0
     offered = snd["packets"] / snd["seconds"] if snd["seconds"] else 0.0
-    print(f"{pps:.0f} {rcv['lost_percent']:.2f} {offered:.0f}")
+    loss = 100.0 * (1 - got / snd["packets"]) if snd["packets"] else 100.0
+    print(f"{pps:.0f} {loss:.2f} {offered:.0f}")
 
 
 def ping(path):

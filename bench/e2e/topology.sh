@@ -25,6 +25,28 @@ warn() { printf '%s\n' "warning: $*" >&2; }
 fail() { printf '%s\n' "compare.sh: $*" >&2; exit 1; }
 in_ns() { local ns=$1; shift; ip netns exec "$ns" "$@"; }
 
+# Commands that may run long are started in the background and waited for:
+# a trapped signal (Ctrl-C) ends `wait` at once and the EXIT trap cleans up,
+# whereas bash would carry on past a foreground iperf3 or ping that handles
+# Ctrl-C itself and exits normally. The command must be an external one (not
+# a shell function) so that FG_PID is the process to stop.
+FG_PID=
+fg_run() {
+    "$@" &
+    FG_PID=$!
+    local rc=0
+    wait "$FG_PID" || rc=$?
+    FG_PID=
+    return "$rc"
+}
+
+fg_stop() {
+    [ -n "$FG_PID" ] || return 0
+    kill -TERM "$FG_PID" 2>/dev/null
+    wait "$FG_PID" 2>/dev/null
+    FG_PID=
+}
+
 # Waits up to the given seconds for a process to be gone.
 wait_gone() {   # pid seconds
     local i
@@ -121,8 +143,8 @@ topo_destroy() {
 topo_forwards() {   # seconds
     local deadline=$((SECONDS + $1))
     while ((SECONDS < deadline)); do
-        if in_ns "$NS_H1" ping -c 1 -W 1 "$H2_IP" >/dev/null 2>&1 \
-            && in_ns "$NS_H2" ping -c 1 -W 1 "$H1_IP" >/dev/null 2>&1; then
+        if fg_run ip netns exec "$NS_H1" ping -c 1 -W 1 "$H2_IP" >/dev/null 2>&1 \
+            && fg_run ip netns exec "$NS_H2" ping -c 1 -W 1 "$H1_IP" >/dev/null 2>&1; then
             return 0
         fi
         sleep 0.5

@@ -55,6 +55,8 @@ efhost_up() {
         || { cat "$dir/apply.out" >&2; fail "vxlanctl apply was refused"; }
 }
 
+efhost_alive() { [ -n "$EFHOST_PID" ] && kill -0 "$EFHOST_PID" 2>/dev/null; }
+
 # What efhost counted over the whole run goes with the raw results.
 efhost_down() {
     [ -n "$EFHOST_PID" ] || return 0

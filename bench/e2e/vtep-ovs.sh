@@ -74,6 +74,12 @@ ovs_wait_route() {
     return 1
 }
 
+ovs_alive() {
+    local pid
+    for pid in "${OVS_PIDS[@]}"; do kill -0 "$pid" 2>/dev/null || return 1; done
+    return 0
+}
+
 # Keeps the tunnel's view (routes, ARP, datapath flows, port counters) with the
 # raw results, then stops both daemons by the pids this run recorded.
 ovs_down() {
