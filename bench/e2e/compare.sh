@@ -187,15 +187,33 @@ machine_info() {
     echo "load average at start: $(cut -d' ' -f1-3 /proc/loadavg)"
 }
 
+# The smallest and largest ratio in ratios.dat. The label is quoted and may
+# hold spaces, so the ratios are the fields after its closing quote; "?" is
+# no ratio.
+ratio_extremes() {   # ratios.dat
+    awk -F'"' '/^"/ { n = split($3, r, " ")
+                      for (i = 1; i <= n; i++) if (r[i] != "?") {
+                          if (lo == "" || r[i] + 0 < lo) lo = r[i] + 0
+                          if (hi == "" || r[i] + 0 > hi) hi = r[i] + 0 } }
+               END { if (lo != "") print lo, hi }' "$1"
+}
+
 plot() {
-    local dat=$OUT_DIR/ratios.dat
-    selected efhost && [ "${#SYSTEMS[@]}" -gt 1 ] || { say "no ratio to plot (efhost and another system are needed)"; return 0; }
-    grep -q '^"' "$dat" 2>/dev/null || { warn "no ratio to plot"; return 0; }
-    mkdir -p "$(dirname "$PLOT")"
+    local dat=$OUT_DIR/ratios.dat extremes series=
+    if ! selected efhost || [ "${#SYSTEMS[@]}" -lt 2 ]; then
+        say "no plot: it needs efhost and at least one of ovs and kernel"
+        return 0
+    fi
+    extremes=$(ratio_extremes "$dat")
+    [ -n "$extremes" ] || { warn "no ratio to plot"; return 0; }
+    set -- $extremes
+    selected ovs && series=ovs
+    selected kernel && series="${series:+$series }kernel"
     local subtitle
     subtitle="iperf3 ${DURATION} s, medians of $REPS, $(nproc) CPUs, $(date +%Y-%m-%d); TCP/UDP: higher = efhost faster; RTT: higher = efhost slower"
-    gnuplot -e "datafile='$dat'; outfile='$PLOT'; subtitle='$subtitle'" "$HERE/ratios.gp" \
-        || { warn "gnuplot failed"; return 0; }
+    mkdir -p "$(dirname "$PLOT")"
+    gnuplot -e "datafile='$dat'; outfile='$PLOT'; subtitle='$subtitle'; series='$series'; lo=$1; hi=$2" \
+        "$HERE/ratios.gp" || { warn "gnuplot failed"; return 0; }
     cp "$PLOT" "$OUT_DIR/" 2>/dev/null
     say "plot: $PLOT"
 }

@@ -157,12 +157,15 @@ def report(raw_path, out_dir):
                    + ["efhost_over_ovs", "efhost_over_kernel"]
                    + [f"reps_{s}" for s, _ in SYSTEMS])
         w.writerows(csv_rows)
-    # gnuplot reads "?" as a missing value: a bar that is not drawn.
+    # One column per other system that ran, in the order of SYSTEMS; gnuplot
+    # reads "?" as a missing value: a bar that is not drawn.
+    others = [s for s, _ in present if s != "efhost"]
     with open(f"{out_dir}/ratios.dat", "w") as f:
-        f.write("# metric efhost/OVS efhost/kernel\n")
+        f.write("# metric " + " ".join(f"efhost/{s}" for s in others) + "\n")
         for label, r_ovs, r_kernel in plot_rows:
-            cells = ["?" if r is None else f"{r:.4g}" for r in (r_ovs, r_kernel)]
-            f.write(f'"{label}" {cells[0]} {cells[1]}\n')
+            r = {"ovs": r_ovs, "kernel": r_kernel}
+            cells = ["?" if r[s] is None else f"{r[s]:.4g}" for s in others]
+            f.write(f'"{label}" ' + " ".join(cells) + "\n")
 
 
 def main(argv):

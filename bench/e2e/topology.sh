@@ -119,6 +119,9 @@ topo_create() {   # system
     for ns in "$NS_H1" "$NS_VTEP" "$NS_FAR" "$NS_H2"; do
         ip netns add "$ns" || fail "cannot create namespace $ns"
         CREATED_NS+=("$ns")
+        # IPv4 only: no router solicitations or MLD reports flooded through
+        # the VTEPs while they are measured.
+        in_ns "$ns" sysctl -qw net.ipv6.conf.all.disable_ipv6=1 net.ipv6.conf.default.disable_ipv6=1
     done
     veth "$NS_H1" "$DEV_HOST" "$NS_VTEP" "$DEV_ACC"
     veth "$NS_VTEP" "$DEV_UL" "$NS_FAR" "$DEV_UL"

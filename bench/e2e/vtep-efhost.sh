@@ -33,9 +33,8 @@ YAML
 efhost_up() {
     local dir=$RUN_DIR/efhost
     mkdir -p "$dir"
-    # The ports carry no kernel addresses and no IPv6: efhost's L3 engine
-    # alone answers for the VTEP address, and the kernel stays quiet.
-    in_ns "$NS_VTEP" sysctl -qw net.ipv6.conf.all.disable_ipv6=1
+    # The ports carry no kernel addresses (and, as everywhere here, no IPv6):
+    # efhost's L3 engine alone answers for the VTEP address.
     ip -n "$NS_VTEP" link set dev "$DEV_ACC" address "$EFHOST_MAC_ACC"
     ip -n "$NS_VTEP" link set dev "$DEV_UL" address "$EFHOST_MAC_UP"
     efhost_write_config "$dir"
