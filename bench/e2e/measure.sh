@@ -35,7 +35,7 @@ iperf_server_stop() {   # [now]
 iperf_pair() {   # json client-args...
     local json=$1; shift
     # Not through in_ns: $! must be iperf3 itself (ip netns exec and taskset
-    # both exec), not a subshell that a kill would leave it behind.
+    # both exec), not a subshell whose death would leave it running.
     ip netns exec "$NS_H2" taskset -c 1 iperf3 -s -1 -B "$H2_IP" -p "$IPERF_PORT" > "$json.server" 2>&1 &
     IPERF_SERVER_PID=$!
     if ! iperf_listening; then
