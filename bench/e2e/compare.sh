@@ -219,7 +219,7 @@ plot() {
 }
 
 main() {
-    COMMAND_LINE="$0 $*"
+    COMMAND_LINE="$0${*:+ $*}"
     parse_args "$@"
     [ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, veth, VXLAN devices)"
     install_missing
