@@ -68,19 +68,32 @@ measure_tcp() {   # streams enc|dec
     progress "$name" "$1 Mbit/s, $2 retransmits"
 }
 
+# Datagrams the receiving host's UDP sockets had no room for, from the
+# namespace's own counters: the part of the loss that happened after the
+# VTEPs, in the receiving iperf3.
+udp_rcvbuf_errors() {   # ns
+    in_ns "$1" awk '/^Udp:/ { if (!seen) { for (i = 2; i <= NF; i++) col[$i] = i; seen = 1 }
+                              else print $col["RcvbufErrors"] }' /proc/net/snmp
+}
+
 measure_udp() {   # enc|dec
-    local name=udp64_$1 json out
+    local name=udp64_$1 json out rx_ns=$NS_H2 before after
+    [ "$1" = dec ] && rx_ns=$NS_H1
     json=$OUT_DIR/raw/$SYSTEM/$name-$REP.json
+    before=$(udp_rcvbuf_errors "$rx_ns")
     if ! iperf_pair "$json" -u -l 64 -b 0 $([ "$1" = dec ] && echo -R); then
         warn "$SYSTEM: iperf3 $name failed (repetition $REP; see $json)"
         return 0
     fi
-    out=$("$RESULTS" udp "$json") || { warn "$SYSTEM: unreadable $json"; return 0; }
+    after=$(udp_rcvbuf_errors "$rx_ns")
+    out=$("$RESULTS" udp "$json" $((after - before))) || { warn "$SYSTEM: unreadable $json"; return 0; }
     set -- $out
     record "${name}_pps" "$1"
     record "${name}_loss" "$2"
+    record "${name}_sockloss" "$4"
     record "${name}_offered" "$3"
-    progress "$name" "$1 pps received, $2 % lost, $3 pps offered"
+    record "${name}_delivered" "$5"
+    progress "$name" "$1 pps received, $2 % lost ($4 % at the receiving socket), $3 pps offered, $5 pps delivered"
 }
 
 measure_ping() {

@@ -5,7 +5,7 @@
 # smallest and largest ratio `lo` and `hi` with gnuplot -e.
 # Above the line at 1 efhost moved more (or, for the RTT, took longer).
 
-set terminal pngcairo size 1100,560 font "DejaVu Sans,11"
+set terminal pngcairo size 1300,560 font "DejaVu Sans,11"
 set output outfile
 set title "efhost relative to Open vSwitch (userspace datapath) and the Linux kernel VXLAN driver\n{/*0.8 ".subtitle."}"
 # The range spans the ratios with room for the labels, and always 0.5 to 2.

@@ -2,7 +2,10 @@
 """Figures for compare.sh.
 
   results.py tcp FILE     iperf3 TCP JSON -> "Mbit/s received, retransmits"
-  results.py udp FILE     iperf3 UDP JSON -> "received pps, loss %, offered pps"
+  results.py udp FILE N   iperf3 UDP JSON and the receiving host's socket drops
+                          -> "received pps, loss %, offered pps, socket loss %,
+                              delivered pps" (delivered: through both VTEPs to the
+                              receiving host, whether its socket had room or not)
   results.py ping FILE    ping output     -> "median rtt ms, average rtt ms, loss %"
   results.py report RAW_CSV OUT_DIR
       medians of every system and metric (table on stdout, medians.csv) and
@@ -30,10 +33,14 @@ METRICS = [
     ("tcp4_dec_retrans", "  retransmits, 4 streams decap", "segments", False),
     ("udp64_enc_pps", "UDP 64 B h1->h2 received", "pps", True),
     ("udp64_enc_loss", "  loss", "%", False),
+    ("udp64_enc_sockloss", "  of which at h2's socket", "%", False),
     ("udp64_enc_offered", "  offered by the sender", "pps", False),
+    ("udp64_enc_delivered", "  delivered to h2 (received + socket drops)", "pps", True),
     ("udp64_dec_pps", "UDP 64 B h2->h1 received", "pps", True),
     ("udp64_dec_loss", "  loss", "%", False),
+    ("udp64_dec_sockloss", "  of which at h1's socket", "%", False),
     ("udp64_dec_offered", "  offered by the sender", "pps", False),
+    ("udp64_dec_delivered", "  delivered to h1 (received + socket drops)", "pps", True),
     ("ping_rtt_median", "ping RTT h1->h2, median", "ms", True),
     ("ping_rtt_avg", "ping RTT h1->h2, average", "ms", False),
 ]
@@ -44,8 +51,10 @@ PLOT_LABELS = {
     "tcp1_dec": "TCP x1 decap",
     "tcp4_enc": "TCP x4 encap",
     "tcp4_dec": "TCP x4 decap",
-    "udp64_enc_pps": "UDP 64B encap",
-    "udp64_dec_pps": "UDP 64B decap",
+    "udp64_enc_pps": "UDP enc received",
+    "udp64_dec_pps": "UDP dec received",
+    "udp64_enc_delivered": "UDP enc delivered",
+    "udp64_dec_delivered": "UDP dec delivered",
     "ping_rtt_median": "ping RTT",
 }
 
@@ -69,14 +78,17 @@ def tcp(path):
 # measured); with -R the client is the receiver and its sums are its own. The
 # loss is taken against what the sender sent, since the receiver's own
 # figure misses datagrams lost after the last one it saw.
-def udp(path):
+def udp(path, socket_drops):
     end = iperf_end(path)
     rcv, snd = end["sum_received"], end["sum_sent"]
     got = rcv["packets"] - rcv["lost_packets"]
     pps = got / rcv["seconds"] if rcv["seconds"] else 0.0
     offered = snd["packets"] / snd["seconds"] if snd["seconds"] else 0.0
-    loss = 100.0 * (1 - got / snd["packets"]) if snd["packets"] else 100.0
-    print(f"{pps:.0f} {loss:.2f} {offered:.0f}")
+    sent = snd["packets"]
+    loss = 100.0 * (1 - got / sent) if sent else 100.0
+    at_socket = 100.0 * int(socket_drops) / sent if sent else 0.0
+    delivered = (got + int(socket_drops)) / rcv["seconds"] if rcv["seconds"] else 0.0
+    print(f"{pps:.0f} {loss:.2f} {offered:.0f} {at_socket:.2f} {delivered:.0f}")
 
 
 def ping(path):
@@ -169,7 +181,7 @@ def report(raw_path, out_dir):
 
 
 def main(argv):
-    commands = {"tcp": (tcp, 1), "udp": (udp, 1), "ping": (ping, 1), "report": (report, 2)}
+    commands = {"tcp": (tcp, 1), "udp": (udp, 2), "ping": (ping, 1), "report": (report, 2)}
     if len(argv) < 2 or argv[1] not in commands or len(argv) != 2 + commands[argv[1]][1]:
         sys.exit(__doc__)
     fn, _ = commands[argv[1]]
