@@ -5,7 +5,7 @@
 # smallest and largest ratio `lo` and `hi` with gnuplot -e.
 # Above the line at 1 efhost moved more (or, for the RTT, took longer).
 
-set terminal pngcairo size 1300,560 font "DejaVu Sans,11"
+set terminal pngcairo size 1400,600 font "DejaVu Sans,11"
 set output outfile
 set title "efhost relative to Open vSwitch (userspace datapath) and the Linux kernel VXLAN driver\n{/*0.8 ".subtitle."}"
 # The range spans the ratios with room for the labels, and always 0.5 to 2.
@@ -20,6 +20,7 @@ set style fill solid 0.85 border -1
 set boxwidth 0.9
 set key top right
 set xtics nomirror
+set bmargin 4
 set arrow from graph 0, first 1 to graph 1, first 1 nohead lw 2 dt 2 lc rgb "#404040"
 
 n = words(series)

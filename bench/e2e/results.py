@@ -31,12 +31,12 @@ METRICS = [
     ("tcp1_dec_retrans", "  retransmits, 1 stream decap", "segments", False),
     ("tcp4_enc_retrans", "  retransmits, 4 streams encap", "segments", False),
     ("tcp4_dec_retrans", "  retransmits, 4 streams decap", "segments", False),
-    ("udp64_enc_pps", "UDP 64 B h1->h2 received", "pps", True),
+    ("udp64_enc_pps", "UDP 64B h1->h2 received", "pps", True),
     ("udp64_enc_loss", "  loss", "%", False),
     ("udp64_enc_sockloss", "  of which at h2's socket", "%", False),
     ("udp64_enc_offered", "  offered by the sender", "pps", False),
     ("udp64_enc_delivered", "  delivered to h2 (received + socket drops)", "pps", True),
-    ("udp64_dec_pps", "UDP 64 B h2->h1 received", "pps", True),
+    ("udp64_dec_pps", "UDP 64B h2->h1 received", "pps", True),
     ("udp64_dec_loss", "  loss", "%", False),
     ("udp64_dec_sockloss", "  of which at h1's socket", "%", False),
     ("udp64_dec_offered", "  offered by the sender", "pps", False),
@@ -45,17 +45,17 @@ METRICS = [
     ("ping_rtt_avg", "ping RTT h1->h2, average", "ms", False),
 ]
 
-# Short names under the plot's bars.
+# Names under the plot's bars, on two lines ("\\n" in the data file).
 PLOT_LABELS = {
-    "tcp1_enc": "TCP x1 encap",
-    "tcp1_dec": "TCP x1 decap",
-    "tcp4_enc": "TCP x4 encap",
-    "tcp4_dec": "TCP x4 decap",
-    "udp64_enc_pps": "UDP enc received",
-    "udp64_dec_pps": "UDP dec received",
-    "udp64_enc_delivered": "UDP enc delivered",
-    "udp64_dec_delivered": "UDP dec delivered",
-    "ping_rtt_median": "ping RTT",
+    "tcp1_enc": "TCP 1 stream\\nencap",
+    "tcp1_dec": "TCP 1 stream\\ndecap",
+    "tcp4_enc": "TCP 4 streams\\nencap",
+    "tcp4_dec": "TCP 4 streams\\ndecap",
+    "udp64_enc_pps": "UDP 64B encap\\nreceived",
+    "udp64_enc_delivered": "UDP 64B encap\\ndelivered",
+    "udp64_dec_pps": "UDP 64B decap\\nreceived",
+    "udp64_dec_delivered": "UDP 64B decap\\ndelivered",
+    "ping_rtt_median": "ping RTT\\nmedian",
 }
 
 
