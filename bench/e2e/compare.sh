@@ -120,14 +120,16 @@ require_tools() {
     ip netns del "$RUN-probe"
 }
 
-# What a run killed outright (no EXIT trap) left: its namespaces, and the
-# efhost and OVS daemons whose pid files are in its directory. Only runs
-# whose process is gone are touched.
+# What a run killed outright (no EXIT trap) left: its namespaces with what
+# still runs in them (iperf3, efhost), and the OVS daemons whose pid files are
+# in its directory. Only runs whose process is gone are touched.
 remove_stale_runs() {
     local ns pid dir f daemon
     for ns in $(ip netns list 2>/dev/null | awk '{print $1}'); do
         pid=$(sed -n 's/^eb\([0-9][0-9]*\)-.*/\1/p' <<< "$ns")
-        [ -n "$pid" ] && [ ! -d "/proc/$pid" ] && ip netns del "$ns" 2>/dev/null
+        [ -n "$pid" ] && [ ! -d "/proc/$pid" ] || continue
+        for daemon in $(ip netns pids "$ns" 2>/dev/null); do kill -TERM "$daemon" 2>/dev/null; done
+        ip netns del "$ns" 2>/dev/null
     done
     for dir in /tmp/eb[0-9]*-compare; do
         [ -d "$dir" ] || continue
