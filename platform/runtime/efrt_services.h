@@ -22,6 +22,9 @@ namespace efrt {
 // Buffers allocated and not yet freed, per reason and over all reasons.
 long buff_live(int reason);
 long buff_live_total();
+// Buffers freed while flagged as encapsulated (EFMP_F_VXLAN_ENCAP), by anyone,
+// since the last reset.
+uint64_t buff_encapsulated_freed();
 // Makes the next n buffer allocations fail.
 void buff_fail_alloc(unsigned n);
 // Returns the calling thread's cached buffer storage and the shared pool's to

@@ -25,6 +25,7 @@
 #include "efrt_l3.h"
 #include "efrt_services.h"
 #include "l3_clock.h"
+#include "counters.h"
 #include "l3_engine.h"
 
 namespace {
@@ -528,6 +529,27 @@ TEST_F(L3EngineTest, PollSendsAndFreesEveryBufferOfEveryCpuSlot)
         EXPECT_EQ(sent[i], cat({hex("02aa00000077"), kMac2, hex("0800"), ipv4_packet("10.2.0.77", i + 1)}));
     EXPECT_EQ(efrt::buff_live_total(), live);
     EXPECT_TRUE(engine_->idle());
+}
+
+// What the module gives up when the hand-off queue is full it frees itself;
+// every encapsulated packet freed beyond those the engine took is such a loss.
+TEST_F(L3EngineTest, EncapsulatedPacketsFreedBeforeTheEngineTookThemAreCountedAsHandOffLosses)
+{
+    hand_off(0, ipv4_packet("10.2.0.77", 1));
+    efmp_skip_top.slots[0].tail->flags |= EFMP_F_VXLAN_ENCAP;
+    engine_->poll();
+    EXPECT_EQ(engine_->stats().taken, 1u);
+    for (int i = 0; i < 2; ++i) {  // refused by a full queue: freed by the module
+        efmp_buff_t *b = efmp_buff_alloc_sw_user(-98, 64);
+        ASSERT_NE(b, nullptr);
+        b->flags |= EFMP_F_VXLAN_ENCAP;
+        efmp_buff_free_sw_user(-98, b);
+    }
+    EXPECT_EQ(efrt::buff_encapsulated_freed(), 3u);
+    const std::vector<std::string> lines = efhost::counter_lines(efhost::CounterSources{nullptr, nullptr, nullptr, engine_.get()});
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines[0], "l3: sent 1, no route 0, unresolved 0, replies 0, waiting 0, waiting queue full 0, "
+                        "hand-off queue full 2");
 }
 
 TEST_F(L3EngineTest, WorkerDrainsTheHandOffQueueWhenWokenAndOnStop)

@@ -49,10 +49,14 @@ std::vector<std::string> counter_lines(const CounterSources &from)
     }
     if (from.l3 != nullptr) {
         const L3Stats s = from.l3->stats();
+        // Every encapsulated packet is freed once: by the L3 engine after it
+        // took it, or by the module when the hand-off queue had no room.
+        const uint64_t freed = efrt::buff_encapsulated_freed();
+        const uint64_t handoff_lost = freed > s.taken ? freed - s.taken : 0;
         lines.push_back(format("l3: sent %llu, no route %llu, unresolved %llu, replies %llu, "
-                               "waiting %llu, waiting queue full %llu",
+                               "waiting %llu, waiting queue full %llu, hand-off queue full %llu",
                                ull{s.sent}, ull{s.no_route}, ull{s.unresolved}, ull{s.arp_replies},
-                               ull{s.queued}, ull{s.queue_full}));
+                               ull{s.queued}, ull{s.queue_full}, ull{handoff_lost}));
     }
     lines.push_back(format("mac table: %llu entries, %llu refused", ull{efrt::bridge_mac_count()},
                            ull{efrt::bridge_mac_refused()}));

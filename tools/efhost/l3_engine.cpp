@@ -61,7 +61,7 @@ struct L3Engine::Impl {
     mutable std::mutex lock;
     NeighbourTable neighbours;  // under lock
 
-    std::atomic<uint64_t> sent{0}, no_route{0}, unresolved{0}, replies{0}, queue_full{0};
+    std::atomic<uint64_t> sent{0}, no_route{0}, unresolved{0}, replies{0}, queue_full{0}, taken{0};
     std::atomic<int> draining{0};
 
     std::mutex worker_lock;
@@ -290,6 +290,7 @@ void L3Engine::Impl::drain()
             efmp_buff_t *b = efrt::l3_take_chain(cpu);
             while (b != nullptr) {
                 efmp_buff_t *next = b->next;
+                taken.fetch_add(1, std::memory_order_relaxed);
                 if (b->head != nullptr && size_t{b->data_off} + b->len <= b->size)
                     send_ip(b->head + b->data_off, b->len);
                 else
@@ -435,6 +436,7 @@ L3Stats L3Engine::stats() const
     s.unresolved = impl_->unresolved.load();
     s.arp_replies = impl_->replies.load();
     s.queue_full = impl_->queue_full.load();
+    s.taken = impl_->taken.load();
     std::lock_guard<std::mutex> g(impl_->lock);
     s.queued = impl_->neighbours.waiting();
     return s;

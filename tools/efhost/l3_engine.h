@@ -32,6 +32,7 @@ struct L3Stats {
     uint64_t arp_replies = 0;   // ARP replies and neighbour advertisements sent
     uint64_t queued = 0;        // packets waiting for resolution now
     uint64_t queue_full = 0;    // dropped: too many already waiting for one next hop
+    uint64_t taken = 0;         // encapsulated packets taken off the hand-off queue
 };
 
 class L3Engine {
