@@ -21,6 +21,7 @@
 #include "efrt_bcast.h"
 #include "efrt_pipeline.h"
 #include "efrt_services.h"
+#include "sanitized_build.h"
 
 namespace {
 
@@ -183,7 +184,7 @@ void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if EFRT_SANITIZED_BUILD
 constexpr size_t kNodeCacheMax = 0;  // every node back to the allocator: a use after free shows
 #else
 constexpr size_t kNodeCacheMax = 256;
