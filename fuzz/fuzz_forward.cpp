@@ -22,8 +22,9 @@
 //   bytes 15-16 MTU (little-endian): the underlay's, or with bit 7 of byte
 //               17 the buffer's tunnel MTU itself
 //   byte 17     bits 0-2 encapsulation mode, bit 3 next hop from the frame's
-//               bytes instead of a configured VTEP, bit 4 router-MAC packet
-//               without its Ethernet header, bit 7 see above
+//               first bytes instead of a configured VTEP (bit 6: IPv6),
+//               bit 4 router-MAC packet without its Ethernet header, bit 7
+//               see above
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -74,14 +74,30 @@ void clear_module_globals()
     vxlan_ef_intf_vlan_check = nullptr;
 }
 
+// VXLAN_EF_FUZZ_LOG=1 prints what the module logged for each input.
+bool show_log()
+{
+    static const bool on = std::getenv("VXLAN_EF_FUZZ_LOG") != nullptr;
+    return on;
+}
+
+void print_log()
+{
+    if (!show_log())
+        return;
+    for (const std::string &line : efrt::syslog_texts())
+        std::fprintf(stderr, "log: %s%s", line.c_str(), !line.empty() && line.back() == '\n' ? "" : "\n");
+}
+
 void platform_fresh()
 {
     efrt::reset();
     clear_module_globals();
     setenv("VSDID", "3", 1);
     setenv("TMPDIR", g_scratch.c_str(), 1);
-    // Texts are still formatted (that is fuzzed too), just not kept.
-    efrt::syslog_set_keep(false);
+    // Texts are still formatted (that is fuzzed too), just not kept, unless
+    // someone replaying an input wants to read them.
+    efrt::syslog_set_keep(show_log());
     efrt::bcast_set_recording(false);
 }
 
@@ -164,15 +180,17 @@ void add_bridge_state()
 
 void fail(const std::string &what)
 {
+    print_log();
     std::fprintf(stderr, "\n==== fuzz check failed ====\n%s\n", what.c_str());
     std::fflush(stderr);
     std::abort();
 }
 
-void start(const StartOptions &options)
+namespace {
+
+// Starts the module on the platform as it is now.
+void launch(const StartOptions &options)
 {
-    once_per_process();
-    platform_fresh();
     efrt::cap_define(kCapBase, options.base);
     efrt::cap_define(kCapSoft, options.soft);
     efrt::cap_define(kCapL2vni, options.l2vni_mapping);
@@ -182,6 +200,15 @@ void start(const StartOptions &options)
     if (!options.bridge_services)
         efrt::bridge_withdraw_all();
     efrt::msg_connect(EF_MSG_MODULE_VXLAN, true);
+}
+
+}  // namespace
+
+void start(const StartOptions &options)
+{
+    once_per_process();
+    platform_fresh();
+    launch(options);
 }
 
 void deliver(const Bytes &payload)
@@ -226,6 +253,7 @@ void stop()
             fail("an empty resynchronisation left records behind");
     }
     drain_l3_queue();
+    print_log();
     if (g_vxlan_vsd != nullptr)
         vxlan_ef_exit();
     // Channel messages are freed outside the module's accounting, so their
@@ -261,7 +289,7 @@ void start_segment(const StartOptions &options)
     add_subif(kS2, kP2, "eth12.50");
     efrt::lsm_add(efrt::make_intf(kRouter, LSM_IF_TYPE_OVERLAY_ROUTER, LSM_IF_STACK_RAW, "vbdif100"));
     efrt::lsm_add(efrt::make_intf(kL2Local, kDeviceType, LSM_IF_STACK_RAW, "L2LOCAL"));
-    start(options);
+    launch(options);
     // Tunnels come later: their parsers follow creation events.
     efrt::lsm_create(efrt::make_intf(kT1, LSM_IF_TYPE_OVERLAY_TUNNEL, LSM_IF_STACK_RAW, "tunnel1"));
     efrt::lsm_create(efrt::make_intf(kT2, LSM_IF_TYPE_OVERLAY_TUNNEL, LSM_IF_STACK_RAW, "tunnel2"));
@@ -274,6 +302,9 @@ void start_segment(const StartOptions &options)
     if (vxlan_ef_entry_get(g_vxlan_vsd, kVni) == nullptr || g_vxlan_vsd->adj_count != 5 ||
         g_vxlan_vsd->subif_by_ifx.count != 2)
         fail("the segment's configuration did not take");
+    if (options.base && (efrt::eth_parser_of(kUplink, 5) == nullptr ||
+                         efrt::efmp_parser_of(intf(kT1)) == nullptr))
+        fail("the module attached no parser to the segment's interfaces");
 }
 
 const std::vector<uint32_t> &segment_interfaces()
