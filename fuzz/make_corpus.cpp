@@ -421,6 +421,17 @@ void channel_seeds(const fs::path &docs)
             fail("seed " + std::string(def.name) + ": " + error);
         write_seed("channel", "tlv_" + lower(def.name), channel_input(0x01, r->messages));
         write_seed("channel", "segment_tlv_" + lower(def.name), channel_input(0x11, r->messages));
+        // The same as a bare TLV area that the harness frames, once whole and
+        // once with its value cut short (the handler reads past it).
+        Bytes area(r->messages.front().begin() + 4, r->messages.front().end());
+        write_seed("channel", "area_" + lower(def.name), channel_input(0x31, {area}));
+        if (def.length >= 2) {
+            const uint16_t cut = static_cast<uint16_t>(def.length / 2);
+            area[2] = static_cast<uint8_t>(cut);
+            area[3] = static_cast<uint8_t>(cut >> 8);
+            area.resize(4 + cut);
+            write_seed("channel", "short_" + lower(def.name), channel_input(0x31, {area}));
+        }
     }
     // Whole resynchronisations: the documentation's example, and a change of
     // the segment (VNIs, tunnels, sub-interfaces moving, a conflict).
