@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the demo need; does
+# Installs the Debian packages the build, the tests, the fuzz targets (clang
+# with libFuzzer, llvm-symbolizer for their reports) and the demo need; does
 # nothing when they are all present.
 set -euo pipefail
 
@@ -10,6 +11,7 @@ packages=(
   libyaml-cpp-dev libcli11-dev libfmt-dev libpcap-dev
   iproute2 binutils ethtool iputils-ping iperf3 tshark python3-scapy valgrind
   frr libnl-route-3-dev
+  clang libclang-rt-14-dev llvm
 )
 
 missing=()

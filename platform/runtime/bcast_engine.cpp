@@ -21,6 +21,7 @@
 #include "efrt_bcast.h"
 #include "efrt_pipeline.h"
 #include "efrt_services.h"
+#include "sanitized_build.h"
 
 namespace {
 
@@ -159,7 +160,11 @@ efmp_buff_t *clone(const efmp_buff_t *src)
     return c;
 }
 
-void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
+// The VXLAN module's per-node callback as it is declared; the registry hands
+// it out type-erased, and a call must go through the type it has.
+using NodeEncapFn = int (*)(efmp_buff_t **slot, efmp_mcast_node_t *node);
+
+void send_to_nodes(efmp_buff_t *copy, NodeEncapFn encap)
 {
     for (efmp_mcast_node_t *n = copy->mcast_nodes; n != nullptr; n = n->next) {
         efmp_buff_t *slot = clone(copy);
@@ -183,7 +188,7 @@ void send_to_nodes(efmp_buff_t *copy, efmp_handler_fn encap)
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if EFRT_SANITIZED_BUILD
 constexpr size_t kNodeCacheMax = 0;  // every node back to the allocator: a use after free shows
 #else
 constexpr size_t kNodeCacheMax = 256;
@@ -267,7 +272,7 @@ extern "C" int efmp_bcast_proc(efmp_buff_t *copy, uint32_t flags)
         efmp_buff_free_sw_user(kCloneReason, copy);
         return 0;
     }
-    auto encap = reinterpret_cast<efmp_handler_fn>(
+    auto encap = reinterpret_cast<NodeEncapFn>(
         efmp_get_service(EFMP_MODULE_VXLAN, kVxlanBcastEncapService));
     if (encap == nullptr)
         return 1;

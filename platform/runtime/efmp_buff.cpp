@@ -18,12 +18,9 @@
 
 #include "efmp.h"
 #include "efrt_services.h"
+#include "sanitized_build.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define EFRT_BUFF_POOL 0
-#else
-#define EFRT_BUFF_POOL 1
-#endif
+#define EFRT_BUFF_POOL (!EFRT_SANITIZED_BUILD)
 
 namespace {
 
@@ -32,8 +29,6 @@ constexpr uint32_t kTailroom = 256;
 constexpr size_t kRecordRoom = (sizeof(efmp_buff_t) + 63) / 64 * 64;
 // Storage capacities of the recycled classes.
 constexpr std::array<uint32_t, 2> kClassStorage = {2560, 10240};
-constexpr size_t kCacheMax = 256;    // blocks one thread keeps per class
-constexpr size_t kBatch = 64;        // blocks moved to or from the pool at once
 
 // ---- per-reason accounting -----------------------------------------------
 // Reasons are small negative or positive numbers; those in the table's range
@@ -102,6 +97,9 @@ void *new_block(uint32_t capacity)
 void delete_block(void *block) { ::operator delete(block, std::align_val_t{64}); }
 
 #if EFRT_BUFF_POOL
+constexpr size_t kCacheMax = 256;    // blocks one thread keeps per class
+constexpr size_t kBatch = 64;        // blocks moved to or from the pool at once
+
 struct SharedPool {
     std::mutex lock;
     std::array<std::vector<void *>, kClassStorage.size()> free;

@@ -197,6 +197,13 @@ bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan
     using namespace vxlan_ef;
     const uint8_t tos = inner_tos(buff, vsd);
     const bool v4 = tnl->family == VXLAN_EF_AF_INET;
+    // The UDP length and the IP length count in 16 bits (IPv4's including its
+    // own header): a frame that would make a longer packet is not sent with
+    // a wrapped length. Only a frame that cannot be fragmented gets here so.
+    const uint32_t counted = buff->len + sizeof(wire::VxlanHdr) + sizeof(wire::UdpHdr) +
+                             (v4 ? sizeof(wire::Ipv4Hdr) : 0);
+    if (counted > UINT16_MAX)
+        return false;
     if (!push_vxlan(buff, tnl) || !push_udp(buff, vsd, tnl))
         return false;
     if (v4 ? !push_ipv4(buff, vsd, tnl, tos) : !push_ipv6(buff, tnl, tos))

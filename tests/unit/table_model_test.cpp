@@ -11,6 +11,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "table_check.h"
 #include "table_fixture.h"
 
 namespace {
@@ -813,6 +814,7 @@ TEST_F(TableModelTest, RandomConfigurationSequencesMatchTheReferenceModelAfterEv
             compare_vrfs_and_subifs(model, vsd(), mm);
             compare_memory(model, mm);
             ASSERT_FALSE(mm.failed()) << mm.text() << " after message " << i;
+            ASSERT_EQ(table_problems_text(vsd()), "") << "after message " << i;
             coverage.note(model);
         }
         // A last full resynchronisation of whatever the model still holds
@@ -837,6 +839,7 @@ TEST_F(TableModelTest, RandomConfigurationSequencesMatchTheReferenceModelAfterEv
         compare_vrfs_and_subifs(model, vsd(), mm);
         compare_memory(model, mm);
         ASSERT_FALSE(mm.failed()) << mm.text() << " after the final resynchronisation";
+        ASSERT_EQ(table_problems_text(vsd()), "") << "after the final resynchronisation";
 
         drop_subifs();  // the sub-interface table has no exit step
         vxlan_ef_exit();

@@ -25,7 +25,7 @@ bool ModuleLoader::load(const std::string &path, std::string &error)
         return false;
     }
     auto init = reinterpret_cast<int (*)()>(dlsym(handle, "vxlan_ef_init"));
-    auto exit_fn = reinterpret_cast<int (*)()>(dlsym(handle, "vxlan_ef_exit"));
+    auto exit_fn = reinterpret_cast<void (*)()>(dlsym(handle, "vxlan_ef_exit"));
     if (init == nullptr || exit_fn == nullptr) {
         error = "module " + path + " does not export vxlan_ef_init and vxlan_ef_exit";
         dlclose(handle);

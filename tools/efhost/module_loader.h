@@ -18,7 +18,7 @@ public:
 
 private:
     void *handle_ = nullptr;
-    int (*exit_fn_)() = nullptr;
+    void (*exit_fn_)() = nullptr;  // vxlan_ef_exit returns nothing
 };
 
 // The default module path: libtq_vxlan_ef.so in the build tree beside efhost
