@@ -4,6 +4,8 @@
 macs DEV DST_MAC N       N frames to DST_MAC, each from a new random source MAC
 fragments DEV DST_MAC SRC_IP DST_IP N
                          N first fragments of IPv4 packets whose rest never comes
+arp DEV TARGET_IP N      N broadcast ARP requests for TARGET_IP, each from a new
+                         random sender MAC and a new sender address in 10.99/16
 """
 import os
 import random
@@ -37,10 +39,23 @@ def first_fragment(src, dst, ident):
     return header + payload
 
 
+def arp_request(sender_mac, sender_ip, target_ip):
+    return struct.pack("!HHBBH6s4s6s4s", 1, 0x0800, 6, 4, 1, sender_mac, sender_ip, bytes(6),
+                       socket.inet_aton(target_ip))
+
+
 def main():
-    kind, dev, dst = sys.argv[1], sys.argv[2], mac_bytes(sys.argv[3])
+    kind, dev = sys.argv[1], sys.argv[2]
     s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
     s.bind((dev, 0))
+    if kind == "arp":
+        target, n = sys.argv[3], int(sys.argv[4])
+        for i in range(n):
+            mac = random_mac()
+            sender = bytes([10, 99, 1 + (i >> 8) % 250, i & 0xFF])
+            s.send(b"\xff" * 6 + mac + b"\x08\x06" + arp_request(mac, sender, target))
+        return
+    dst = mac_bytes(sys.argv[3])
     if kind == "macs":
         body = b"\x88\xb5" + bytes(46)
         for _ in range(int(sys.argv[4])):

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Hostile traffic through efhost: a flood of frames from invented source MACs
-# and a flood of IPv4 fragments whose rest never comes. The MAC table stops
-# at its capacity and counts what it refused, efhost's memory stays bounded,
-# and a known flow keeps going without loss.
+# Hostile traffic through efhost: a flood of frames from invented source
+# MACs, one of IPv4 fragments whose rest never comes, and one of ARP
+# requests from invented senders on the underlay. The MAC table and the
+# neighbour table stop at their capacities and count what they refused,
+# efhost's memory stays bounded, and a known flow keeps going without loss.
 set -u
 HERE=$(cd "$(dirname "$0")" && pwd)
 . "$HERE/lib.sh"
@@ -11,6 +12,8 @@ trap topo_destroy EXIT
 readonly CAPACITY=1000
 readonly MACS=30000
 readonly FRAGMENTS=30000
+readonly ARPS=30000
+readonly NEIGHBOUR_CAPACITY=4096
 # efhost may grow by its packet buffers' caches and the ports' receive
 # slots, not by anything the flood carries.
 readonly RSS_GROWTH_LIMIT_KB=65536
@@ -20,6 +23,7 @@ readonly RSS_GROWTH_LIMIT_KB=65536
 export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}quarantine_size_mb=8:thread_local_quarantine_size_kb=256"
 
 rss_kb() { awk '/^VmRSS:/ {print $2}' "/proc/$EFHOST_PID/status"; }
+peak_kb() { awk '/^VmHWM:/ {print $2}' "/proc/$EFHOST_PID/status"; }
 
 mac_of() {   # ns dev
     ip -n "$1" link show dev "$2" | awk '/link\/ether/ {print $2}'
@@ -43,10 +47,25 @@ h2_mac=$(mac_of "$NS_H2" eth0)
 
 say "$MACS frames from invented source MACs"
 in_ns "$NS_H1" python3 "$HERE/flood_frames.py" macs eth0 "$h2_mac" "$MACS" || fail "MAC flood"
+sleep 1
+echo "efhost peak resident memory after the MAC flood: $(peak_kb) kB"
 say "$FRAGMENTS fragments whose rest never comes"
 in_ns "$NS_H1" python3 "$HERE/flood_frames.py" fragments eth0 "$h2_mac" 192.168.10.1 192.168.10.2 "$FRAGMENTS" \
     || fail "fragment flood"
 sleep 1
+echo "efhost peak resident memory after the fragment flood: $(peak_kb) kB"
+say "$ARPS ARP requests for efhost's underlay address from invented senders"
+in_ns "$NS_K1" python3 "$HERE/flood_frames.py" arp ul0 "$(underlay_addr 1)" "$ARPS" || fail "ARP flood"
+sleep 1
+echo "efhost peak resident memory after the ARP flood: $(peak_kb) kB"
+
+line=$(counter_line "neighbours:")
+echo "$line"
+held=$(echo "$line" | sed -n 's/^neighbours: \([0-9]*\) entries, \([0-9]*\) refused$/\1/p')
+turned=$(echo "$line" | sed -n 's/^neighbours: \([0-9]*\) entries, \([0-9]*\) refused$/\2/p')
+[ -n "$held" ] && [ -n "$turned" ] || fail "unreadable neighbours line: $line"
+[ "$held" -le "$NEIGHBOUR_CAPACITY" ] || fail "efhost holds $held neighbours"
+[ "$turned" -ge $((ARPS - NEIGHBOUR_CAPACITY)) ] || fail "only $turned of $ARPS ARP senders refused"
 
 line=$(counter_line "mac table:")
 echo "$line"

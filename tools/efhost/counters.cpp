@@ -57,6 +57,8 @@ std::vector<std::string> counter_lines(const CounterSources &from)
                                "waiting %llu, waiting queue full %llu, hand-off queue full %llu",
                                ull{s.sent}, ull{s.no_route}, ull{s.unresolved}, ull{s.arp_replies},
                                ull{s.queued}, ull{s.queue_full}, ull{handoff_lost}));
+        lines.push_back(format("neighbours: %llu entries, %llu refused", ull{s.neighbours},
+                               ull{s.neighbours_refused}));
     }
     lines.push_back(format("mac table: %llu entries, %llu refused", ull{efrt::bridge_mac_count()},
                            ull{efrt::bridge_mac_refused()}));

@@ -439,6 +439,8 @@ L3Stats L3Engine::stats() const
     s.taken = impl_->taken.load();
     std::lock_guard<std::mutex> g(impl_->lock);
     s.queued = impl_->neighbours.waiting();
+    s.neighbours = impl_->neighbours.size();
+    s.neighbours_refused = impl_->neighbours.refused();
     return s;
 }
 

@@ -33,6 +33,8 @@ struct L3Stats {
     uint64_t queued = 0;        // packets waiting for resolution now
     uint64_t queue_full = 0;    // dropped: too many already waiting for one next hop
     uint64_t taken = 0;         // encapsulated packets taken off the hand-off queue
+    uint64_t neighbours = 0;    // neighbour entries held
+    uint64_t neighbours_refused = 0;  // new neighbours not learnt: the table was full
 };
 
 class L3Engine {

@@ -23,8 +23,12 @@ std::vector<Packet> NeighbourTable::learn(const NeighbourKey &key, const Mac &ma
     const auto it = entries_.find(key);
     if (it != entries_.end() && it->second.is_static)
         return {};
-    if (it != entries_.end() || create || pending != pending_.end())
+    if (it != entries_.end() || pending != pending_.end())
         entries_[key] = Entry{mac, false, now + kNeighbourLifetimeMs};
+    else if (create && entries_.size() < kMaxNeighbours)
+        entries_.emplace(key, Entry{mac, false, now + kNeighbourLifetimeMs});
+    else if (create)
+        refused_++;
     if (pending == pending_.end())
         return {};
     std::vector<Packet> out(std::make_move_iterator(pending->second.packets.begin()),
@@ -36,6 +40,8 @@ std::vector<Packet> NeighbourTable::learn(const NeighbourKey &key, const Mac &ma
 
 NeighbourTable::Wait NeighbourTable::wait(const NeighbourKey &key, Packet packet, uint64_t now)
 {
+    if (pending_.size() >= kMaxResolving && pending_.find(key) == pending_.end())
+        return Wait::Full;
     auto [it, fresh] = pending_.try_emplace(key);
     Pending &p = it->second;
     if (p.packets.size() >= kMaxWaitingPerHop)

@@ -19,6 +19,11 @@ constexpr uint64_t kNeighbourLifetimeMs = 300000;
 constexpr uint64_t kResolveRetryMs = 1000;
 constexpr uint64_t kResolveGiveUpMs = 3000;
 constexpr size_t kMaxWaitingPerHop = 16;
+// Anyone on a link can send ARP or neighbour discovery for our addresses
+// from invented senders; past these the table learns no one new and
+// resolves no further next hop, so such a flood cannot grow efhost.
+constexpr size_t kMaxNeighbours = 4096;
+constexpr size_t kMaxResolving = 1024;
 
 struct NeighbourKey {
     size_t port = 0;
@@ -41,16 +46,21 @@ public:
     std::optional<Mac> find(const NeighbourKey &key, uint64_t now) const;
     // Learns key at mac for the lifetime: creates the entry when create is
     // set or the address is being resolved, else only refreshes a known
-    // one; static entries stay as configured. Returns the packets that were
-    // waiting for it, in arrival order.
+    // one; static entries stay as configured. A new entry that is not being
+    // resolved is refused while the table is full. Returns the packets that
+    // were waiting for it, in arrival order.
     std::vector<Packet> learn(const NeighbourKey &key, const Mac &mac, uint64_t now, bool create);
     // Queues a packet for an unresolved next hop. Asking: the first one, the
-    // caller sends the question; Full: the packet was not kept.
+    // caller sends the question; Full: the packet was not kept (too many
+    // wait for this next hop, or too many next hops are being resolved).
     Wait wait(const NeighbourKey &key, Packet packet, uint64_t now);
     // Resolutions to ask again (a retry period passed) and those given up.
     Due expire(uint64_t now);
     // Packets waiting for resolution.
     size_t waiting() const { return waiting_; }
+    // Entries held, and new neighbours not learnt because the table was full.
+    size_t size() const { return entries_.size(); }
+    uint64_t refused() const { return refused_; }
 
 private:
     struct Entry {
@@ -66,6 +76,7 @@ private:
     std::map<NeighbourKey, Entry> entries_;
     std::map<NeighbourKey, Pending> pending_;
     size_t waiting_ = 0;
+    uint64_t refused_ = 0;
 };
 
 }  // namespace efhost::l3
