@@ -44,7 +44,8 @@ check_ping() {
 }
 
 # efhost's counters, read while it runs: both ports moved frames and lost
-# none, the module took frames for the tunnels, the MAC table learnt.
+# none, the module took frames for the tunnels and none was lost on the way
+# to the L3 engine, the MAC table and the neighbour table learnt.
 check_counters() {
     vxlanctl counters | tee "$E2E_DIR/counters.txt" || fail "vxlanctl counters"
     local port
@@ -55,6 +56,9 @@ check_counters() {
     grep -Eq "^pipeline: received [1-9][0-9]*, sent on ports [1-9][0-9]*, taken by the module [1-9]" \
         "$E2E_DIR/counters.txt" || fail "pipeline counters"
     grep -Eq "^mac table: [1-9][0-9]* entries, 0 refused\$" "$E2E_DIR/counters.txt" || fail "MAC table counter"
+    grep -Eq "^l3: sent [1-9][0-9]*, .*, waiting queue full 0, hand-off queue full 0\$" "$E2E_DIR/counters.txt" \
+        || fail "L3 engine counters"
+    grep -Eq "^neighbours: [1-9][0-9]* entries, 0 refused\$" "$E2E_DIR/counters.txt" || fail "neighbour counter"
     grep -qx "vxlanctl: ok" "$E2E_DIR/counters.txt" || fail "counters request not answered ok"
 }
 
