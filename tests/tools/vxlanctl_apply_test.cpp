@@ -323,6 +323,15 @@ TEST_F(VxlanctlApplyFileTest, MissingFileIsNamed)
     EXPECT_EQ(error, "vxlanctl: cannot read " + dir_ + "/absent.yaml: No such file or directory");
 }
 
+// A directory must not read as an empty file: that would be a resynchronisation
+// to nothing, removing the whole configuration.
+TEST_F(VxlanctlApplyFileTest, DirectoryIsRefusedNotReadAsAnEmptyConfiguration)
+{
+    std::string error;
+    EXPECT_FALSE(apply_request(dir_, error).has_value());
+    EXPECT_EQ(error, "vxlanctl: cannot read " + dir_ + ": Is a directory");
+}
+
 TEST_F(VxlanctlApplyFileTest, GoodFileBecomesOneMessageWaitingForDataReady)
 {
     std::string error;

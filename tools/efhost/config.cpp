@@ -2,9 +2,8 @@
 // capabilities, and the checks across interfaces. The interfaces and the
 // underlay are read in config_interface.cpp and config_underlay.cpp.
 #include "config.h"
+#include "read_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -162,22 +161,6 @@ Config read_config(const Field &root)
     return c;
 }
 
-// The whole file; false with errno set when it cannot be read.
-bool read_file(const std::string &path, std::string &text)
-{
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    char buf[4096];
-    ssize_t n;
-    while ((n = read(fd, buf, sizeof buf)) > 0)
-        text.append(buf, static_cast<size_t>(n));
-    const int saved = errno;
-    close(fd);
-    errno = saved;
-    return n == 0;
-}
-
 }  // namespace
 
 bool parse_config(const std::string &text, const std::string &name, Config &out, std::string &error)
@@ -200,7 +183,7 @@ bool parse_config(const std::string &text, const std::string &name, Config &out,
 bool load_config(const std::string &path, Config &out, std::string &error)
 {
     std::string text;
-    if (!read_file(path, text)) {
+    if (!toolfiles::read_file(path, text)) {
         error = path + ": cannot read: " + std::strerror(errno);
         return false;
     }

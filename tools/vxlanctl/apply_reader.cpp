@@ -6,13 +6,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 #include <tuple>
 
 #include "apply_config.h"
+#include "read_file.h"
 #include "yaml_fields.h"
 
 namespace vxlanctl {
@@ -276,14 +275,12 @@ std::optional<ApplyConfig> read_apply_text(const std::string &text, const std::s
 
 std::optional<ApplyConfig> read_apply_file(const std::string &path, std::string &error)
 {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    std::string text;
+    if (!toolfiles::read_file(path, text)) {
         error = "vxlanctl: cannot read " + path + ": " + std::strerror(errno);
         return std::nullopt;
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return read_apply_text(text.str(), path, error);
+    return read_apply_text(text, path, error);
 }
 
 }  // namespace vxlanctl
