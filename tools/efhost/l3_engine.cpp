@@ -296,6 +296,7 @@ void L3Engine::Impl::drain()
                 else
                     no_route++;
                 efmp_buff_free_sw_user(kBuffReason, b);
+                TxBatch::flush_full();
                 b = next;
             }
         }

@@ -245,6 +245,7 @@ void AfPacketPort::receive_loop(int fd)
             const mmsghdr &mm = slots.msgs[static_cast<size_t>(i)];
             deliver(static_cast<const uint8_t *>(mm.msg_hdr.msg_iov->iov_base),
                     std::min<size_t>(mm.msg_len, kRxSlot), mm.msg_len, mm.msg_hdr);
+            TxBatch::flush_full();
         }
     }
 }

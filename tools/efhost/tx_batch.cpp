@@ -44,6 +44,13 @@ void TxBatch::flush()
         send_queue(q);
 }
 
+void TxBatch::flush_full()
+{
+    for (Queue &q : t_queues.queues)
+        if (q.used >= kTxBatchMax)
+            send_queue(q);
+}
+
 bool tx_batch_queue(BatchSink *sink, const uint8_t *frame, size_t len)
 {
     ThreadQueues &t = t_queues;
@@ -59,8 +66,6 @@ bool tx_batch_queue(BatchSink *sink, const uint8_t *frame, size_t len)
     if (q.used == q.frames.size())
         q.frames.emplace_back();
     q.frames[q.used++].assign(frame, frame + len);
-    if (q.used == kTxBatchMax)
-        send_queue(q);
     return true;
 }
 
