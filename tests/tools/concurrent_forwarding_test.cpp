@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <thread>
@@ -404,6 +405,12 @@ TEST_F(ConcurrentForwardingTest, FourWorkersForwardThroughChurnCapabilityFlipsWi
     uint64_t all_passes = 0;
     for (uint64_t p : passes)
         all_passes += p;
+    std::printf("stress: %d requests processed during the churn (%d full resynchronisations), %llu frames received by "
+                "%d workers, %llu sent on the access port, %llu on the uplink (%llu by the L3 engine)\n",
+                processed, kChurnRounds, static_cast<unsigned long long>(stats.received), kWorkers,
+                static_cast<unsigned long long>(access_.tx_frames()),
+                static_cast<unsigned long long>(uplink_.tx_frames()),
+                static_cast<unsigned long long>(l3->stats().sent));
     EXPECT_EQ(processed, kChurnRounds * 3);
     EXPECT_EQ(stats.received, all_passes * 4);
     EXPECT_GT(access_.tx_frames(), 0u);
