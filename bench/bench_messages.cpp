@@ -5,18 +5,13 @@
 
 #include <cstring>
 
+#include "vxlan_ef_tlv_catalogue.h"
+
 namespace vxbench {
 
 namespace {
 
-enum : uint16_t {
-    kSyncBegin = 1,
-    kSyncOver = 2,
-    kSetEntry = 8,
-    kSetVlan = 9,
-    kSetVtep = 14,
-    kAssoVtep = 15,
-};
+namespace tlv = vxlan_ef::tlv;
 
 constexpr size_t kHeaderLen = 4;
 constexpr size_t kVlanBitmapAt = 16;
@@ -69,15 +64,15 @@ vxlan_ef_ip_addr_t ip6(const char *text)
     return ip;
 }
 
-Tlv sync_begin() { return Tlv{kSyncBegin, {}}; }
-Tlv sync_over() { return Tlv{kSyncOver, {}}; }
+Tlv sync_begin() { return Tlv{tlv::kSyncDataBegin, {}}; }
+Tlv sync_over() { return Tlv{tlv::kSyncDataOver, {}}; }
 
 Tlv set_entry(uint32_t vni, uint8_t oper)
 {
     Bytes v(5);
     store(v, 0, vni);
     v[4] = oper;
-    return Tlv{kSetEntry, v};
+    return Tlv{tlv::kSetEntry, v};
 }
 
 Tlv set_vlan(uint32_t vni, const std::vector<uint16_t> &vids, uint8_t oper)
@@ -88,7 +83,7 @@ Tlv set_vlan(uint32_t vni, const std::vector<uint16_t> &vids, uint8_t oper)
     // The bitmap is little-endian 64-bit words: bit vid of the byte string.
     for (uint16_t vid : vids)
         v[kVlanBitmapAt + vid / 8] |= static_cast<uint8_t>(1u << (vid % 8));
-    return Tlv{kSetVlan, v};
+    return Tlv{tlv::kSetVlan, v};
 }
 
 Tlv set_vtep(uint32_t ifx, const vxlan_ef_ip_addr_t &sip, const vxlan_ef_ip_addr_t &dip,
@@ -99,7 +94,7 @@ Tlv set_vtep(uint32_t ifx, const vxlan_ef_ip_addr_t &sip, const vxlan_ef_ip_addr
     put_ip(v, 8, sip);
     put_ip(v, 28, dip);
     v[68] = oper;
-    return Tlv{kSetVtep, v};
+    return Tlv{tlv::kSetVtep, v};
 }
 
 Tlv asso_vtep(uint32_t vni, uint32_t ifx, uint8_t oper)
@@ -108,7 +103,7 @@ Tlv asso_vtep(uint32_t vni, uint32_t ifx, uint8_t oper)
     store(v, 0, vni);
     store(v, 4, ifx);
     v[16] = oper;
-    return Tlv{kAssoVtep, v};
+    return Tlv{tlv::kAssoVtep, v};
 }
 
 }  // namespace vxbench

@@ -1,6 +1,7 @@
 // The TLVs handled by the dispatcher itself. Synchronisation markers move the
 // instance's sync flags around the tables' mark and sweep and are answered;
-// EF_DBG sets the debug mask and the packet-trace settings together.
+// EF_DBG sets the debug mask and the packet-trace settings together. Values
+// are read at the offsets of the catalogue's layouts.
 #include <array>
 
 #include "channel_private.h"
@@ -29,7 +30,7 @@ struct ShowRoute {
 void show_status(uint32_t vsd_id, const uint8_t *) { vxlan_ef_show_status(vsd_id); }
 void show_entry(uint32_t vsd_id, const uint8_t *value)
 {
-    vxlan_ef_entry_show(vsd_id, load_unaligned<uint32_t>(value + 4));
+    vxlan_ef_entry_show(vsd_id, load_unaligned<uint32_t>(value + tlv::field_offset(kEfShow, "vni")));
 }
 void show_intf(uint32_t vsd_id, const uint8_t *) { vxlan_ef_intf_show(vsd_id); }
 void show_vrf(uint32_t vsd_id, const uint8_t *) { vxlan_ef_vrf_show(vsd_id); }
@@ -76,16 +77,16 @@ int ef_dbg(uint32_t, const uint8_t *value)
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     WriteLock lock(vsd);
     // Packet threads read these, and spend the budget, without the lock.
-    store_relaxed(vsd->debug_mask, load_unaligned<uint16_t>(value));
-    store_relaxed(vsd->trace_ifx, load_unaligned<uint32_t>(value + 4));
-    store_relaxed(vsd->trace_budget, load_unaligned<uint32_t>(value + 8));
+    store_relaxed(vsd->debug_mask, load_unaligned<uint16_t>(value + tlv::field_offset(kEfDbg, "mask")));
+    store_relaxed(vsd->trace_ifx, load_unaligned<uint32_t>(value + tlv::field_offset(kEfDbg, "trace_ifx")));
+    store_relaxed(vsd->trace_budget, load_unaligned<uint32_t>(value + tlv::field_offset(kEfDbg, "budget")));
     return 0;
 }
 
 int vxlan_ef_show_deal(uint32_t vsd_id, const uint8_t *value)
 {
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    const uint16_t show_id = load_unaligned<uint16_t>(value);
+    const uint16_t show_id = load_unaligned<uint16_t>(value + tlv::field_offset(kEfShow, "show_id"));
     ReadLock lock(vsd);
     for (const ShowRoute &route : kShows) {
         if (route.id == show_id) {
@@ -99,8 +100,8 @@ int vxlan_ef_show_deal(uint32_t vsd_id, const uint8_t *value)
 
 int vxlan_ef_ctrl_deal(uint32_t vsd_id, const uint8_t *value)
 {
-    const uint32_t ctrl = load_unaligned<uint32_t>(value);
-    const uint8_t oper = value[4];
+    const uint32_t ctrl = load_unaligned<uint32_t>(value + tlv::field_offset(kEfCtrl, "ctrl"));
+    const uint8_t oper = value[tlv::field_offset(kEfCtrl, "oper")];
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] recv ef ctrl message, ctrl: 0x%x, oper: %d\n", ctrl,
                    oper);
     ReadLock lock(g_vxlan_vsd);

@@ -2,7 +2,6 @@
 // message's framing and version, and hands every TLV to its handler.
 #include <algorithm>
 #include <cstring>
-#include <span>
 
 #include "channel_private.h"
 #include "dispatch_table.h"
@@ -29,9 +28,8 @@ bool vxlan_ef_msg_deal(const uint8_t *msg)
                    len, tlv_num);
     const bool framed = len > VXLAN_EF_MSG_HDR_LEN && len <= VXLAN_EF_MSG_MAX_LEN &&
                         len - VXLAN_EF_MSG_HDR_LEN >= VXLAN_EF_TLV_HDR_LEN &&
-                        vxlan_ef::tlv_area_well_formed(
-                            std::span(msg + VXLAN_EF_MSG_HDR_LEN, len - VXLAN_EF_MSG_HDR_LEN),
-                            tlv_num);
+                        vxlan_ef::tlv_area_well_formed(msg + VXLAN_EF_MSG_HDR_LEN,
+                                                       len - VXLAN_EF_MSG_HDR_LEN, tlv_num);
     if (!framed) {
         VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] msg check error, ver: %02x, len: %d, tlv_num: %d\n",
                      ver, len, tlv_num);
@@ -50,9 +48,8 @@ void vxlan_ef_tlv_parse(vxlan_ef_vsd_t *vsd, const uint8_t *msg)
 {
     const uint8_t *area = msg + VXLAN_EF_MSG_HDR_LEN;
     const uint32_t area_len = vxlan_ef::msg_len(msg) - VXLAN_EF_MSG_HDR_LEN;
-    uint16_t offset = 0;
-    while (offset < area_len) {
-        const vxlan_ef::Tlv tlv = vxlan_ef::tlv_at(area, offset);
+    for (vxlan_ef::TlvCursor walk{area, area_len}; !walk.done();) {
+        const vxlan_ef::Tlv tlv = walk.take();
         VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] recv tlv, t: %s, l: %d\n",
                        vxlan_ef_tlv_name(tlv.type), tlv.length);
         if (vxlan_ef::TlvHandler handler = vxlan_ef::tlv_handler(tlv.type)) {
@@ -61,7 +58,6 @@ void vxlan_ef_tlv_parse(vxlan_ef_vsd_t *vsd, const uint8_t *msg)
             VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] Unknown or not care tlv, t: %d, l: %d\n",
                          tlv.type, tlv.length);
         }
-        offset = static_cast<uint16_t>(offset + tlv.length + VXLAN_EF_TLV_HDR_LEN);
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "ef_list.h"
 #include "ef_rbtree.h"
+#include "vxlan_ef_msg_frame.h" /* message limits (VXLAN_EF_MSG_*) */
 
 #ifdef __cplusplus
 #define VXLAN_EF_API extern "C" __attribute__((visibility("default")))
@@ -56,13 +57,6 @@ enum {
 #define VXLAN_EF_F_BCAST_PKT_ENCAP 0x2000u
 #define VXLAN_EF_F_CAP_INIT 0x4000u
 #define VXLAN_EF_F_SERV_OR_NO_ICMP 0x8000u
-
-/* Message format: 4-byte header, then TLVs, host byte order throughout. */
-#define VXLAN_EF_MSG_VER 1u
-#define VXLAN_EF_MSG_HDR_LEN 4u
-#define VXLAN_EF_TLV_HDR_LEN 4u
-#define VXLAN_EF_MSG_MAX_LEN 8196u
-#define VXLAN_EF_MSG_MAX_TLVS 255u
 
 /* Message header; len sits unaligned at byte 1 and is read with memcpy. */
 typedef struct vxlan_ef_msg_hdr {

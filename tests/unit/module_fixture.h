@@ -18,6 +18,7 @@
 #include "efrt.h"
 #include "efrt_services.h"
 #include "vxlan_ef.h"
+#include "vxlan_ef_tlv_catalogue.h"
 
 namespace vxtest {
 
@@ -68,7 +69,7 @@ inline Tlv ef_dbg(uint16_t mask, uint32_t ifx = 0, uint32_t budget = 0)
     put(v, 0, mask);
     put(v, 4, ifx);
     put(v, 8, budget);
-    return Tlv{64, v};
+    return Tlv{vxlan_ef::tlv::kEfDbg, v};
 }
 
 class ModuleTest : public ::testing::Test {

@@ -10,29 +10,31 @@
 #include <vector>
 
 #include "module_fixture.h"
+#include "vxlan_ef_tlv_catalogue.h"
 
 namespace vxtest {
 
-// ---- TLV type codes of the table messages ----
+// ---- TLV type codes of the table messages, under the tests' short names ----
+namespace tlv = vxlan_ef::tlv;
 enum : uint16_t {
-    kSyncBegin = 1,
-    kSyncOver = 2,
-    kSetEntry = 8,
-    kSetVlan = 9,
-    kSetUdpPort = 12,
-    kSetRouter = 13,
-    kSetVtep = 14,
-    kAssoVtep = 15,
-    kOutsideCenter = 37,
-    kSwitchProtected = 42,
-    kEfShow = 65,
-    kVniMap = 77,
-    kSetVrf = 78,
-    kVniArpSuppress = 79,
-    kTunnelMacLearn = 80,
-    kTunnelRouteLearn = 81,
-    kVniNdSuppress = 88,
-    kSubif = 90,
+    kSyncBegin = tlv::kSyncDataBegin,
+    kSyncOver = tlv::kSyncDataOver,
+    kSetEntry = tlv::kSetEntry,
+    kSetVlan = tlv::kSetVlan,
+    kSetUdpPort = tlv::kSetUdpPort,
+    kSetRouter = tlv::kSetRouter,
+    kSetVtep = tlv::kSetVtep,
+    kAssoVtep = tlv::kAssoVtep,
+    kOutsideCenter = tlv::kSetOutsideCenterTunnel,
+    kSwitchProtected = tlv::kSetSwitchProtected,
+    kEfShow = tlv::kEfShow,
+    kVniMap = tlv::kSetVniMap,
+    kSetVrf = tlv::kSetVrf,
+    kVniArpSuppress = tlv::kSetVniArpSuppress,
+    kTunnelMacLearn = tlv::kSetTunnelMacLearn,
+    kTunnelRouteLearn = tlv::kSetTunnelRouteLearn,
+    kVniNdSuppress = tlv::kSetVniNdSuppress,
+    kSubif = tlv::kSubInterface,
 };
 
 // Writes a field into a value already sized for its layout.

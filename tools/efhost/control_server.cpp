@@ -9,12 +9,12 @@
 
 #include "efrt.h"
 #include "runtime_interfaces.h"
+#include "vxlan_ef_tlv_catalogue.h"
 
 namespace efhost {
 
 namespace {
 
-constexpr uint16_t kTlvDataReady = 68;
 constexpr const char *kShowPrefix = "VXLAN-EF-SHOW:";
 // A message delivered now is processed by the task run after the one that
 // may be under way; how long to wait for that is generous for a busy host.
@@ -104,7 +104,7 @@ int ControlServer::sink(const ef_msg_t *msg, void *ctx)
 
 void ControlServer::note_data_ready(const uint8_t *payload, uint32_t len)
 {
-    if (!has_tlv(payload, len, kTlvDataReady))
+    if (!has_tlv(payload, len, vxlan_ef::tlv::kEfDataReady))
         return;
     std::lock_guard<std::mutex> g(ready_lock_);
     data_ready_ = true;

@@ -10,6 +10,8 @@
 #include "efrt_l3.h"
 #include "counters.h"
 #include "runtime_interfaces.h"
+#include "vxlan_ef_msg_frame.h"
+#include "vxlan_ef_tlv_catalogue.h"
 
 namespace efhost {
 
@@ -18,10 +20,15 @@ namespace {
 constexpr int kWithdrawTimeoutMs = 5000;
 constexpr unsigned kMaxAutoWorkers = 4;
 
+// A resynchronisation to empty tables: SYNC_DATA_BEGIN and SYNC_DATA_OVER,
+// no values, in one message.
 std::vector<uint8_t> empty_resync()
 {
-    // ver 1, len 12, two TLVs: SYNC_DATA_BEGIN and SYNC_DATA_OVER, no values.
-    return {1, 12, 0, 2, 1, 0, 0, 0, 2, 0, 0, 0};
+    uint8_t msg[VXLAN_EF_MSG_HDR_LEN + 2 * VXLAN_EF_TLV_HDR_LEN];
+    vxlan_ef::frame::msg_reset(msg);
+    vxlan_ef::frame::tlv_append(msg, vxlan_ef::tlv::kSyncDataBegin, 0, nullptr);
+    vxlan_ef::frame::tlv_append(msg, vxlan_ef::tlv::kSyncDataOver, 0, nullptr);
+    return {msg, msg + sizeof msg};
 }
 
 void say(const std::string &text) { std::fprintf(stderr, "efhost: %s\n", text.c_str()); }

@@ -1,8 +1,9 @@
-// The TLV catalogue of vxlanctl: every TLV type the module acts on, with its
-// value length and the name, offset and kind of each value field, plus the
-// name of every type code for printing what efhost sends back. The message
-// builders (tlv_writer.h) and the command-line parser (send_request.cpp) both
-// read the layouts from here, so each layout is written down exactly once.
+// The TLV catalogue as vxlanctl uses it: every TLV type the module acts on,
+// with its value length and the name, offset and kind of each value field,
+// plus the name of every type code for printing what efhost sends back. All
+// of it is drawn from the module's own list (src/include/vxlan_ef_tlv.def),
+// so the message builders (tlv_writer.h), the command-line parser
+// (send_request.cpp) and the module read the same layouts.
 #pragma once
 
 #include <cstddef>
@@ -12,42 +13,17 @@
 #include <string>
 #include <string_view>
 
+#include "vxlan_ef_tlv_catalogue.h"
+
 namespace vxlanctl {
 
-// How a value field is encoded; all integers in host byte order.
-enum class FieldKind : uint8_t {
-    U8,
-    U16,
-    U32,
-    I32,
-    Ip,          // u32 address family (2 or 10), then 16 address bytes in network order
-    Mac,         // 6 bytes
-    VlanBitmap,  // 4096 bits as 64 u64 words; VLAN v is bit v % 64 of word v / 64
-};
-
-// Number of value bytes a field of this kind occupies.
-constexpr size_t field_width(FieldKind kind)
-{
-    switch (kind) {
-    case FieldKind::U8: return 1;
-    case FieldKind::U16: return 2;
-    case FieldKind::U32: return 4;
-    case FieldKind::I32: return 4;
-    case FieldKind::Ip: return 20;
-    case FieldKind::Mac: return 6;
-    case FieldKind::VlanBitmap: return 512;
-    }
-    return 0;
-}
+// Field kinds and layouts are the module's catalogue rows (vxlan_ef_tlv.def).
+using FieldKind = vxlan_ef::tlv::FieldKind;
+using FieldDef = vxlan_ef::tlv::Field;
+using vxlan_ef::tlv::field_width;
 
 // Text naming a kind in messages ("u32", "ip", ...).
 std::string_view field_kind_name(FieldKind kind);
-
-struct FieldDef {
-    std::string_view name;
-    uint16_t offset;
-    FieldKind kind;
-};
 
 struct TlvDef {
     uint16_t code;
@@ -56,39 +32,11 @@ struct TlvDef {
     std::span<const FieldDef> fields;
 };
 
-// Message type codes vxlanctl builds or looks for by number.
-enum TlvCode : uint16_t {
-    kSyncDataReq = 0,
-    kSyncDataBegin = 1,
-    kSyncDataOver = 2,
-    kSetEntry = 8,
-    kSetVlan = 9,
-    kSetUdpPort = 12,
-    kSetRouter = 13,
-    kSetVtep = 14,
-    kAssoVtep = 15,
-    kSetAnycastMac = 18,
-    kSetSuppressArp = 28,
-    kSetCopyDscp = 29,
-    kSetOutsideCenterTunnel = 37,
-    kSetSwitchProtected = 42,
-    kEfDbg = 64,
-    kEfShow = 65,
-    kEfCtrl = 66,
-    kSetRemoteLearn = 67,
-    kEfDataReady = 68,
-    kSetVniMap = 77,
-    kSetVrf = 78,
-    kSetVniArpSuppress = 79,
-    kSetTunnelMacLearn = 80,
-    kSetTunnelRouteLearn = 81,
-    kSetRemoteNdLearn = 86,
-    kSetSuppressNd = 87,
-    kSetVniNdSuppress = 88,
-    kSubInterface = 90,
-};
+// Type codes by name (kSetEntry, kSubInterface, ...).
+using vxlan_ef::tlv::Code;
+using enum vxlan_ef::tlv::Code;
 
-// Every catalogued type, in code order.
+// Every type the module acts on, in code order.
 std::span<const TlvDef> catalogue();
 
 // The catalogued type of a code, or nullptr.

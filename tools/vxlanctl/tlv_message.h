@@ -1,6 +1,7 @@
 // VXLAN messages as vxlanctl sends and reads them: a 4-byte header (ver u8,
 // len u16 at byte 1, tlv_num u8) and TLVs (type u16, length u16, value) packed
-// without padding, all in host byte order.
+// without padding, all in host byte order. The framing rules are the module's
+// (vxlan_ef_msg_frame.h); this adds packing many TLVs and reading a reply.
 #pragma once
 
 #include <cstdint>
@@ -9,13 +10,15 @@
 #include <vector>
 
 #include "tlv_writer.h"
+#include "vxlan_ef_msg_frame.h"
 
 namespace vxlanctl {
 
-constexpr size_t kMessageHeaderLen = 4;
-constexpr size_t kTlvHeaderLen = 4;
-constexpr size_t kMaxMessageLen = 8196;
-constexpr size_t kMaxTlvsPerMessage = 255;
+// The limits are the module's own (vxlan_ef_msg_frame.h).
+constexpr size_t kMessageHeaderLen = VXLAN_EF_MSG_HDR_LEN;
+constexpr size_t kTlvHeaderLen = VXLAN_EF_TLV_HDR_LEN;
+constexpr size_t kMaxMessageLen = VXLAN_EF_MSG_MAX_LEN;
+constexpr size_t kMaxTlvsPerMessage = VXLAN_EF_MSG_MAX_TLVS;
 // The largest value that fits an otherwise empty message.
 constexpr size_t kMaxValueLen = kMaxMessageLen - kMessageHeaderLen - kTlvHeaderLen;
 
