@@ -1,6 +1,6 @@
 // Private declarations of the bridge forwarding decision, the unicast branch
-// and flooding: buffer helpers (VNI word, VLAN field, frame copy), the ARP and
-// ND tests behind suppression and the result names.
+// and flooding: buffer helpers (VNI word, VLAN field, instance bits, frame
+// copy), the ARP and ND tests behind suppression and the result names.
 #pragma once
 
 #include <array>
@@ -19,6 +19,7 @@ constexpr uint32_t kIntfTypeLocal = 34;
 
 // Buffer flag bits cleared on a copy.
 constexpr uint64_t kCopyClearFlags = 0x3;
+
 // Engine and module codes of a sub-interface copy.
 constexpr uint8_t kSubifEngine = 1;
 constexpr uint8_t kSubifModule = 33;

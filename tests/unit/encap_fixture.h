@@ -372,7 +372,7 @@ protected:
         if (frame_out != nullptr)
             *frame_out = frame;
         efmp_buff_t *b = make_buff(frame, s, tunnel_cb());
-        const uint32_t r = vxlan_ef_encap_frame(b, 2);
+        const uint32_t r = vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL);
         if (rc != nullptr)
             *rc = r;
         if (r != EF_Lost)

@@ -26,7 +26,7 @@ protected:
 
     void TearDown() override
     {
-        efmp_service_t serv{nullptr, EFMP_MODULE_VXLAN, 6};
+        efmp_service_t serv{nullptr, EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_BCAST_PKT_ENCAP};
         efmp_dereg_service(&serv);
         ModuleTest::TearDown();
     }
@@ -149,7 +149,8 @@ int fake_encap(efmp_buff_t *buff, lsm_intfcb_t *)
 
 TEST_F(PlatformBcastTest, EachNodeGetsItsOwnCopyThroughTheCallbackAndNormalCopiesGoOut)
 {
-    efmp_service_t serv{reinterpret_cast<void *>(&fake_callback), EFMP_MODULE_VXLAN, 6};
+    efmp_service_t serv{reinterpret_cast<void *>(&fake_callback), EFMP_MODULE_VXLAN,
+                        EFMP_VXLAN_SERV_BCAST_PKT_ENCAP};
     ASSERT_EQ(efmp_reg_service(&serv), 0);
     efmp_encap_t hook{fake_encap, lsm_get_intfcb(12), 1};
     ASSERT_EQ(efmp_reg_encap(&hook), 0);
