@@ -15,6 +15,7 @@
 
 #include "bench_frames.h"
 #include "bench_messages.h"
+#include "efmp.h"
 
 namespace vxbench {
 
@@ -30,7 +31,7 @@ constexpr uint32_t kTunnel6 = 106;
 
 // Buffers are counted under the module's own reason, so that what the module
 // frees balances what the benchmark allocates.
-constexpr int kBuffReason = -98;
+constexpr int kBuffReason = EFMP_REASON_SW_USER;
 
 constexpr Mac kRemoteMac4{0x00, 0x11, 0x22, 0x33, 0x44, 0x01};
 constexpr Mac kRemoteMac6{0x00, 0x11, 0x22, 0x33, 0x44, 0x06};

@@ -31,7 +31,6 @@ constexpr uint16_t kVxlanPort = 4789;
 constexpr uint16_t kTypeIpv4 = 0x0800;
 constexpr uint8_t kProtoUdp = 17;
 constexpr uint8_t kVxlanFlagI = 0x08;
-constexpr uint8_t kPktTypeIpv4 = 1;  // the Ethernet layer's classification
 constexpr uint16_t kDontFragment = 0x4000;
 constexpr uint16_t kMoreFragments = 0x2000;
 // Inner IPv4 payload one packet carries at most: whole 8-byte units keeping
@@ -43,20 +42,12 @@ constexpr size_t kFragPayload =
 
 // ---- bytes -----------------------------------------------------------------
 
-uint16_t get16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
-
 uint32_t get24(const uint8_t *p) { return static_cast<uint32_t>(p[0] << 16 | p[1] << 8 | p[2]); }
-
-void put16(uint8_t *p, uint16_t v)
-{
-    p[0] = static_cast<uint8_t>(v >> 8);
-    p[1] = static_cast<uint8_t>(v);
-}
 
 void put24(uint8_t *p, uint32_t v)
 {
     p[0] = static_cast<uint8_t>(v >> 16);
-    put16(p + 1, static_cast<uint16_t>(v));
+    ef_put_be16(p + 1, static_cast<uint16_t>(v));
 }
 
 template <typename T>
@@ -124,7 +115,7 @@ void store_checksum(uint8_t *at, uint64_t acc)
 uint32_t be_sum(const uint8_t *p, size_t n, uint32_t acc = 0)
 {
     for (size_t i = 0; i + 1 < n; i += 2)
-        acc += get16(p + i);
+        acc += ef_get_be16(p + i);
     if (n % 2 != 0)
         acc += static_cast<uint32_t>(p[n - 1]) << 8;
     return acc;
@@ -224,14 +215,14 @@ void build_header(Tunnel &t, const TunnelConfig &s, uint32_t vni)
         inet_pton(AF_INET6, s.remote, ip + 24);
     } else {
         ip[0] = 0x45;
-        put16(ip + 6, kDontFragment);  // as the module sends
+        ef_put_be16(ip + 6, kDontFragment);  // as the module sends
         ip[8] = 64;
         ip[9] = kProtoUdp;
         inet_pton(AF_INET, s.local, ip + 12);
         inet_pton(AF_INET, s.remote, ip + 16);
     }
     uint8_t *udp = ip + (s.ipv6 ? kIpv6Len : kIpv4Len);
-    put16(udp + 2, kVxlanPort);
+    ef_put_be16(udp + 2, kVxlanPort);
     udp[kUdpLen] = kVxlanFlagI;
     put24(udp + kUdpLen + 4, vni);
 }
@@ -262,8 +253,8 @@ std::shared_ptr<Tables> build_tables()
 
 void fill_ipv4(uint8_t *ip, Tunnel &t, uint16_t udp_len)
 {
-    put16(ip + 2, static_cast<uint16_t>(kIpv4Len + udp_len));
-    put16(ip + 4, t.next_id++);
+    ef_put_be16(ip + 2, static_cast<uint16_t>(kIpv4Len + udp_len));
+    ef_put_be16(ip + 4, t.next_id++);
     store_checksum(ip + 10, sum_bytes(ip, kIpv4Len));
 }
 
@@ -277,7 +268,7 @@ void fill_udp_checksum(const uint8_t *ip, bool ipv6, uint8_t *udp, uint16_t udp_
     const uint64_t acc = sum_bytes(udp, udp_len, pseudo);
     // A computed zero goes out as all ones: zero means "no checksum".
     if (fold(acc) == 0xFFFF)
-        put16(udp + 6, 0xFFFF);
+        ef_put_be16(udp + 6, 0xFFFF);
     else
         store_checksum(udp + 6, acc);
 }
@@ -297,10 +288,10 @@ bool encapsulate(efmp_buff_t *b, Tunnel &t)
         std::memcpy(ip, t.header.data(), kIpv4Len + kUdpLen + kVxlanLen);
     uint8_t *udp = ip + ip_len;
     t.next_sport = static_cast<uint16_t>(t.next_sport + 1) | 0xC000;
-    put16(udp, t.next_sport);
-    put16(udp + 4, udp_len);
+    ef_put_be16(udp, t.next_sport);
+    ef_put_be16(udp + 4, udp_len);
     if (t.ipv6)
-        put16(ip + 4, udp_len);
+        ef_put_be16(ip + 4, udp_len);
     else
         fill_ipv4(ip, t, udp_len);
     fill_udp_checksum(ip, t.ipv6, udp, udp_len);
@@ -333,9 +324,9 @@ bool hand_to_l3(efmp_buff_t *first, efmp_buff_t *last, uint32_t count)
 void make_fragment_header(uint8_t *ip, size_t offset, size_t payload, bool more)
 {
     const size_t ihl = size_t{ip[0] & 0x0Fu} * 4;
-    put16(ip + 2, static_cast<uint16_t>(ihl + payload));
-    put16(ip + 6, static_cast<uint16_t>((more ? kMoreFragments : 0) | offset / 8));
-    put16(ip + 10, 0);
+    ef_put_be16(ip + 2, static_cast<uint16_t>(ihl + payload));
+    ef_put_be16(ip + 6, static_cast<uint16_t>((more ? kMoreFragments : 0) | offset / 8));
+    ef_put_be16(ip + 10, 0);
     store_checksum(ip + 10, sum_bytes(ip, ihl));
 }
 
@@ -361,7 +352,7 @@ bool fragment_frame(efmp_buff_t *b, Tunnel &t)
     const size_t payload = b->len - headers;
     efmp_buff_t *last = b;
     uint32_t n = 1;
-    bool ok = (get16(ip + 6) & kDontFragment) == 0;
+    bool ok = (ef_get_be16(ip + 6) & kDontFragment) == 0;
     for (size_t off = kFragPayload; ok && off < payload; off += kFragPayload, n++) {
         last->next = fragment_copy(b, headers, off, std::min(kFragPayload, payload - off));
         ok = last->next != nullptr;
@@ -382,7 +373,7 @@ bool fragment_frame(efmp_buff_t *b, Tunnel &t)
 // Fragmented when the inner IPv4 payload exceeds the limit; takes the buffer.
 bool send_to_tunnel(efmp_buff_t *b, Tunnel &t)
 {
-    if (b->pkt_type == kPktTypeIpv4 && b->len > b->l2_len + kIpv4Len + kFragPayload)
+    if (b->pkt_type == EFMP_PKT_IPV4 && b->len > b->l2_len + kIpv4Len + kFragPayload)
         return fragment_frame(b, t);
     if (encapsulate(b, t))
         return hand_to_l3(b, b, 1);
@@ -396,7 +387,7 @@ bool decapsulate(efmp_buff_t *b, const Tables &t)
 {
     constexpr size_t kShortest = kEthLen + kIpv4Len + kUdpLen + kVxlanLen;
     const uint8_t *eth = data_of(b);
-    if (b->len < kShortest || get16(eth + 12) != kTypeIpv4)
+    if (b->len < kShortest || ef_get_be16(eth + 12) != kTypeIpv4)
         return false;
     const uint8_t *ip = eth + kEthLen;
     const size_t ihl = size_t{ip[0] & 0x0Fu} * 4;
@@ -405,14 +396,14 @@ bool decapsulate(efmp_buff_t *b, const Tables &t)
     const size_t outer = kEthLen + ihl + kUdpLen + kVxlanLen;
     const uint8_t *udp = ip + ihl;
     const uint8_t *vx = udp + kUdpLen;
-    if (b->len < outer || get16(udp + 2) != kVxlanPort || (vx[0] & kVxlanFlagI) == 0)
+    if (b->len < outer || ef_get_be16(udp + 2) != kVxlanPort || (vx[0] & kVxlanFlagI) == 0)
         return false;
     const Instance *in = t.by_vni.get(get24(vx + 4));
     lsm_intfcb_t *tunnel = t.by_source.get(load<uint32_t>(ip + 12));
     if (in == nullptr || tunnel == nullptr)
         return false;
     b->vni_tag[0] = vx[0];
-    put24(b->vni_tag + 1, in->vni);
+    efmp_buff_set_vni(b, in->vni);
     efmp_buff_pull(b, static_cast<uint32_t>(outer));
     b->src_intf = tunnel;
     b->l3_off = static_cast<uint16_t>(b->data_off + kEthLen);
@@ -530,15 +521,15 @@ const uint8_t *checked_inner(const efmp_buff_t *b, const uint8_t *vtep, bool ipv
         return nullptr;
     const size_t udp_len = b->len - ip_len;
     const uint8_t *udp = ip + ip_len;
-    const bool ip_ok = ipv6 ? ip[0] >> 4 == 6 && get16(ip + 4) == udp_len && ip[6] == kProtoUdp &&
+    const bool ip_ok = ipv6 ? ip[0] >> 4 == 6 && ef_get_be16(ip + 4) == udp_len && ip[6] == kProtoUdp &&
                                   std::memcmp(ip + 24, vtep, 16) == 0
-                            : ip[0] == 0x45 && get16(ip + 2) == b->len && ip[9] == kProtoUdp &&
+                            : ip[0] == 0x45 && ef_get_be16(ip + 2) == b->len && ip[9] == kProtoUdp &&
                                   sums_to_ones(be_sum(ip, kIpv4Len)) &&
                                   std::memcmp(ip + 16, vtep, 4) == 0;
     const uint32_t pseudo = (ipv6 ? be_sum(ip + 8, 32) : be_sum(ip + 12, 8)) + kProtoUdp +
                             static_cast<uint32_t>(udp_len);
-    const bool ok = ip_ok && get16(udp + 2) == kVxlanPort && get16(udp + 4) == udp_len &&
-                    get16(udp + 6) != 0 && sums_to_ones(be_sum(udp, udp_len, pseudo)) &&
+    const bool ok = ip_ok && ef_get_be16(udp + 2) == kVxlanPort && ef_get_be16(udp + 4) == udp_len &&
+                    ef_get_be16(udp + 6) != 0 && sums_to_ones(be_sum(udp, udp_len, pseudo)) &&
                     udp[kUdpLen] == kVxlanFlagI && get24(udp + kUdpLen + 4) == kVni;
     return ok ? udp + kUdpLen + kVxlanLen : nullptr;
 }
@@ -558,9 +549,9 @@ bool valid_inner(const uint8_t *in, size_t len, const Bytes &frame, size_t k, si
     const uint8_t *ip = in + kEthLen;
     const uint8_t *orig = frame.data() + kEthLen;
     return len == kHeaders + slice && (more || off + slice == payload) &&
-           std::memcmp(in, frame.data(), kEthLen + 2) == 0 && get16(ip + 2) == kIpv4Len + slice &&
+           std::memcmp(in, frame.data(), kEthLen + 2) == 0 && ef_get_be16(ip + 2) == kIpv4Len + slice &&
            std::memcmp(ip + 4, orig + 4, 2) == 0 &&
-           get16(ip + 6) == ((more ? kMoreFragments : 0) | off / 8) &&
+           ef_get_be16(ip + 6) == ((more ? kMoreFragments : 0) | off / 8) &&
            std::memcmp(ip + 8, orig + 8, 2) == 0 && sums_to_ones(be_sum(ip, kIpv4Len)) &&
            std::memcmp(ip + 12, orig + 12, 8) == 0 &&
            std::memcmp(in + kHeaders, frame.data() + kHeaders + off, slice) == 0;
@@ -593,7 +584,7 @@ bool check_decap(const RefDecap &d, const Bytes &inner)
     if (b == nullptr)
         return false;
     const bool ok = decapsulate(b, *d.tables) && b->src_intf == d.tunnel &&
-                    get24(b->vni_tag + 1) == kVni && b->len == inner.size() &&
+                    efmp_buff_vni(b) == kVni && b->len == inner.size() &&
                     std::memcmp(data_of(b), inner.data(), inner.size()) == 0;
     efmp_buff_free_sw_user(kBuffReason, b);
     return ok;

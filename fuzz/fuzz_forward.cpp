@@ -39,8 +39,6 @@ namespace {
 using namespace fuzz::seg;
 
 constexpr size_t kHeader = 18;
-constexpr int kReason = -98;
-constexpr uint32_t kForwardService = 2;
 
 uint64_t le64(const uint8_t *p)
 {
@@ -87,7 +85,7 @@ void settle(efmp_buff_t *b, int answer)
         return;
     if (answer == EF_Normal && efrt::pipeline_deliver(b) == efrt::PipeOutcome::Consumed)
         return;
-    efmp_buff_free_sw_user(kReason, b);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
 }
 
 }  // namespace
@@ -130,7 +128,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     switch (options >> 5) {
     case 1: {
         auto forward = reinterpret_cast<int (*)(efmp_buff_t *)>(
-            efmp_get_service(EFMP_MODULE_VXLAN, kForwardService));
+            efmp_get_service(EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_FORWARD));
         if (forward == nullptr)
             fuzz::fail("the forwarding service is not published");
         settle(b, forward(b));
@@ -138,12 +136,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     case 2:
         if (efrt::pipeline_deliver(b) != efrt::PipeOutcome::Consumed)
-            efmp_buff_free_sw_user(kReason, b);
+            efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
         break;
     case 3: {
         const uint32_t r = vxlan_ef_encap_frame(b, extra & 0x07);
         if (r != EF_Lost)
-            efmp_buff_free_sw_user(kReason, b);
+            efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
         break;
     }
     case 4: {
@@ -159,7 +157,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         lsm_intfcb_t *router = b->dst_intf != nullptr ? b->dst_intf : fuzz::intf(kRouter);
         const int r = vxlan_ef_router_mac_forward(b, router, &nh, router_mac);
         if (r != EF_Lost)
-            efmp_buff_free_sw_user(kReason, b);
+            efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
         break;
     }
     case 5: {

@@ -30,7 +30,6 @@ namespace {
 using namespace fuzz::seg;
 
 constexpr size_t kHeader = 6;
-constexpr int kReason = -98;
 constexpr std::array<uint32_t, 8> kReceivers{kP1, kP2, kUplink, kPeerLink, kS1, kT1, kT2, kT6};
 
 bool is_tunnel(uint32_t ifx) { return ifx == kT1 || ifx == kT2 || ifx == kT6; }
@@ -59,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     const uint8_t *frame = data + kHeader;
     const auto len = static_cast<uint32_t>(size - kHeader);
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(kReason, len);
+    efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, len);
     if (b == nullptr)
         fuzz::fail("no buffer for a frame of " + std::to_string(len) + " bytes");
     std::memcpy(b->head + b->data_off, frame, len);
@@ -83,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     if (uint64_t{b->data_off} + b->len > b->size)
         fuzz::fail("the parsed frame runs past its buffer's storage");
-    efmp_buff_free_sw_user(kReason, b);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     fuzz::check_tables("after parsing a frame");
     fuzz::stop();
     return 0;

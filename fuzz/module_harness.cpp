@@ -302,7 +302,7 @@ void start_segment(const StartOptions &options)
     if (vxlan_ef_entry_get(g_vxlan_vsd, kVni) == nullptr || g_vxlan_vsd->adj_count != 5 ||
         g_vxlan_vsd->subif_by_ifx.count != 2)
         fail("the segment's configuration did not take");
-    if (options.base && (efrt::eth_parser_of(kUplink, 5) == nullptr ||
+    if (options.base && (efrt::eth_parser_of(kUplink, EF_ETH_PARSER_SLOT_VXLAN) == nullptr ||
                          efrt::efmp_parser_of(intf(kT1)) == nullptr))
         fail("the module attached no parser to the segment's interfaces");
 }
@@ -319,8 +319,6 @@ lsm_intfcb_t *intf(uint32_t ifindex) { return lsm_get_intfcb(ifindex); }
 
 namespace {
 
-uint16_t be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
-
 void check_outer_packet(const efmp_buff_t *b)
 {
     const uint8_t *p = b->head + b->data_off;
@@ -334,22 +332,22 @@ void check_outer_packet(const efmp_buff_t *b)
     if (version == 4) {
         if (len < 20 + 16)
             fail("an IPv4 outer packet shorter than its headers reached the L3 engine");
-        if (be16(p + 2) != len)
-            fail("an outer IPv4 total length of " + std::to_string(be16(p + 2)) + " on a packet of " +
+        if (ef_get_be16(p + 2) != len)
+            fail("an outer IPv4 total length of " + std::to_string(ef_get_be16(p + 2)) + " on a packet of " +
                  std::to_string(len) + " bytes");
         udp = 20;
     } else if (version == 6) {
         if (len < 40 + 16)
             fail("an IPv6 outer packet shorter than its headers reached the L3 engine");
-        if (be16(p + 4) != len - 40)
-            fail("an outer IPv6 payload length of " + std::to_string(be16(p + 4)) +
+        if (ef_get_be16(p + 4) != len - 40)
+            fail("an outer IPv6 payload length of " + std::to_string(ef_get_be16(p + 4)) +
                  " on a packet of " + std::to_string(len) + " bytes");
         udp = 40;
     } else {
         fail("a packet of IP version " + std::to_string(version) + " reached the L3 engine");
     }
-    if (be16(p + udp + 4) != len - udp)
-        fail("an outer UDP length of " + std::to_string(be16(p + udp + 4)) + " on " +
+    if (ef_get_be16(p + udp + 4) != len - udp)
+        fail("an outer UDP length of " + std::to_string(ef_get_be16(p + udp + 4)) + " on " +
              std::to_string(len - udp) + " bytes of UDP");
     if ((p[udp + 8] & 0x08) == 0)
         fail("an outer packet without the VXLAN I flag");
@@ -361,7 +359,7 @@ void drain_l3_queue()
 {
     for (efmp_buff_t *b : efrt::l3_take()) {
         check_outer_packet(b);
-        efmp_buff_free_sw_user(-98, b);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <pthread.h>
 #include <stdint.h>
 
+#include "ef_byteorder.h"
 #include "lsm.h"
 
 #ifdef __cplusplus
@@ -47,6 +48,28 @@ enum {
 #define EFMP_MODULE_BRIDGE 14u
 #define EFMP_MODULE_VXLAN 56u
 
+/* Service numbers under EFMP_MODULE_VXLAN: the pipeline calls the forwarding
+ * and broadcast-encapsulation services itself, other modules the rest. */
+#define EFMP_VXLAN_SERV_PARSER 0u
+#define EFMP_VXLAN_SERV_ENCAP 1u
+#define EFMP_VXLAN_SERV_FORWARD 2u
+#define EFMP_VXLAN_SERV_GET_VNI_INTFCB 3u
+#define EFMP_VXLAN_SERV_GET_INTFCB_VNI 4u
+#define EFMP_VXLAN_SERV_ROUTER_MAC_FORWARD 5u
+#define EFMP_VXLAN_SERV_BCAST_PKT_ENCAP 6u
+#define EFMP_VXLAN_SERV_OR_NO_ICMP 7u
+
+/* Packet types of efmp_buff.pkt_type that code past the classifier tests. */
+#define EFMP_PKT_IPV4 1
+#define EFMP_PKT_ARP 2
+#define EFMP_PKT_IPV6 27
+
+/* The accounting reason of the buffers that software paths allocate and free
+ * (the modules' copies and encapsulated chains, the pipeline's received
+ * frames, the broadcast engine's clones): one reason, so that it balances on
+ * its own. */
+#define EFMP_REASON_SW_USER (-98)
+
 struct efmp_mcast_node;
 
 /* Packet buffer. The data lives in head[0..size); the frame starts at
@@ -82,6 +105,61 @@ typedef struct efmp_buff {
     uint8_t *head;
     int32_t vrf;                     /* VRF the packet is routed in */
 } efmp_buff_t;
+
+/* The VNI word: a byte of other use, then the 24-bit VNI in network order. */
+#define EFMP_VNI_MASK 0x00FFFFFFu
+
+static inline uint32_t efmp_buff_vni(const efmp_buff_t *buff)
+{
+    return ef_get_be32(buff->vni_tag) & EFMP_VNI_MASK;
+}
+
+/* Both writers leave the word's first byte alone: it is not theirs. */
+static inline void efmp_buff_set_vni(efmp_buff_t *buff, uint32_t vni)
+{
+    buff->vni_tag[1] = (uint8_t)(vni >> 16);
+    buff->vni_tag[2] = (uint8_t)(vni >> 8);
+    buff->vni_tag[3] = (uint8_t)vni;
+}
+
+static inline void efmp_buff_or_vni(efmp_buff_t *buff, uint32_t vni)
+{
+    buff->vni_tag[1] |= (uint8_t)(vni >> 16);
+    buff->vni_tag[2] |= (uint8_t)(vni >> 8);
+    buff->vni_tag[3] |= (uint8_t)vni;
+}
+
+/* The outer tag word is stored in network order and always handled as the
+ * big-endian number it spells: the 802.1Q tag control word in the low 16 bits
+ * (VLAN id in bits 0 to 11, priority in 13 to 15) and the id of the instance
+ * that parsed the frame in the top four. */
+#define EFMP_TAG_VID_MASK 0x00000FFFu
+#define EFMP_TAG_TCI_MASK 0x0000FFFFu
+#define EFMP_TAG_VSD_SHIFT 28
+#define EFMP_TAG_VSD_MASK 0xF0000000u
+
+static inline uint32_t efmp_buff_tag_word(const efmp_buff_t *buff)
+{
+    return ef_get_be32((const uint8_t *)&buff->vlan_tag);
+}
+
+static inline void efmp_buff_set_tag_word(efmp_buff_t *buff, uint32_t word)
+{
+    ef_put_be32((uint8_t *)&buff->vlan_tag, word);
+}
+
+static inline uint16_t efmp_buff_tag_vid(const efmp_buff_t *buff)
+{
+    return (uint16_t)(efmp_buff_tag_word(buff) & EFMP_TAG_VID_MASK);
+}
+
+/* Replaces the VLAN id; priority, the rest of the word and the instance bits
+ * stay. */
+static inline void efmp_buff_set_tag_vid(efmp_buff_t *buff, uint16_t vid)
+{
+    efmp_buff_set_tag_word(buff, (efmp_buff_tag_word(buff) & ~EFMP_TAG_VID_MASK) |
+                                     (vid & EFMP_TAG_VID_MASK));
+}
 
 typedef int (*efmp_handler_fn)(void *arg1, void *arg2);
 
@@ -128,6 +206,8 @@ int efmp_dereg_encap(efmp_encap_t *encap);
 /* Ethernet-level parser attached to one interface. */
 typedef int (*ef_eth_parser_fn)(void *arg1, void *arg2);
 int ef_eth_reg_parser(uint32_t ifindex, void *fn, uint32_t arg, uint32_t slot);
+/* The slot VXLAN over IP is recognised in. */
+#define EF_ETH_PARSER_SLOT_VXLAN 5u
 int ef_eth_dereg_parser(uint32_t ifindex, uint32_t slot);
 
 /* Buffers. reason is the caller's accounting reason. A new buffer holds

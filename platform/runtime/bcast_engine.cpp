@@ -7,7 +7,6 @@
 // is flooded to the member ports of the VLAN in its VLAN field, the source
 // port excluded unless NOT_EX_SRC is set. Everything asked and sent is
 // recorded for tests.
-#include <arpa/inet.h>
 
 #include <array>
 #include <atomic>
@@ -24,9 +23,6 @@
 #include "sanitized_build.h"
 
 namespace {
-
-constexpr int kCloneReason = -98;
-constexpr uint32_t kVxlanBcastEncapService = 6;
 
 // Records and injections serve tests; a host turns recording off, and then
 // a broadcast takes no lock: the switches and counters are atomics.
@@ -64,8 +60,6 @@ bool take_injection(std::atomic<unsigned> &armed)
     return false;
 }
 
-uint16_t vlan_id(const efmp_buff_t *buff) { return static_cast<uint16_t>(ntohl(buff->vlan_tag) & 0xFFF); }
-
 std::vector<uint8_t> frame_bytes(const efmp_buff_t *buff)
 {
     if (buff->head == nullptr || static_cast<uint64_t>(buff->data_off) + buff->len > buff->size)
@@ -87,9 +81,9 @@ efrt::BcastRequest describe(const efmp_buff_t *buff, uint32_t flags_arg, bool re
     r.flags = buff->flags;
     r.priv_flags = buff->priv_flags;
     r.src_ifx = buff->src_intf != nullptr ? buff->src_intf->ifindex : 0;
-    r.vni = static_cast<uint32_t>(buff->vni_tag[1]) << 16 | buff->vni_tag[2] << 8 | buff->vni_tag[3];
+    r.vni = efmp_buff_vni(buff);
     r.vni_flags = buff->vni_tag[0];
-    r.vid = vlan_id(buff);
+    r.vid = efmp_buff_tag_vid(buff);
     r.frame = frame_bytes(buff);
     for (const efmp_mcast_node_t *n = buff->mcast_nodes; n != nullptr; n = n->next) {
         efrt::BcastNodeInfo info{};
@@ -117,7 +111,7 @@ void efrt::port_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
         tx->fn(ifindex, buff, tx->ctx);
     if (!recording())
         return;
-    efrt::PortSend s{ifindex, vlan_id(buff), buff->flags, vlan_flood, frame_bytes(buff)};
+    efrt::PortSend s{ifindex, efmp_buff_tag_vid(buff), buff->flags, vlan_flood, frame_bytes(buff)};
     std::lock_guard<std::mutex> g(engine().lock);
     engine().sends.push_back(std::move(s));
 }
@@ -131,7 +125,7 @@ void flood_vlan(const efmp_buff_t *buff)
 {
     if (efrt::bridge_handler(EF_BRIDGE_SERV_INTF_VLAN_CHECK) == nullptr)
         return;
-    const uint16_t vid = vlan_id(buff);
+    const uint16_t vid = efmp_buff_tag_vid(buff);
     const bool keep_src = (buff->flags & EFMP_F_NOT_EX_SRC) != 0;
     const uint32_t src = source_ifx(buff);
     for (uint32_t ifx : efrt::bridge_vlan_members(vid)) {
@@ -147,7 +141,7 @@ void flood_vlan(const efmp_buff_t *buff)
 // no node list.
 efmp_buff_t *clone(const efmp_buff_t *src)
 {
-    efmp_buff_t *c = efrt::alloc_with_metadata(kCloneReason, src, src->len);
+    efmp_buff_t *c = efrt::alloc_with_metadata(EFMP_REASON_SW_USER, src, src->len);
     if (c == nullptr)
         return nullptr;
     uint8_t *head = c->head;
@@ -180,7 +174,7 @@ void send_to_nodes(efmp_buff_t *copy, NodeEncapFn encap)
         // A clone the callback handed back goes on through the pipeline.
         if (r == EF_Normal && efrt::pipeline_deliver(slot) == efrt::PipeOutcome::Consumed)
             continue;
-        efmp_buff_free_sw_user(kCloneReason, slot);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, slot);
     }
 }
 
@@ -269,17 +263,17 @@ extern "C" int efmp_bcast_proc(efmp_buff_t *copy, uint32_t flags)
         return 1;
     if (copy->mcast_nodes == nullptr) {
         flood_vlan(copy);
-        efmp_buff_free_sw_user(kCloneReason, copy);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, copy);
         return 0;
     }
     auto encap = reinterpret_cast<NodeEncapFn>(
-        efmp_get_service(EFMP_MODULE_VXLAN, kVxlanBcastEncapService));
+        efmp_get_service(EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_BCAST_PKT_ENCAP));
     if (encap == nullptr)
         return 1;
     send_to_nodes(copy, encap);
     efmp_mcast_free_nodes(copy->mcast_nodes);
     copy->mcast_nodes = nullptr;
-    efmp_buff_free_sw_user(kCloneReason, copy);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, copy);
     return 0;
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "buff_metadata.h"
+#include "ef_csum.h"
 #include "efmp.h"
 
 namespace {
@@ -30,28 +31,6 @@ constexpr uint8_t kIpv4OptNop = 1;
 constexpr uint8_t kIpv4OptCopied = 0x80;
 
 std::atomic<uint32_t> g_ipv6_ident{0};
-
-uint16_t be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
-void put16(uint8_t *p, uint16_t v)
-{
-    p[0] = static_cast<uint8_t>(v >> 8);
-    p[1] = static_cast<uint8_t>(v);
-}
-void put32(uint8_t *p, uint32_t v)
-{
-    put16(p, static_cast<uint16_t>(v >> 16));
-    put16(p + 2, static_cast<uint16_t>(v));
-}
-
-uint16_t ipv4_checksum(const uint8_t *hdr, uint32_t len)
-{
-    uint32_t sum = 0;
-    for (uint32_t i = 0; i + 1 < len; i += 2)
-        sum += be16(hdr + i);
-    sum = (sum >> 16) + (sum & 0xFFFF);
-    sum += sum >> 16;
-    return static_cast<uint16_t>(~sum);
-}
 
 // The pieces of one fragment: the headers that every fragment repeats, and
 // its slice of the fragmentable part.
@@ -144,10 +123,10 @@ std::vector<uint8_t> ipv4_headers(const uint8_t *l2, uint32_t l2_len, const uint
     h.insert(h.end(), options.begin(), options.end());
     uint8_t *hdr = h.data() + l2_len;
     hdr[0] = static_cast<uint8_t>(0x40 | hlen / 4);
-    put16(hdr + 2, static_cast<uint16_t>(hlen + data_len));
-    put16(hdr + 6, frag_word);
-    put16(hdr + 10, 0);
-    put16(hdr + 10, ipv4_checksum(hdr, hlen));
+    ef_put_be16(hdr + 2, static_cast<uint16_t>(hlen + data_len));
+    ef_put_be16(hdr + 6, frag_word);
+    ef_put_be16(hdr + 10, 0);
+    ef_put_be16(hdr + 10, static_cast<uint16_t>(~ef_csum_sum(hdr, hlen)));
     return h;
 }
 
@@ -195,8 +174,8 @@ extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint
     if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv4MinHeader || (ip[0] >> 4) != 4)
         return 0;
     const uint32_t hlen = (ip[0] & 0x0Fu) * 4u;
-    const uint32_t total = be16(ip + 2);
-    const uint16_t frag_word = be16(ip + 6);
+    const uint32_t total = ef_get_be16(ip + 2);
+    const uint16_t frag_word = ef_get_be16(ip + 6);
     // The tunnel ingress is where the inner packet meets the smaller MTU and
     // nobody would hear an ICMP "fragmentation needed" from inside a tunnel,
     // so DF does not stop the split; the fragments carry it no more.
@@ -239,7 +218,7 @@ extern "C" uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint
     const uint8_t *ip;
     if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv6Header || (ip[0] >> 4) != 6)
         return 0;
-    const uint32_t total = kIpv6Header + be16(ip + 4);
+    const uint32_t total = kIpv6Header + ef_get_be16(ip + 4);
     uint32_t nh_field = 0;
     const uint32_t unfrag = total > avail ? 0 : ipv6_unfragmentable(ip, total, &nh_field);
     if (unfrag == 0 || size < unfrag - kIpv6Header + kFragHeader + 8 || unfrag >= total)
@@ -255,11 +234,11 @@ extern "C" uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint
         std::vector<uint8_t> h(l2, l2 + l2_len);
         h.insert(h.end(), ip, ip + unfrag);
         uint8_t *hdr = h.data() + l2_len;
-        put16(hdr + 4, static_cast<uint16_t>(unfrag - kIpv6Header + kFragHeader + chunk));
+        ef_put_be16(hdr + 4, static_cast<uint16_t>(unfrag - kIpv6Header + kFragHeader + chunk));
         uint8_t fh[kFragHeader] = {ip[nh_field], 0, 0, 0, 0, 0, 0, 0};
         hdr[nh_field] = kIpv6Fragment;
-        put16(fh + 2, static_cast<uint16_t>(pos | (last_piece ? 0u : 1u)));
-        put32(fh + 4, ident);
+        ef_put_be16(fh + 2, static_cast<uint16_t>(pos | (last_piece ? 0u : 1u)));
+        ef_put_be32(fh + 4, ident);
         h.insert(h.end(), fh, fh + kFragHeader);
         frags.push_back(build_fragment(orig, l2_len, unfrag + kFragHeader,
                                        Piece{std::move(h), ip + unfrag + pos, chunk}));

@@ -24,7 +24,7 @@ enum class PipeOutcome : uint8_t {
 };
 constexpr size_t kPipeOutcomes = 7;
 
-// The frame as the Ethernet layer hands it on: a new buffer (reason -98)
+// The frame as the Ethernet layer hands it on: a new buffer (reason EFMP_REASON_SW_USER)
 // holding a copy of the frame, received on ifindex, classified (L2 length,
 // L3 start, packet type, up to two tags looked through) and given the tunnel
 // MTU that suits its inner family. nullptr when the frame is shorter than an

@@ -12,48 +12,30 @@ namespace efrt {
 
 namespace {
 
-// Buffers the pipeline makes are accounted under the same reason as the
-// module's and the broadcast engine's copies, so each reason balances alone.
-constexpr int kReason = -98;
-// The slot of the Ethernet-level parser that VXLAN over IP is recognised in.
-constexpr uint32_t kEthParserSlot = 5;
-// The VXLAN module's forwarding service.
-constexpr uint32_t kForwardService = 2;
 constexpr size_t kEthHeader = 14;
 constexpr uint16_t kTpid = 0x8100;
-
-constexpr uint8_t kPktTypeIpv4 = 1;
-constexpr uint8_t kPktTypeArp = 2;
-constexpr uint8_t kPktTypeIpv6 = 27;
 
 using FrameHook = int (*)(efmp_buff_t *);
 
 std::atomic<uint32_t> g_underlay_mtu{0};
-
-uint16_t be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
-
-uint32_t vni_of(const efmp_buff_t *b)
-{
-    return static_cast<uint32_t>(b->vni_tag[1]) << 16 | b->vni_tag[2] << 8 | b->vni_tag[3];
-}
 
 // The packet type of a frame, looking through up to two 802.1Q tags: only IP
 // frames can be fragmented, and ARP and ND are recognised for suppression.
 uint8_t classify(const uint8_t *frame, size_t len)
 {
     size_t off = 12;
-    uint16_t type = be16(frame + off);
+    uint16_t type = ef_get_be16(frame + off);
     for (int tags = 0; tags < 2 && type == kTpid && off + 6 <= len; ++tags) {
         off += 4;
-        type = be16(frame + off);
+        type = ef_get_be16(frame + off);
     }
     switch (type) {
     case 0x0800:
-        return kPktTypeIpv4;
+        return EFMP_PKT_IPV4;
     case 0x0806:
-        return kPktTypeArp;
+        return EFMP_PKT_ARP;
     case 0x86DD:
-        return kPktTypeIpv6;
+        return EFMP_PKT_IPV6;
     default:
         return 0;
     }
@@ -76,7 +58,7 @@ uint16_t tunnel_mtu(uint8_t pkt_type, size_t len)
     const uint32_t mtu = g_underlay_mtu.load(std::memory_order_relaxed);
     if (mtu < kSmallestMtu)
         return 0;
-    if (pkt_type == kPktTypeIpv6 && len + kLargestOverhead > mtu)
+    if (pkt_type == EFMP_PKT_IPV6 && len + kLargestOverhead > mtu)
         return static_cast<uint16_t>(mtu - kIpv6Uncounted);
     return static_cast<uint16_t>(mtu - kUncounted);
 }
@@ -90,7 +72,7 @@ efmp_buff_t *pipeline_frame(uint32_t ifindex, const uint8_t *frame, size_t len)
     lsm_intfcb_t *intf = lsm_get_intfcb(ifindex);
     if (intf == nullptr)
         return nullptr;
-    efmp_buff_t *buff = efmp_buff_alloc_sw_user(kReason, static_cast<uint32_t>(len));
+    efmp_buff_t *buff = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, static_cast<uint32_t>(len));
     if (buff == nullptr)
         return nullptr;
     std::memcpy(buff->head + buff->data_off, frame, len);
@@ -107,7 +89,7 @@ void pipeline_set_underlay_mtu(uint32_t mtu) { g_underlay_mtu.store(mtu, std::me
 
 int pipeline_parse(efmp_buff_t *buff)
 {
-    auto eth = reinterpret_cast<FrameHook>(eth_parser_of(buff->src_ifx, kEthParserSlot));
+    auto eth = reinterpret_cast<FrameHook>(eth_parser_of(buff->src_ifx, EF_ETH_PARSER_SLOT_VXLAN));
     if (eth != nullptr && eth(buff) == EF_Drop)
         return EF_Drop;
     // A decapsulated frame now comes from its tunnel, whose own parser admits it.
@@ -138,8 +120,9 @@ PipeOutcome pipeline_run(efmp_buff_t *buff)
 {
     PipeOutcome out = PipeOutcome::ParserDrop;
     if (pipeline_parse(buff) == EF_Normal) {
-        auto forward = reinterpret_cast<FrameHook>(efmp_get_service(EFMP_MODULE_VXLAN, kForwardService));
-        if (vni_of(buff) == 0 || forward == nullptr) {
+        auto forward = reinterpret_cast<FrameHook>(
+            efmp_get_service(EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_FORWARD));
+        if (efmp_buff_vni(buff) == 0 || forward == nullptr) {
             out = PipeOutcome::NoVni;
         } else {
             const int r = forward(buff);
@@ -156,7 +139,7 @@ PipeOutcome pipeline_run(efmp_buff_t *buff)
         }
     }
     if (out != PipeOutcome::Consumed)
-        efmp_buff_free_sw_user(kReason, buff);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, buff);
     return out;
 }
 

@@ -6,6 +6,7 @@
 
 #include "cap_private.h"
 #include "diag/diag_private.h"
+#include "ef_bridge.h"
 
 namespace {
 
@@ -189,8 +190,10 @@ void vxlan_ef_cap_xmac_learn_get(bool value)
     vxlan_ef::store_relaxed(m.fwdmode_soft, 1);
     if (cap_init_running())
         return;
-    vxlan_ef::store_relaxed(vxlan_ef_add_mac_entry, efmp_get_service(EFMP_MODULE_BRIDGE, 4));
-    vxlan_ef::store_relaxed(vxlan_ef_intf_vlan_check, efmp_get_service(EFMP_MODULE_BRIDGE, 20));
+    vxlan_ef::store_relaxed(vxlan_ef_add_mac_entry,
+                            efmp_get_service(EFMP_MODULE_BRIDGE, EF_BRIDGE_SERV_ADD_MAC));
+    vxlan_ef::store_relaxed(vxlan_ef_intf_vlan_check,
+                            efmp_get_service(EFMP_MODULE_BRIDGE, EF_BRIDGE_SERV_INTF_VLAN_CHECK));
     vxlan_ef::store_barrier();
 }
 

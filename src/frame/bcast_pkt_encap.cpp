@@ -29,12 +29,13 @@ Outcome ot_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const efmp_mcast_node_t
     std::memcpy(tnl.sip, node->sip, sizeof tnl.sip);
     std::memcpy(tnl.dip, node->dip, sizeof tnl.dip);
     tnl.ifx = static_cast<uint32_t>(node->adj_words[0]);
-    buff->vlan_tag &= fwd::kVlanKeepTunnel;
+    const uint32_t cleared = EFMP_TAG_VSD_MASK | EFMP_TAG_VID_MASK;
+    efmp_buff_set_tag_word(buff, efmp_buff_tag_word(buff) & ~cleared);
     VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, "vxlan_ef_ot_bcast_pkt_encap",
                       "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p VNI[%d] of ot broadcast encap.\n",
                       static_cast<void *>(buff), static_cast<int>(vni));
     const bool was_traced = traced(buff);
-    const int code = vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, vxlan_ef::kEncapModeFlood,
+    const int code = vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, VXLAN_EF_ENCAP_MODE_TUNNEL,
                                                   "vxlan_ef_ot_bcast_pkt_encap");
     return {code, was_traced};
 }
@@ -110,11 +111,11 @@ int vxlan_ef_bcast_pkt_encap(efmp_buff_t **slot, efmp_mcast_node_t *node)
     efmp_buff_t *buff = slot != nullptr ? *slot : nullptr;
     if (buff == nullptr || node == nullptr || buff->src_intf == nullptr)
         return EF_Drop;
-    buff->vlan_tag &= ~fwd::kVlanVsdBits;
+    fwd::clear_tag_vsd(buff);
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (vsd == nullptr)
         return EF_Drop;
-    const uint32_t vni = fwd::vni_of(buff);
+    const uint32_t vni = efmp_buff_vni(buff);
     Outcome out{EF_Drop, traced(buff)};
     switch (node->kind) {
     case VXLAN_EF_BCAST_NODE_OT:

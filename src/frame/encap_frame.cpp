@@ -10,8 +10,6 @@ using vxlan_ef::TraceGate;
 
 namespace {
 
-constexpr uint8_t kPktTypeIpv4 = 1;
-constexpr uint8_t kPktTypeIpv6 = 27;
 constexpr uint32_t kInnerIpHeader = 20;
 
 bool ipv4_tunnel(const vxlan_ef_tnl_addr_t *tnl) { return tnl->family == VXLAN_EF_AF_INET; }
@@ -80,7 +78,7 @@ int encap_fragments(vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, uint32_
             return EF_Normal;
         }
         if (!vxlan_ef_encap_one_frag(cur, vsd, tnl, mode)) {
-            efmp_buff_chain_free_sw_user(vxlan_ef::kEncapFreeReason, *first, 0, *count);
+            efmp_buff_chain_free_sw_user(EFMP_REASON_SW_USER, *first, 0, *count);
             *first = *last = nullptr;
             *count = 0;
             return EF_Lost;
@@ -98,7 +96,7 @@ int vxlan_ef_encap_header(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef
         return EF_Drop;
     *first = *last = buff;
     *count = 1;
-    if (buff->pkt_type != kPktTypeIpv4 && buff->pkt_type != kPktTypeIpv6)
+    if (buff->pkt_type != EFMP_PKT_IPV4 && buff->pkt_type != EFMP_PKT_IPV6)
         return vxlan_ef_encap_one_frag(buff, vsd, tnl, mode) ? EF_Normal : EF_Drop;
     const uint16_t limit = payload_limit(buff, tnl);
     const uint32_t inner = buff->len - kInnerIpHeader - buff->l2_len;
@@ -109,7 +107,7 @@ int vxlan_ef_encap_header(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef
                    "VXLAN-EF-ENCAP: [vsd %d %s] pkt_len %u > vxlan_mtu %u, need to fragment.\n",
                    inner, static_cast<uint32_t>(limit));
     // The split follows the inner packet's family, whatever the tunnel's.
-    *count = buff->pkt_type == kPktTypeIpv4 ? efmp_frag_ipv4(first, last, limit)
+    *count = buff->pkt_type == EFMP_PKT_IPV4 ? efmp_frag_ipv4(first, last, limit)
                                             : efmp_frag_ipv6(first, last, limit);
     if (*count == 0 || *first == nullptr) {
         VXLAN_EF_TRACE(buff, TraceGate::Encap, "VXLAN-EF-ENCAP: [vsd %d %s] efmp_frag fail\n");
@@ -161,7 +159,7 @@ int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tn
             printk_syslog_ext(7, "UNKNOW_MODULE", "DEBUG", 2,
                               "VXLAN-EF-ENCAP: [vsd %d %s] efmp_vxlan_skip_fw failed.(Drop it!)\n",
                               vsd->id, func);
-        efmp_buff_chain_free_sw_user(kEncapFreeReason, first, 0, count);
+        efmp_buff_chain_free_sw_user(EFMP_REASON_SW_USER, first, 0, count);
         return EF_Lost;
     }
     return l3_handoff(first, last, count, func);
@@ -192,9 +190,9 @@ uint32_t vxlan_ef_encap_frame(efmp_buff_t *buff, uint32_t mode)
         return EF_Drop;
     }
     vxlan_ef_tnl_addr_t tnl{};
-    if (!tunnel_address(vsd, dst, vxlan_ef::buff_vni(buff), &tnl))
+    if (!tunnel_address(vsd, dst, efmp_buff_vni(buff), &tnl))
         return EF_Drop;
-    buff->vlan_tag &= vxlan_ef::kVlanKeepMask;
+    efmp_buff_set_tag_vid(buff, 0);
     return static_cast<uint32_t>(
         vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, mode, "vxlan_ef_encap_frame"));
 }

@@ -1,8 +1,8 @@
 // The outer headers of one VXLAN packet: VXLAN, UDP with its checksum and
 // IPv4 or IPv6, pushed in that order into the buffer's headroom, and the
 // buffer metadata rewritten for the L3 engine.
+#include "ef_csum.h"
 #include "encap_private.h"
-#include "inet_checksum.h"
 #include "packet_dump.h"
 #include "packet_trace.h"
 #include "wire_headers.h"
@@ -16,8 +16,6 @@ namespace {
 
 constexpr const char *kFunc = "vxlan_ef_encap_one_frag";
 
-constexpr uint8_t kPktTypeIpv4 = 1;
-constexpr uint8_t kPktTypeIpv6 = 27;
 constexpr uint8_t kOuterFamilyV4 = 2;
 constexpr uint8_t kOuterFamilyV6 = 3;
 constexpr uint16_t kSportFloor = 0xBFFF;
@@ -31,11 +29,11 @@ constexpr uint64_t kFlagsSet = EFMP_F_LOCAL | EFMP_F_VXLAN_ENCAP;
 uint16_t udp_checksum(const uint8_t *sip, const uint8_t *dip, uint32_t addr_len,
                       const uint8_t *udp, uint32_t len)
 {
-    uint64_t s = csum::accumulate(0, sip, addr_len);
-    s = csum::accumulate(s, dip, addr_len);
+    uint64_t s = ef_csum_accumulate(0, sip, addr_len);
+    s = ef_csum_accumulate(s, dip, addr_len);
     const uint32_t fields =
-        wire::get_be16(reinterpret_cast<const wire::UdpHdr *>(udp)->len) + wire::kIpProtoUdp;
-    return static_cast<uint16_t>(~csum::add(csum::finish(csum::accumulate(s, udp, len)), fields));
+        ef_get_be16(reinterpret_cast<const wire::UdpHdr *>(udp)->len) + wire::kIpProtoUdp;
+    return static_cast<uint16_t>(~ef_csum_add(ef_csum_finish(ef_csum_accumulate(s, udp, len)), fields));
 }
 
 // The traffic class to copy into the outer header: the whole inner TOS
@@ -45,10 +43,10 @@ uint8_t inner_tos(const efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
     if (!vsd->copy_dscp)
         return 0;
     const uint8_t *ip = buff->head + buff->l3_off;
-    if (buff->pkt_type == kPktTypeIpv4)
+    if (buff->pkt_type == EFMP_PKT_IPV4)
         return reinterpret_cast<const wire::Ipv4Hdr *>(ip)->tos;
-    if (buff->pkt_type == kPktTypeIpv6)
-        return static_cast<uint8_t>(wire::get_be32(ip) >> 20);
+    if (buff->pkt_type == EFMP_PKT_IPV6)
+        return static_cast<uint8_t>(ef_get_be32(ip) >> 20);
     return 0;
 }
 
@@ -84,7 +82,7 @@ bool push_vxlan(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
     }
     std::memset(p, 0, sizeof(wire::VxlanHdr));
     p[0] = wire::kVxlanFlagI;
-    wire::put_be32(p + 4, tnl->vni << 8);
+    ef_put_be32(p + 4, tnl->vni << 8);
     return true;
 }
 
@@ -99,13 +97,13 @@ bool push_udp(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t 
     auto *udp = reinterpret_cast<wire::UdpHdr *>(p);
     // The counter goes out in host order: receivers only need it to vary.
     wire::put_host16(udp->sport, next_sport(vsd));
-    wire::put_be16(udp->dport, load_relaxed(vsd->udp_port));
-    wire::put_be16(udp->len, static_cast<uint16_t>(buff->len));
-    wire::put_be16(udp->csum, 0);
+    ef_put_be16(udp->dport, load_relaxed(vsd->udp_port));
+    ef_put_be16(udp->len, static_cast<uint16_t>(buff->len));
+    ef_put_be16(udp->csum, 0);
     const bool v4 = tnl->family == VXLAN_EF_AF_INET;
     const uint16_t csum = v4 ? udp_checksum_v4(tnl->sip, tnl->dip, p, buff->len)
                              : udp_checksum_v6(tnl->sip, tnl->dip, p, buff->len);
-    wire::put_be16(udp->csum, csum);
+    ef_put_be16(udp->csum, csum);
     return true;
 }
 
@@ -121,15 +119,15 @@ bool push_ipv4(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t
     auto *ip = reinterpret_cast<wire::Ipv4Hdr *>(p);
     ip->ver_ihl = 0x45;
     ip->tos = tos;
-    wire::put_be16(ip->total_len, static_cast<uint16_t>(buff->len));
-    wire::put_be16(ip->id, next_ipv4_id(vsd));
-    wire::put_be16(ip->frag, kDontFragment);
+    ef_put_be16(ip->total_len, static_cast<uint16_t>(buff->len));
+    ef_put_be16(ip->id, next_ipv4_id(vsd));
+    ef_put_be16(ip->frag, kDontFragment);
     ip->ttl = kTtl;
     ip->proto = wire::kIpProtoUdp;
-    wire::put_be16(ip->csum, 0);
+    ef_put_be16(ip->csum, 0);
     std::memcpy(ip->src, tnl->sip, sizeof ip->src);
     std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
-    wire::put_be16(ip->csum, ipv4_header_checksum(p));
+    ef_put_be16(ip->csum, ipv4_header_checksum(p));
     return true;
 }
 
@@ -142,8 +140,8 @@ bool push_ipv6(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos)
         return false;
     }
     auto *ip = reinterpret_cast<wire::Ipv6Hdr *>(p);
-    wire::put_be32(ip->ver_tc_flow, 6u << 28 | static_cast<uint32_t>(tos) << 20);
-    wire::put_be16(ip->payload_len, static_cast<uint16_t>(buff->len - sizeof(wire::Ipv6Hdr)));
+    ef_put_be32(ip->ver_tc_flow, 6u << 28 | static_cast<uint32_t>(tos) << 20);
+    ef_put_be16(ip->payload_len, static_cast<uint16_t>(buff->len - sizeof(wire::Ipv6Hdr)));
     ip->next_hdr = wire::kIpProtoUdp;
     ip->hop_limit = kHopLimit;
     std::memcpy(ip->src, tnl->sip, sizeof ip->src);
@@ -157,7 +155,7 @@ void rewrite_metadata(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, bool v4, uin
 {
     buff->flags &= ~kFlagsCleared;
     buff->flags |= kFlagsSet;
-    if (mode == kEncapModeClearNotFwd)
+    if (mode == VXLAN_EF_ENCAP_MODE_CLEAR_NOT_FWD)
         buff->flags &= ~EFMP_F_BRG_NOT_FWD;
     buff->l3_src_intf = load_relaxed(vsd->intf_slot_other);
     buff->l3_word1 = 0;
@@ -166,10 +164,10 @@ void rewrite_metadata(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, bool v4, uin
     buff->l3_off = buff->data_off;
     buff->l4_off = 0;
     buff->module_code = 0;
-    buff->pkt_type = v4 ? kPktTypeIpv4 : kPktTypeIpv6;
+    buff->pkt_type = v4 ? EFMP_PKT_IPV4 : EFMP_PKT_IPV6;
     buff->outer_family = v4 ? kOuterFamilyV4 : kOuterFamilyV6;
     buff->pid = vsd->user_pid;
-    buff->vni_tag[1] = buff->vni_tag[2] = buff->vni_tag[3] = 0;
+    efmp_buff_set_vni(buff, 0);
 }
 
 }  // namespace
@@ -186,7 +184,7 @@ uint16_t udp_checksum_v6(const uint8_t *sip, const uint8_t *dip, const uint8_t *
 
 uint16_t ipv4_header_checksum(const uint8_t *hdr)
 {
-    return static_cast<uint16_t>(~csum::sum(hdr, sizeof(wire::Ipv4Hdr)));
+    return static_cast<uint16_t>(~ef_csum_sum(hdr, sizeof(wire::Ipv4Hdr)));
 }
 
 }  // namespace vxlan_ef

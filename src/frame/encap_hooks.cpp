@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr uint32_t kModeService = 1;
-constexpr uint32_t kModeDriver = 2;
 constexpr uint32_t kEncapValue = 1;
 
 // The hook an interface takes, or nullptr for an interface without one.
@@ -23,12 +21,12 @@ efmp_encap_fn hook_of(const lsm_intfcb_t *intf)
 
 int vxlan_ef_encap_service(efmp_buff_t *buff)
 {
-    return static_cast<int>(vxlan_ef_encap_frame(buff, kModeService));
+    return static_cast<int>(vxlan_ef_encap_frame(buff, VXLAN_EF_ENCAP_MODE_SERVICE));
 }
 
 int vxlan_ef_encap_driver(efmp_buff_t *buff, lsm_intfcb_t *)
 {
-    return static_cast<int>(vxlan_ef_encap_frame(buff, kModeDriver));
+    return static_cast<int>(vxlan_ef_encap_frame(buff, VXLAN_EF_ENCAP_MODE_TUNNEL));
 }
 
 int vxlan_ef_subif_encap_driver(efmp_buff_t *buff, lsm_intfcb_t *)

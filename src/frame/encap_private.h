@@ -33,11 +33,6 @@ VXLAN_EF_API bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd
 
 namespace vxlan_ef {
 
-// Encapsulation modes: flooding and router-MAC forwarding pass kEncapModeFlood;
-// kEncapModeClearNotFwd also clears the bridge's not-forward mark.
-constexpr uint32_t kEncapModeFlood = 2;
-constexpr uint32_t kEncapModeClearNotFwd = 4;
-
 // Payload limits of a tunnel without its own MTU, and what a tunnel MTU loses
 // to the outer headers.
 constexpr uint16_t kDefaultLimitV4 = 1450;
@@ -45,19 +40,12 @@ constexpr uint16_t kDefaultLimitV6 = 1430;
 constexpr uint16_t kOverheadV4 = 50;
 constexpr uint16_t kOverheadV6 = 70;
 
-// Reason given to the platform when an encapsulated chain is freed.
-constexpr int kEncapFreeReason = -98;
-
 // Internet checksums of the outer headers, computed over the bytes in place.
 uint16_t udp_checksum_v4(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp,
                          uint32_t len);
 uint16_t udp_checksum_v6(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp,
                          uint32_t len);
 uint16_t ipv4_header_checksum(const uint8_t *hdr);
-
-// The VLAN id bits of the buffer's tag word (network order read in host
-// order): encapsulation clears them, sub-interface tagging replaces them.
-constexpr uint32_t kVlanKeepMask = 0x00F0FFFFu;
 
 // Copies what the packet needs of an adjacency; the caller holds the lock.
 void fill_tnl_addr(vxlan_ef_tnl_addr_t *tnl, const vxlan_ef_adj_t *adj, uint32_t vni);
@@ -78,13 +66,6 @@ inline bool is_l2_subif(const lsm_intfcb_t *intf)
     const bool eth = (intf->type >= kIfTypeEthFirst && intf->type <= kIfTypeEthLast) ||
                      intf->type == kIfTypeRoutedPort;
     return eth && intf->subif_mode == kSubifModeL2 && intf->parent_ifx != 0;
-}
-
-// The 24-bit VNI held in bytes 1..3 of the buffer's VNI tag.
-inline uint32_t buff_vni(const efmp_buff_t *buff)
-{
-    return static_cast<uint32_t>(buff->vni_tag[1]) << 16 |
-           static_cast<uint32_t>(buff->vni_tag[2]) << 8 | buff->vni_tag[3];
 }
 
 }  // namespace vxlan_ef

@@ -120,7 +120,7 @@ int vxlan_ef_vni_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
                        static_cast<void *>(buff));
         return EF_Broadcast;
     }
-    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni_of(buff));
+    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, efmp_buff_vni(buff));
     if (entry == nullptr)
         return EF_Drop;
     const lsm_intfcb_t *src = buff->src_intf;

@@ -45,14 +45,14 @@ void vxlan_ef_bcast_send(efmp_buff_t *copy, vxlan_ef_vsd_t *vsd, uint32_t count,
                        "VXLAN-EF-FORWARD: [vsd %d %s] Needn't to %s broadcast.\n", kind);
         efmp_mcast_free_nodes(copy->mcast_nodes);
         copy->mcast_nodes = nullptr;
-        efmp_buff_free_sw_user(kCopyReason, copy);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, copy);
         return;
     }
     VXLAN_EF_TRACE(copy, TraceGate::Forward, "VXLAN-EF-FORWARD: [vsd %d %s] Broadcast %s now.\n",
                    kind);
     copy->flags |= EFMP_F_BCAST_COPY;
     copy->priv_flags |= EFMP_PF_BCAST_COPY;
-    const uint32_t vni = vni_of(copy);
+    const uint32_t vni = efmp_buff_vni(copy);
     // Once accepted the copy belongs to the engine: its last line is decided first.
     const bool traced = vxlan_ef::trace_admit(copy, TraceGate::Forward);
     if (efmp_bcast_proc(copy, 0) == 1) {
@@ -62,7 +62,7 @@ void vxlan_ef_bcast_send(efmp_buff_t *copy, vxlan_ef_vsd_t *vsd, uint32_t count,
                                static_cast<void *>(copy), vni, kind);
         efmp_mcast_free_nodes(copy->mcast_nodes);
         copy->mcast_nodes = nullptr;
-        efmp_buff_free_sw_user(kCopyReason, copy);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, copy);
         return;
     }
     VXLAN_EF_TRACE_DECIDED(traced, "vxlan_ef_bcast_send",

@@ -74,11 +74,11 @@ int forward_to_set_destination(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t 
     if (vxlan_ef::load_relaxed(g_vxlan_ef_master.l2vni_mapping)) {
         ReadLock lock(vsd);
         if (uint32_t mapped = mapped_vni(vxlan_ef_entry_get(vsd, vni)))
-            or_vni(buff, mapped);
+            efmp_buff_or_vni(buff, mapped);
     }
     // Encapsulation may consume the buffer: its last line is decided first.
     const bool traced = vxlan_ef::trace_admit(buff, TraceGate::Forward);
-    const int r = static_cast<int>(vxlan_ef_encap_frame(buff, kEncapMode));
+    const int r = static_cast<int>(vxlan_ef_encap_frame(buff, VXLAN_EF_ENCAP_MODE_TUNNEL));
     VXLAN_EF_TRACE_DECIDED(traced, "vxlan_ef_forward",
                            "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, vxlan encap return: %s.\n",
                            static_cast<void *>(buff), result_name(r));
@@ -111,9 +111,9 @@ void flood_mapped_copy(const efmp_buff_t *buff, uint32_t mapped, Flood flood)
     efmp_buff_t *copy = copy_frame(buff);
     if (copy == nullptr)
         return;
-    set_vni(copy, mapped);
+    efmp_buff_set_vni(copy, mapped);
     flood(copy);
-    efmp_buff_free_sw_user(kCopyReason, copy);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, copy);
 }
 
 // Broadcast and other group destinations: flooded in the frame's VNI (and in
@@ -136,7 +136,7 @@ int forward_unicast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const uint8_t *dmac,
     if (r == EF_Broadcast && mapped != 0) {
         const int r2 = vxlan_ef_ucast(buff, dmac, mapped, vsd);
         if (r2 != EF_Broadcast) {
-            or_vni(buff, mapped);
+            efmp_buff_or_vni(buff, mapped);
             return r2;
         }
         flood_mapped_copy(buff, mapped,
@@ -302,8 +302,8 @@ int vxlan_ef_forward(efmp_buff_t *buff)
 {
     if (buff == nullptr || buff->src_intf == nullptr)
         return EF_Drop;
-    buff->vlan_tag &= ~kVlanVsdBits;
-    const uint32_t vni = vni_of(buff);
+    clear_tag_vsd(buff);
+    const uint32_t vni = efmp_buff_vni(buff);
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (vsd == nullptr)
         return EF_Drop;

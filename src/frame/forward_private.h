@@ -1,9 +1,7 @@
 // Private declarations of the bridge forwarding decision, the unicast branch
-// and flooding: buffer helpers (VNI word, VLAN field, frame copy), the ARP and
-// ND tests behind suppression and the result names.
+// and flooding: buffer helpers (VNI word, VLAN field, instance bits, frame
+// copy), the ARP and ND tests behind suppression and the result names.
 #pragma once
-
-#include <arpa/inet.h>
 
 #include <array>
 #include <cstdint>
@@ -19,23 +17,8 @@ namespace vxlan_ef::fwd {
 // itself rather than a port of a VLAN.
 constexpr uint32_t kIntfTypeLocal = 34;
 
-// Accounting reason of every copy made here.
-constexpr int kCopyReason = -98;
-
-// Packet types of the buffer.
-constexpr uint8_t kPktTypeArp = 2;
-constexpr uint8_t kPktTypeIpv6 = 27;
-
 // Buffer flag bits cleared on a copy.
 constexpr uint64_t kCopyClearFlags = 0x3;
-// The VSD bits the parser keeps in the top nibble of the tag word's low byte.
-constexpr uint32_t kVlanVsdBits = 0x000000F0u;
-// VLAN field bits kept when a VLAN id is written, and by tunnel flooding.
-constexpr uint32_t kVlanKeepMask = 0x00F0FFFFu;
-constexpr uint32_t kVlanKeepTunnel = 0x00F0FF0Fu;
-
-// Encapsulation mode of the forwarding decision and of tunnel flooding.
-constexpr uint32_t kEncapMode = 2;
 
 // Engine and module codes of a sub-interface copy.
 constexpr uint8_t kSubifEngine = 1;
@@ -50,34 +33,15 @@ inline const char *result_name(int code)
                                                                               : "UNKNOWN";
 }
 
-// The 24-bit VNI of the VNI word (its first byte is not part of it).
-inline uint32_t vni_of(const efmp_buff_t *buff)
-{
-    return static_cast<uint32_t>(buff->vni_tag[1]) << 16 |
-           static_cast<uint32_t>(buff->vni_tag[2]) << 8 | buff->vni_tag[3];
-}
-
-inline void set_vni(efmp_buff_t *buff, uint32_t vni)
-{
-    buff->vni_tag[1] = static_cast<uint8_t>(vni >> 16);
-    buff->vni_tag[2] = static_cast<uint8_t>(vni >> 8);
-    buff->vni_tag[3] = static_cast<uint8_t>(vni);
-}
-
-inline void or_vni(efmp_buff_t *buff, uint32_t vni)
-{
-    buff->vni_tag[1] |= static_cast<uint8_t>(vni >> 16);
-    buff->vni_tag[2] |= static_cast<uint8_t>(vni >> 8);
-    buff->vni_tag[3] |= static_cast<uint8_t>(vni);
-}
-
 // Keeps only the flag byte of the VNI word.
-inline void clear_vni(efmp_buff_t *buff) { set_vni(buff, 0); }
+inline void clear_vni(efmp_buff_t *buff) { efmp_buff_set_vni(buff, 0); }
 
-// The tag word is in network order: the VLAN id lands in its last 12 bits.
-inline void set_vlan_id(efmp_buff_t *buff, uint16_t vid)
+inline void set_vlan_id(efmp_buff_t *buff, uint16_t vid) { efmp_buff_set_tag_vid(buff, vid); }
+
+// Takes the parser's instance bits out of the tag word.
+inline void clear_tag_vsd(efmp_buff_t *buff)
 {
-    buff->vlan_tag = (buff->vlan_tag & kVlanKeepMask) | htonl(vid & 0xFFFu);
+    efmp_buff_set_tag_word(buff, efmp_buff_tag_word(buff) & ~EFMP_TAG_VSD_MASK);
 }
 
 inline uint8_t *frame_start(const efmp_buff_t *buff) { return buff->head + buff->data_off; }
@@ -96,7 +60,7 @@ inline bool is_tunnel(const lsm_intfcb_t *intf)
 }
 
 inline bool is_local(const efmp_buff_t *buff) { return (buff->flags & EFMP_F_LOCAL) != 0; }
-inline bool is_arp(const efmp_buff_t *buff) { return buff->pkt_type == kPktTypeArp; }
+inline bool is_arp(const efmp_buff_t *buff) { return buff->pkt_type == EFMP_PKT_ARP; }
 
 // An IPv6 neighbour-discovery message: ICMPv6 (next header 58 right after the
 // fixed header) of type 133 (router solicitation) to 137 (redirect).

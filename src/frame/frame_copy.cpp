@@ -24,7 +24,7 @@ uint16_t rebase(uint16_t off, const efmp_buff_t *from, const efmp_buff_t *to)
 
 bool is_nd(const efmp_buff_t *buff)
 {
-    if (buff->pkt_type != kPktTypeIpv6 || buff->head == nullptr || buff->l3_off < buff->data_off)
+    if (buff->pkt_type != EFMP_PKT_IPV6 || buff->head == nullptr || buff->l3_off < buff->data_off)
         return false;
     const uint32_t l3 = buff->l3_off - buff->data_off;
     if (l3 + kIpv6HeaderLen + 1 > buff->len)
@@ -36,7 +36,7 @@ bool is_nd(const efmp_buff_t *buff)
 
 efmp_buff_t *copy_frame(const efmp_buff_t *src)
 {
-    efmp_buff_t *copy = efmp_buff_alloc_sw_user(kCopyReason, src->len);
+    efmp_buff_t *copy = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, src->len);
     if (copy == nullptr)
         return nullptr;
     copy->src_intf = src->src_intf;

@@ -36,27 +36,29 @@ inline efmp_handler_fn service_handler(Fn *fn)
 
 // The eight services in start-up order, each with its real handler.
 inline const std::array<ServiceRow, 8> kServices{{
-    {0, service_handler(vxlan_ef_parser_service), VXLAN_EF_F_SERV_PARSER,
+    {EFMP_VXLAN_SERV_PARSER, service_handler(vxlan_ef_parser_service), VXLAN_EF_F_SERV_PARSER,
      "register vxlan parser service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_parser_service failed.\n"},
-    {1, service_handler(vxlan_ef_encap_service), VXLAN_EF_F_SERV_ENCAP,
+    {EFMP_VXLAN_SERV_ENCAP, service_handler(vxlan_ef_encap_service), VXLAN_EF_F_SERV_ENCAP,
      "register vxlan parser service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_encap_service failed.\n"},
-    {2, service_handler(vxlan_ef_forward), VXLAN_EF_F_SERV_FORWARD, "register vxlan forward failed.\n",
+    {EFMP_VXLAN_SERV_FORWARD, service_handler(vxlan_ef_forward), VXLAN_EF_F_SERV_FORWARD,
+     "register vxlan forward failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_forward_service failed.\n"},
-    {3, service_handler(vxlan_ef_overlayrouter_get), VXLAN_EF_F_SERV_GET_OR,
+    {EFMP_VXLAN_SERV_GET_VNI_INTFCB, service_handler(vxlan_ef_overlayrouter_get), VXLAN_EF_F_SERV_GET_OR,
      "register vxlan get overlayrouter interface failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_get_vni_intfcb_service failed.\n"},
-    {4, service_handler(vxlan_ef_vni_get), VXLAN_EF_F_SERV_GET_VNI,
+    {EFMP_VXLAN_SERV_GET_INTFCB_VNI, service_handler(vxlan_ef_vni_get), VXLAN_EF_F_SERV_GET_VNI,
      "register vxlan get overlayrouter interface failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_get_intfcb_vni_service failed.\n"},
-    {5, service_handler(vxlan_ef_router_mac_forward), VXLAN_EF_F_ROUTER_MAC_FWD,
+    {EFMP_VXLAN_SERV_ROUTER_MAC_FORWARD, service_handler(vxlan_ef_router_mac_forward),
+     VXLAN_EF_F_ROUTER_MAC_FWD,
      "register vxlan router's mac service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_router_mac_forward_service failed.\n"},
-    {6, service_handler(vxlan_ef_bcast_pkt_encap), VXLAN_EF_F_BCAST_PKT_ENCAP,
+    {EFMP_VXLAN_SERV_BCAST_PKT_ENCAP, service_handler(vxlan_ef_bcast_pkt_encap), VXLAN_EF_F_BCAST_PKT_ENCAP,
      "register vxlan broadcast packet encap service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_bcast_pkt_encap_service failed.\n"},
-    {7, service_handler(vxlan_ef_or_no_icmp_service), VXLAN_EF_F_SERV_OR_NO_ICMP,
+    {EFMP_VXLAN_SERV_OR_NO_ICMP, service_handler(vxlan_ef_or_no_icmp_service), VXLAN_EF_F_SERV_OR_NO_ICMP,
      "register vxlan overlayrouter no icmp service failed.\n",
      "VXLAN-EF-ERR: vxlan_ef_reg_or_no_icmp_service failed.\n"},
 }};
@@ -132,7 +134,6 @@ inline const PacketHooks kPacketHooks{
     vxlan_ef_reg_tunnel_efmp_parser};
 
 constexpr uint32_t kEthParserArg = 0;
-constexpr uint32_t kEthParserSlot = 5;
 constexpr uint32_t kTunnelParserValue = 1;
 
 // Attaches the Ethernet-level parser to a parser interface: -1 for no
@@ -144,7 +145,7 @@ inline int attach_eth_parser(lsm_intfcb_t *intf, ef_eth_parser_fn parser)
     if (!vxlan_ef_is_intf_parser(intf))
         return 0;
     if (ef_eth_reg_parser(intf->ifindex, reinterpret_cast<void *>(parser), kEthParserArg,
-                          kEthParserSlot) != 0) {
+                          EF_ETH_PARSER_SLOT_VXLAN) != 0) {
         VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, "vxlan_ef_reg_intf_parser",
                         "VXLAN-EF-ERR: [vsd %d %s] ef_eth_reg_parser error!\n");
         return -1;
@@ -158,7 +159,7 @@ inline int detach_eth_parser(lsm_intfcb_t *intf)
         return -1;
     if (!vxlan_ef_is_intf_parser(intf))
         return 0;
-    ef_eth_dereg_parser(intf->ifindex, kEthParserSlot);
+    ef_eth_dereg_parser(intf->ifindex, EF_ETH_PARSER_SLOT_VXLAN);
     return 0;
 }
 

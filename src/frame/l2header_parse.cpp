@@ -34,10 +34,10 @@ bool tagged(efmp_buff_t *buff)
 {
     const uint32_t need = kEthLen + kTagLen;
     return buff->len >= need && stored_bytes(buff) >= need &&
-           wire::get_be16(frame_of(buff) + kTypeOff) == wire::kEthTypeVlan;
+           ef_get_be16(frame_of(buff) + kTypeOff) == wire::kEthTypeVlan;
 }
 
-uint16_t tag_tci(efmp_buff_t *buff) { return wire::get_be16(frame_of(buff) + kTypeOff + 2); }
+uint16_t tag_tci(efmp_buff_t *buff) { return ef_get_be16(frame_of(buff) + kTypeOff + 2); }
 
 // One classification rule: every given condition must hold.
 struct ClassRule {
@@ -66,9 +66,9 @@ constexpr ClassRule both_rule(uint16_t type, Mac dst, uint8_t pkt_type)
 
 // First match wins.
 constexpr std::array<ClassRule, 18> kClassRules{{
-    type_rule(0x0800, 1),
-    type_rule(0x0806, 2),
-    type_rule(0x86DD, 27),
+    type_rule(wire::kEthTypeIpv4, EFMP_PKT_IPV4),
+    type_rule(wire::kEthTypeArp, EFMP_PKT_ARP),
+    type_rule(wire::kEthTypeIpv6, EFMP_PKT_IPV6),
     type_rule(0xBB01, 39),
     type_rule(0x8847, 29),
     type_rule(0x8809, 42),
@@ -101,10 +101,10 @@ FrameKey frame_key(efmp_buff_t *buff)
     if (len >= key.dst.size())
         std::memcpy(key.dst.data(), frame, key.dst.size());
     if (len >= kEthLen)
-        key.type = wire::get_be16(frame + kTypeOff);
+        key.type = ef_get_be16(frame + kTypeOff);
     if (len >= kSnapTypeOff + 2 && frame[kEthLen] == kLlcSnap && frame[kEthLen + 1] == kLlcSnap) {
         key.snap = true;
-        key.type = wire::get_be16(frame + kSnapTypeOff);
+        key.type = ef_get_be16(frame + kSnapTypeOff);
     }
     return key;
 }
@@ -119,7 +119,7 @@ bool matches(const ClassRule &rule, const FrameKey &key)
 void trace_l2header(efmp_buff_t *buff, const RemovedTags &tags)
 {
     const char *name = buff->src_intf->name;
-    const uint16_t vid = tag_vid(buff);
+    const uint16_t vid = efmp_buff_tag_vid(buff);
     if (vid == 0) {
         VXLAN_EF_TRACE_AS(buff, TraceGate::Parser, "vxlan_ef_pkt_l2header_parse",
                           "VXLAN-EF-PARSER: [vsd %d %s] pkt %p, Faild to get VLAN, intf %s\n",
@@ -134,9 +134,9 @@ void trace_l2header(efmp_buff_t *buff, const RemovedTags &tags)
                       "%02x%02x.%02x%02x.%02x%02x dmac: %02x%02x.%02x%02x.%02x%02x, O_VID %d, "
                       "I_VID %d, O_Pri %d, I_Pri %d, eth-type %d.\n",
                       static_cast<void *>(buff), name, f[6], f[7], f[8], f[9], f[10], f[11], f[0],
-                      f[1], f[2], f[3], f[4], f[5], vid, tags.inner_tci & kTagVidMask,
+                      f[1], f[2], f[3], f[4], f[5], vid, tags.inner_tci & EFMP_TAG_VID_MASK,
                       tags.outer_tci >> kTciPriShift, tags.inner_tci >> kTciPriShift,
-                      wire::get_be16(f + kTypeOff));
+                      ef_get_be16(f + kTypeOff));
 }
 
 }  // namespace
@@ -146,7 +146,8 @@ RemovedTags remove_tags(efmp_buff_t *buff)
     RemovedTags tags{};
     if (tagged(buff)) {
         tags.outer_tci = tag_tci(buff);
-        set_tag_word(buff, (tag_word(buff) & ~kTagTciMask) | tags.outer_tci);
+        const uint32_t word = efmp_buff_tag_word(buff) & ~EFMP_TAG_TCI_MASK;
+        efmp_buff_set_tag_word(buff, word | tags.outer_tci);
         drop_tag(buff);
         if (tagged(buff)) {
             tags.inner_tci = tag_tci(buff);

@@ -5,7 +5,6 @@
 using vxlan_ef::TraceGate;
 
 namespace {
-constexpr int kFreeReason = -98;
 }  // namespace
 
 int vxlan_ef_skip_fw(efmp_buff_t *first, efmp_buff_t *last, uint32_t count, const char *func)
@@ -40,6 +39,6 @@ int vxlan_ef_skip_fw(efmp_buff_t *first, efmp_buff_t *last, uint32_t count, cons
         printk_syslog_ext(7, "UNKNOW_MODULE", "DEBUG", 2,
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_vxlan_skip_fw failed.(Drop it!)\n",
                           g_vxlan_vsd->id, func);
-    efmp_buff_chain_free_sw_user(kFreeReason, first, 0, count);
+    efmp_buff_chain_free_sw_user(EFMP_REASON_SW_USER, first, 0, count);
     return EF_Lost;
 }

@@ -44,7 +44,7 @@ void dump_addresses(const uint8_t *frame, uint32_t len)
     using namespace vxlan_ef::wire;
     if (len < sizeof(EthHdr))
         return;
-    const uint16_t type = get_be16(frame + 12);
+    const uint16_t type = ef_get_be16(frame + 12);
     const uint8_t *ip = frame + sizeof(EthHdr);
     char src[INET6_ADDRSTRLEN] = "-";
     char dst[INET6_ADDRSTRLEN] = "-";
@@ -74,18 +74,17 @@ void vxlan_ef_pkt_dump(efmp_buff_t *buff, const char *position)
 {
     if (buff == nullptr)
         return;
-    const uint32_t tag = ntohl(buff->vlan_tag);
+    const uint32_t tag = efmp_buff_tag_word(buff);
     const uint8_t *data = buff->head + buff->data_off;
     DUMP_LINE("\n******** VXLAN EF Packet %p Dump ********\n", static_cast<void *>(buff));
     DUMP_LINE("Packet position: %s\n", position);
     DUMP_LINE("Packet len     : %d, l2_len: %d\n", static_cast<int>(buff->len), buff->l2_len);
     DUMP_LINE("Packet offset  : l2_offset: %d, ip_offset: %d\n", buff->data_off, buff->l3_off);
-    DUMP_LINE("Packet VSD     : %d\n", static_cast<int>(tag >> 28));
+    DUMP_LINE("Packet VSD     : %d\n", static_cast<int>(tag >> EFMP_TAG_VSD_SHIFT));
     DUMP_LINE("Packet vrf     : %d\n", buff->vrf);
-    DUMP_LINE("Packet VID     : %d\n", static_cast<int>(tag & 0xFFF));
-    const uint8_t *vni = buff->vni_tag;
-    DUMP_LINE("Packet vni     : %u (flags 0x%x)\n",
-              static_cast<unsigned>(vni[1] << 16 | vni[2] << 8 | vni[3]), vni[0]);
+    DUMP_LINE("Packet VID     : %d\n", static_cast<int>(tag & EFMP_TAG_VID_MASK));
+    DUMP_LINE("Packet vni     : %u (flags 0x%x)\n", static_cast<unsigned>(efmp_buff_vni(buff)),
+              buff->vni_tag[0]);
     DUMP_LINE("Packet pid     : %u \n", buff->pid);
     DUMP_LINE("Packet flags   : 0x%x, priv_flags: 0x%x\n", static_cast<unsigned>(buff->flags),
               static_cast<unsigned>(buff->priv_flags));

@@ -1,6 +1,6 @@
-// Private declarations of the receive parser: the buffer words it reads and
-// writes (outer tag word, VNI word), the 802.1Q tag removal shared by the
-// local access path and the tunnel parser, and the VXLAN decapsulation step.
+// Private declarations of the receive parser: the instance bits it keeps in
+// the outer tag word, the 802.1Q tag removal shared by the local access path
+// and the tunnel parser, and the VXLAN decapsulation step.
 #pragma once
 
 #include <cstdint>
@@ -12,17 +12,11 @@
 
 namespace vxlan_ef {
 
-// ---- buffer words (inline) ----
+// ---- buffer helpers (inline) ----
 
-// Bits of the outer tag word read as a big-endian number: the tag control
-// word in the low 16 bits, the instance id in the top four.
-constexpr uint32_t kTagVidMask = 0x0FFF;
-constexpr uint32_t kTagTciMask = 0xFFFF;
-constexpr uint32_t kTagVsdShift = 28;
-constexpr uint32_t kTagVsdMask = 0xF0000000u;
+// The top of a VLAN id's range; the 802.1Q priority bits of a tag control word.
 constexpr uint32_t kTciPriShift = 13;
 constexpr uint16_t kVidMax = 4094;
-constexpr uint32_t kVniMask = 0xFFFFFF;
 
 inline uint8_t *frame_of(efmp_buff_t *buff) { return buff->head + buff->data_off; }
 
@@ -34,43 +28,11 @@ inline uint32_t stored_bytes(const efmp_buff_t *buff)
     return buff->size - buff->data_off;
 }
 
-inline uint32_t tag_word(const efmp_buff_t *buff)
-{
-    return wire::get_be32(reinterpret_cast<const uint8_t *>(&buff->vlan_tag));
-}
-
-inline void set_tag_word(efmp_buff_t *buff, uint32_t word)
-{
-    wire::put_be32(reinterpret_cast<uint8_t *>(&buff->vlan_tag), word);
-}
-
-inline uint16_t tag_vid(const efmp_buff_t *buff)
-{
-    return static_cast<uint16_t>(tag_word(buff) & kTagVidMask);
-}
-
-inline void set_tag_vid(efmp_buff_t *buff, uint16_t vid)
-{
-    set_tag_word(buff, (tag_word(buff) & ~kTagVidMask) | (vid & kTagVidMask));
-}
-
+// The instance that parsed the frame rides in the top of the outer tag word.
 inline void set_tag_vsd(efmp_buff_t *buff, int32_t vsd_id)
 {
-    const uint32_t id = static_cast<uint32_t>(vsd_id) << kTagVsdShift;
-    set_tag_word(buff, (tag_word(buff) & ~kTagVsdMask) | id);
-}
-
-inline uint32_t buff_vni(const efmp_buff_t *buff)
-{
-    return wire::get_be32(buff->vni_tag) & kVniMask;
-}
-
-// The first byte of the VNI word is another's: only the VNI bytes are OR-ed.
-inline void or_buff_vni(efmp_buff_t *buff, uint32_t vni)
-{
-    buff->vni_tag[1] |= static_cast<uint8_t>(vni >> 16);
-    buff->vni_tag[2] |= static_cast<uint8_t>(vni >> 8);
-    buff->vni_tag[3] |= static_cast<uint8_t>(vni);
+    const uint32_t id = static_cast<uint32_t>(vsd_id) << EFMP_TAG_VSD_SHIFT;
+    efmp_buff_set_tag_word(buff, (efmp_buff_tag_word(buff) & ~EFMP_TAG_VSD_MASK) | id);
 }
 
 // ---- l2header_parse.cpp ----

@@ -42,7 +42,7 @@ bool skipped(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
 // The frame's VLAN: its outer tag's, else the receiving port's VLAN.
 uint16_t access_vid(efmp_buff_t *buff)
 {
-    uint16_t vid = tag_vid(buff);
+    uint16_t vid = efmp_buff_tag_vid(buff);
     auto pvid_get = reinterpret_cast<ef_bridge_intf_pvid_get_fn>(load_relaxed(vxlan_ef_bridge_intf_pvid_get));
     if (vid != 0 || pvid_get == nullptr)
         return vid;
@@ -52,7 +52,7 @@ uint16_t access_vid(efmp_buff_t *buff)
                  "VXLAN-EF-PARSER: [vsd %d %s] VID of pkt: %p is zero, get the PVID: %d of "
                  "IFX: %u\n",
                  static_cast<void *>(buff), pvid, buff->src_intf->ifindex);
-    return pvid & kTagVidMask;
+    return pvid & EFMP_TAG_VID_MASK;
 }
 
 uint32_t subif_key(const lsm_intfcb_t *intf)
@@ -89,7 +89,7 @@ bool port_in_vlan(efmp_buff_t *buff, uint16_t vid)
 // makes the sub-interface the receiving interface; learns the source MAC.
 void bind_vni(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint16_t vid, uint16_t inner_vid)
 {
-    set_tag_vid(buff, vid);
+    efmp_buff_set_tag_vid(buff, vid);
     uint32_t vni = mapped_vni(vsd, vid);
     lsm_intfcb_t *subif = nullptr;
     bool found = false;
@@ -100,7 +100,7 @@ void bind_vni(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint16_t vid, uint16_t inn
             return;
         vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
         if (entry != nullptr) {
-            or_buff_vni(buff, entry->vni);
+            efmp_buff_or_vni(buff, entry->vni);
             vni = entry->vni;
             found = true;
         } else {
@@ -123,11 +123,11 @@ void bind_vni(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint16_t vid, uint16_t inn
 // A frame that is not VXLAN for this module.
 int local_access(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
 {
-    set_tag_vid(buff, 0);
+    efmp_buff_set_tag_vid(buff, 0);
     const RemovedTags tags = remove_tags(buff);
     const uint16_t vid = access_vid(buff);
     if (vid != 0) {
-        bind_vni(buff, vsd, vid, tags.inner_tci & kTagVidMask);
+        bind_vni(buff, vsd, vid, tags.inner_tci & EFMP_TAG_VID_MASK);
     } else {
         PARSER_TRACE(buff,
                      "VXLAN-EF-PARSER: [vsd %d %s] pkt: %p vsd decap is disable, pkt buff VID is "

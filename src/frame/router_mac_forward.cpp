@@ -14,8 +14,6 @@ namespace wire = vxlan_ef::wire;
 namespace {
 
 constexpr const char *kFunc = "vxlan_ef_router_mac_forward";
-constexpr uint8_t kPktTypeIpv4 = 1;
-constexpr uint8_t kPktTypeIpv6 = 27;
 constexpr uint32_t kEthHeader = sizeof(wire::EthHdr);
 constexpr size_t kAddrText = 46;
 
@@ -76,18 +74,11 @@ bool write_eth_header(efmp_buff_t *buff, const lsm_intfcb_t *dst, const uint8_t 
     std::memset(eth, 0, kEthHeader);
     std::memcpy(eth->dst, mac, sizeof eth->dst);
     std::memcpy(eth->src, dst->mac, sizeof eth->src);
-    wire::put_be16(eth->type,
-                   buff->pkt_type == kPktTypeIpv4 ? wire::kEthTypeIpv4 : wire::kEthTypeIpv6);
+    ef_put_be16(eth->type,
+                   buff->pkt_type == EFMP_PKT_IPV4 ? wire::kEthTypeIpv4 : wire::kEthTypeIpv6);
     buff->l4_off = 0;
     buff->vxlan_mtu = static_cast<uint16_t>(dst->mtu);
     return true;
-}
-
-void set_buff_vni(efmp_buff_t *buff, uint32_t vni)
-{
-    buff->vni_tag[1] = static_cast<uint8_t>(vni >> 16);
-    buff->vni_tag[2] = static_cast<uint8_t>(vni >> 8);
-    buff->vni_tag[3] = static_cast<uint8_t>(vni);
 }
 
 // Finds the tunnel towards the next hop in the interface's L3 VNI; false
@@ -112,7 +103,7 @@ bool find_tunnel(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst
                           static_cast<void *>(buff), router->vni);
         return false;
     }
-    set_buff_vni(buff, router->vni);
+    efmp_buff_set_vni(buff, router->vni);
     const vxlan_ef_adj_t *adj = vxlan_ef_adj_get(vsd, nh, 0, entry);
     if (adj == nullptr)
         return false;
@@ -132,7 +123,7 @@ int vxlan_ef_router_mac_forward(efmp_buff_t *buff, lsm_intfcb_t *dst_intf,
     if (vsd == nullptr)
         return EF_Drop;
     trace_arrival(buff, dst_intf, next_hop, router_mac);
-    if (buff->pkt_type != kPktTypeIpv4 && buff->pkt_type != kPktTypeIpv6) {
+    if (buff->pkt_type != EFMP_PKT_IPV4 && buff->pkt_type != EFMP_PKT_IPV6) {
         VXLAN_EF_TRACE(buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p pktType %u is not ipv4 or ipv6 so "
                        "drop\n",
@@ -150,8 +141,8 @@ int vxlan_ef_router_mac_forward(efmp_buff_t *buff, lsm_intfcb_t *dst_intf,
     vxlan_ef_tnl_addr_t tnl{};
     if (!find_tunnel(buff, vsd, dst_intf, next_hop, &tnl))
         return EF_Drop;
-    buff->vlan_tag &= vxlan_ef::kVlanKeepMask;
-    return vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, vxlan_ef::kEncapModeFlood, kFunc);
+    efmp_buff_set_tag_vid(buff, 0);
+    return vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, VXLAN_EF_ENCAP_MODE_TUNNEL, kFunc);
 }
 
 uint8_t vxlan_ef_or_no_icmp_service(void) { return vxlan_ef::load_relaxed(g_vxlan_ef_master.or_no_icmp); }

@@ -4,6 +4,7 @@
 // store is a single word followed by a store barrier.
 #include <array>
 
+#include "ef_bridge.h"
 #include "frame_private.h"
 
 namespace {
@@ -17,19 +18,19 @@ struct BridgePointer {
 };
 
 constexpr std::array<BridgePointer, 5> kBridgePointers{{
-    {8, &vxlan_ef_bridge_mac_lookup, false,
+    {EF_BRIDGE_SERV_MAC_LOOKUP, &vxlan_ef_bridge_mac_lookup, false,
      "VXLAN-EF-EVENT: [vsd %d %s] GET SERV: vxlan ef bridgre mac lookup function\n",
      "VXLAN-EF-EVENT: [vsd %d %s] LOST SERV: vxlan ef bridgre mac lookup function\n"},
-    {22, &vxlan_ef_bridge_intf_pvid_get, false,
+    {EF_BRIDGE_SERV_INTF_PVID_GET, &vxlan_ef_bridge_intf_pvid_get, false,
      "VXLAN-EF-EVENT: [vsd %d %s] GET SERV: vxlan ef bridgre interface pvid get function\n",
      "VXLAN-EF-EVENT: [vsd %d %s] LOST SERV: vxlan ef bridgre interface pvid get function\n"},
-    {25, &vxlan_ef_l2protocol_pkt_check, false,
+    {EF_BRIDGE_SERV_L2PROTOCOL_CHECK, &vxlan_ef_l2protocol_pkt_check, false,
      "VXLAN-EF-EVENT: [vsd %d %s] GET SERV: vxlan ef l2protocol pkt check get function\n",
      "VXLAN-EF-EVENT: [vsd %d %s] LOST SERV: vxlan ef l2protocol pkt check get function\n"},
-    {4, &vxlan_ef_add_mac_entry, true,
+    {EF_BRIDGE_SERV_ADD_MAC, &vxlan_ef_add_mac_entry, true,
      "VXLAN-EF-EVENT: [vsd %d %s] GET SERV: vxlan ef bridgre mac add function\n",
      "VXLAN-EF-EVENT: [vsd %d %s] LOST SERV: vxlan ef bridgre mac add function\n"},
-    {20, &vxlan_ef_intf_vlan_check, true,
+    {EF_BRIDGE_SERV_INTF_VLAN_CHECK, &vxlan_ef_intf_vlan_check, true,
      "VXLAN-EF-EVENT: [vsd %d %s] GET SERV: vxlan ef bridgre intf vlan check function\n",
      "VXLAN-EF-EVENT: [vsd %d %s] LOST SERV: vxlan ef bridgre intf vlan check function\n"},
 }};

@@ -1,6 +1,5 @@
 // Frames sent to a layer-2 sub-interface leave through its main interface,
 // carrying the sub-interface's outer (and inner) 802.1Q tags.
-#include <arpa/inet.h>
 
 #include "ef_bridge.h"
 #include "encap_private.h"
@@ -14,7 +13,6 @@ namespace wire = vxlan_ef::wire;
 namespace {
 
 constexpr uint32_t kMacBytes = 12;
-constexpr uint16_t kVlanIdMask = 0x0FFF;
 
 // Whether the main interface's PVID makes a singly tagged frame leave
 // untagged. Without the bridge's answer the frame is tagged.
@@ -29,8 +27,8 @@ bool sends_untagged(uint32_t main_ifx, uint16_t svid, uint16_t cvid)
 
 void put_tag(uint8_t *p, uint16_t vid)
 {
-    wire::put_be16(p, wire::kEthTypeVlan);
-    wire::put_be16(p + 2, vid);
+    ef_put_be16(p, wire::kEthTypeVlan);
+    ef_put_be16(p + 2, vid);
 }
 
 }  // namespace
@@ -88,7 +86,7 @@ uint32_t vxlan_ef_subif_encap_frame(efmp_buff_t *buff)
     const uint16_t svid = subif->svid;
     const uint16_t cvid = subif->cvid;
     buff->dst_intf = main_intf;
-    buff->vlan_tag = (buff->vlan_tag & vxlan_ef::kVlanKeepMask) | htonl(svid & kVlanIdMask);
+    efmp_buff_set_tag_vid(buff, svid);
     if (!sends_untagged(main_intf->ifindex, svid, cvid) &&
         !vxlan_ef_pkt_add_vlan_tag(0, buff, svid, cvid))
         return 1;

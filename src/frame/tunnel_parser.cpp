@@ -58,7 +58,7 @@ int vxlan_ef_parser_tunnel_service(efmp_buff_t *buff)
                        static_cast<void *>(buff));
         return EF_Normal;
     }
-    const uint32_t vni = buff_vni(buff);
+    const uint32_t vni = efmp_buff_vni(buff);
     if (vni != 0) {
         switch (admission(buff, vsd, vni)) {
         case Admission::UnknownVni:
@@ -85,7 +85,7 @@ int vxlan_ef_tunnel_parser(efmp_buff_t *buff, uint32_t *result)
         *result = 1;
     if (buff == nullptr)
         return vxlan_ef_parser_tunnel_service(buff);
-    vxlan_ef::set_tag_vid(buff, 0);
+    efmp_buff_set_tag_vid(buff, 0);
     if (buff->src_intf != nullptr && g_vxlan_vsd != nullptr)
         vxlan_ef_pkt_l2header_parse(buff);
     return vxlan_ef_parser_tunnel_service(buff);

@@ -73,7 +73,7 @@ bool header_check(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, VxlanFrame &out)
     const uint32_t stored = stored_bytes(buff);
     if (stored < kEthLen)
         return false;
-    const OuterLayout *layout = outer_layout(buff, wire::get_be16(f + 12));
+    const OuterLayout *layout = outer_layout(buff, ef_get_be16(f + 12));
     if (layout == nullptr || stored < layout->udp_off + kUdpLen + kVxlanLen)
         return false;
     if (f[layout->proto_off] != wire::kIpProtoUdp) {
@@ -81,7 +81,7 @@ bool header_check(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, VxlanFrame &out)
         return false;
     }
     const uint8_t *udp = f + layout->udp_off;
-    const uint16_t dport = wire::get_be16(udp + 2);
+    const uint16_t dport = ef_get_be16(udp + 2);
     const uint16_t our_port = load_relaxed(vsd->udp_port);
     if (dport != our_port) {
         HDR_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: udp-dport %u != %u\n",
@@ -94,7 +94,7 @@ bool header_check(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, VxlanFrame &out)
                   static_cast<void *>(buff), vxlan[0]);
         return false;
     }
-    const uint32_t vni = wire::get_be32(vxlan + 4) >> 8;
+    const uint32_t vni = ef_get_be32(vxlan + 4) >> 8;
     if (vni == 0) {
         HDR_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: vni is error, vni: %u\n",
                   static_cast<void *>(buff), vni);
@@ -127,7 +127,7 @@ void format_addr(const vxlan_ef_ip_addr_t &ip, char (&text)[kAddrBufLen])
 
 bool vid_valid(uint16_t tci)
 {
-    const uint16_t vid = tci & kTagVidMask;
+    const uint16_t vid = tci & EFMP_TAG_VID_MASK;
     return vid >= 1 && vid <= kVidMax;
 }
 
@@ -135,14 +135,14 @@ bool vid_valid(uint16_t tci)
 bool inner_tags_valid(efmp_buff_t *buff)
 {
     const uint8_t *f = frame_of(buff);
-    for (uint32_t at = 12; at + 4 <= buff->len && wire::get_be16(f + at) == wire::kEthTypeVlan;
+    for (uint32_t at = 12; at + 4 <= buff->len && ef_get_be16(f + at) == wire::kEthTypeVlan;
          at += 4) {
-        const uint16_t tci = wire::get_be16(f + at + 2);
+        const uint16_t tci = ef_get_be16(f + at + 2);
         if (!vid_valid(tci)) {
             DECAP_TRACE(buff,
                         "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: the inner tag of the vxlan packet "
                         "is abnormal[vid: %u], drop.\n",
-                        static_cast<void *>(buff), tci & kTagVidMask);
+                        static_cast<void *>(buff), tci & EFMP_TAG_VID_MASK);
             return false;
         }
         if (at > 12)
@@ -154,11 +154,11 @@ bool inner_tags_valid(efmp_buff_t *buff)
 // The inner frame now arrives on the tunnel, in the packet's VNI.
 void mark_decapsulated(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni, lsm_intfcb_t *tunnel)
 {
-    or_buff_vni(buff, vni);
+    efmp_buff_or_vni(buff, vni);
     DECAP_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: remove vxlan-header.\n",
                 static_cast<void *>(buff));
     set_tag_vsd(buff, vsd->id);
-    set_tag_vid(buff, 0);
+    efmp_buff_set_tag_vid(buff, 0);
     buff->src_intf = tunnel;
     buff->src_ifx = tunnel->ifindex;
     buff->flags |= EFMP_F_VXLAN_DECAP;

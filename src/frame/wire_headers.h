@@ -1,11 +1,14 @@
 // Wire formats the packet plane reads and writes: Ethernet, 802.1Q, IPv4,
 // IPv6, UDP and VXLAN (RFC 7348). Multi-byte fields are kept as byte arrays
-// and read or written through the helpers below, whose names say the byte
-// order, so that unaligned headers in a buffer are defined behaviour.
+// and read or written through the platform's big-endian helpers (and the one
+// below), whose names say the byte order, so that unaligned headers in a
+// buffer are defined behaviour.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
+
+#include "ef_byteorder.h"
 
 namespace vxlan_ef::wire {
 
@@ -70,22 +73,6 @@ struct VxlanHdr {
 };
 static_assert(sizeof(VxlanHdr) == 8);
 
-inline uint16_t get_be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
-inline void put_be16(uint8_t *p, uint16_t v)
-{
-    p[0] = static_cast<uint8_t>(v >> 8);
-    p[1] = static_cast<uint8_t>(v);
-}
-inline uint32_t get_be32(const uint8_t *p)
-{
-    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
-           static_cast<uint32_t>(p[2]) << 8 | p[3];
-}
-inline void put_be32(uint8_t *p, uint32_t v)
-{
-    put_be16(p, static_cast<uint16_t>(v >> 16));
-    put_be16(p + 2, static_cast<uint16_t>(v));
-}
 // Host (little-endian) order, for the fields the module deliberately writes
 // unswapped.
 inline void put_host16(uint8_t *p, uint16_t v) { std::memcpy(p, &v, sizeof v); }

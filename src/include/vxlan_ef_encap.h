@@ -12,6 +12,13 @@
 #include "lsm.h"
 
 /* ---- encapsulation ---- */
+/* Modes of vxlan_ef_encap_frame: the pipeline's encapsulation service; the
+ * tunnel's own hook, which forwarding, flooding and router-MAC forwarding
+ * use too; and the tunnel's mode that also clears the bridge's not-forward
+ * mark. */
+#define VXLAN_EF_ENCAP_MODE_SERVICE 1u
+#define VXLAN_EF_ENCAP_MODE_TUNNEL 2u
+#define VXLAN_EF_ENCAP_MODE_CLEAR_NOT_FWD 4u
 /* 0 no destination interface, 1 not handled (caller drops), 3 consumed. */
 VXLAN_EF_API uint32_t vxlan_ef_encap_frame(efmp_buff_t *buff, uint32_t mode);
 /* 1 tagged, 0 not enough headroom. */

@@ -500,7 +500,7 @@ TEST_F(L3EngineTest, UnansweredResolutionIsAskedEverySecondThenGivenUp)
 // Puts a copy of packet on a CPU's hand-off slot as the module does.
 void hand_off(uint32_t cpu, const Bytes &packet)
 {
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(-98, static_cast<uint32_t>(packet.size()));
+    efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, static_cast<uint32_t>(packet.size()));
     ASSERT_NE(b, nullptr);
     std::memcpy(b->head + b->data_off, packet.data(), packet.size());
     efmp_skip_slot_t &slot = efmp_skip_top.slots[cpu];
@@ -540,10 +540,10 @@ TEST_F(L3EngineTest, EncapsulatedPacketsFreedBeforeTheEngineTookThemAreCountedAs
     engine_->poll();
     EXPECT_EQ(engine_->stats().taken, 1u);
     for (int i = 0; i < 2; ++i) {  // refused by a full queue: freed by the module
-        efmp_buff_t *b = efmp_buff_alloc_sw_user(-98, 64);
+        efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, 64);
         ASSERT_NE(b, nullptr);
         b->flags |= EFMP_F_VXLAN_ENCAP;
-        efmp_buff_free_sw_user(-98, b);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     }
     EXPECT_EQ(efrt::buff_encapsulated_freed(), 3u);
     const std::vector<std::string> lines = efhost::counter_lines(efhost::CounterSources{nullptr, nullptr, nullptr, engine_.get()});

@@ -93,7 +93,7 @@ TEST_F(EncapChecksumTest, ChecksumThatComputesToZeroIsStoredAsZero)
     std::vector<uint8_t> frame = make_frame(s);
     frame[40] = frame[41] = 0;
     efmp_buff_t *b = make_buff(frame, s, tunnel_cb());
-    ASSERT_EQ(vxlan_ef_encap_frame(b, 2), static_cast<uint32_t>(EF_Lost));
+    ASSERT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), static_cast<uint32_t>(EF_Lost));
     owned_ = efrt::l3_take();
     ASSERT_EQ(owned_.size(), 1u);
     const uint16_t partial = static_cast<uint16_t>(~expected_udp_checksum(buff_bytes(owned_[0])));
@@ -105,7 +105,7 @@ TEST_F(EncapChecksumTest, ChecksumThatComputesToZeroIsStoredAsZero)
     frame[41] = static_cast<uint8_t>(w);
     g_vxlan_vsd->udp_sport = 0;
     b = make_buff(frame, s, tunnel_cb());
-    ASSERT_EQ(vxlan_ef_encap_frame(b, 2), static_cast<uint32_t>(EF_Lost));
+    ASSERT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), static_cast<uint32_t>(EF_Lost));
     owned_ = efrt::l3_take();
     ASSERT_EQ(owned_.size(), 1u);
     const std::vector<uint8_t> pkt = buff_bytes(owned_[0]);

@@ -22,9 +22,6 @@ using Lines = std::vector<std::string>;
 
 constexpr uint32_t kVni = 5000;
 constexpr uint32_t kTunnelIfx = 300;
-constexpr uint8_t kTypeIpv4 = 1;
-constexpr uint8_t kTypeIpv6 = 27;
-constexpr uint8_t kTypeArp = 2;
 
 // ---- the test's own checksum: RFC 1071 over a byte string ----
 inline uint16_t inet_sum(const std::vector<uint8_t> &bytes)
@@ -122,11 +119,8 @@ inline std::vector<uint8_t> make_frame(const FrameSpec &s)
 }
 
 // A buffer holding the frame, classified as the forwarding decision leaves
-// it, sent to dst.
-// The platform counts buffers per reason: a buffer the module frees is
-// allocated with the module's reason.
-constexpr int kModuleFreeReason = -98;
-
+// it, sent to dst. A buffer the module is to free is allocated with the
+// reason the module frees with.
 inline efmp_buff_t *make_buff(const std::vector<uint8_t> &frame, const FrameSpec &s,
                               lsm_intfcb_t *dst, uint32_t vni = kVni, int reason = 0)
 {
@@ -137,12 +131,10 @@ inline efmp_buff_t *make_buff(const std::vector<uint8_t> &frame, const FrameSpec
     b->l2_len = 14;
     b->l3_off = static_cast<uint16_t>(b->data_off + 14);
     b->l4_off = static_cast<uint16_t>(b->l3_off + (s.ipv6 ? 40 : 20));
-    b->pkt_type = s.arp ? kTypeArp : s.ipv6 ? kTypeIpv6 : kTypeIpv4;
+    b->pkt_type = s.arp ? EFMP_PKT_ARP : s.ipv6 ? EFMP_PKT_IPV6 : EFMP_PKT_IPV4;
     b->dst_intf = dst;
     b->vni_tag[0] = 0x08;
-    b->vni_tag[1] = static_cast<uint8_t>(vni >> 16);
-    b->vni_tag[2] = static_cast<uint8_t>(vni >> 8);
-    b->vni_tag[3] = static_cast<uint8_t>(vni);
+    efmp_buff_set_vni(b, vni);
     return b;
 }
 
@@ -380,7 +372,7 @@ protected:
         if (frame_out != nullptr)
             *frame_out = frame;
         efmp_buff_t *b = make_buff(frame, s, tunnel_cb());
-        const uint32_t r = vxlan_ef_encap_frame(b, 2);
+        const uint32_t r = vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL);
         if (rc != nullptr)
             *rc = r;
         if (r != EF_Lost)

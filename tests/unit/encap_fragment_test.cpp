@@ -25,7 +25,7 @@ protected:
             *frame_out = frame;
         efmp_buff_t *b = make_buff(frame, s, tunnel_cb());
         b->vxlan_mtu = mtu;
-        EXPECT_EQ(vxlan_ef_encap_frame(b, 2), static_cast<uint32_t>(EF_Lost));
+        EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), static_cast<uint32_t>(EF_Lost));
         auto out = efrt::l3_take();
         owned_.insert(owned_.end(), out.begin(), out.end());
         return out;
@@ -183,7 +183,7 @@ TEST_F(EncapFragmentTest, FragmenterRefusalDropsTheFrameIntact)
     std::vector<uint8_t> frame = make_frame(s);
     frame[14] = 0x44;  // an IPv4 header length below 20 bytes cannot be split
     efmp_buff_t *b = make_buff(frame, s, tunnel_cb());
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     EXPECT_EQ(buff_bytes(b), frame);
     efmp_buff_free_sw_user(0, b);
     const Lines lines = lines_starting(take_logs(), "VXLAN-EF-ENCAP:");
@@ -203,7 +203,7 @@ TEST_F(EncapFragmentTest, FragmentAllocationFailureDropsTheFrameIntact)
     efmp_buff_t *b = make_buff(frame, s, tunnel_cb());
     const long live = efrt::buff_live_total();
     efrt::buff_fail_alloc(1);
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     EXPECT_EQ(buff_bytes(b), frame);
     EXPECT_EQ(efrt::buff_live_total(), live) << "the fragments that were made are freed";
     efmp_buff_free_sw_user(0, b);
@@ -258,7 +258,7 @@ TEST_F(EncapFragmentTest, HeaderFailureThroughTheEncapPathDropsWithItsTrace)
 {
     start_encap();
     efmp_buff_t *b = buff_at(FrameSpec{60}, 519);
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     const Lines lines = take_logs();
     EXPECT_EQ(lines.back(),
               "VXLAN-EF-ENCAP: [vsd 3 vxlan_ef_encap_frame] vxlan_ef_encap_header failed.(Drop "

@@ -88,26 +88,26 @@ TEST_F(EncapFrameTest, EncapsulatedBufferMetadataIsRewrittenForTheL3Engine)
     b->module_code = 9;
     b->l3_word1 = 5;
     b->l3_word2 = 6;
-    ASSERT_EQ(vxlan_ef_encap_frame(b, 2), static_cast<uint32_t>(EF_Lost));
+    ASSERT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), static_cast<uint32_t>(EF_Lost));
     auto out = efrt::l3_take();
     owned_ = out;
     ASSERT_EQ(out.size(), 1u);
     const efmp_buff_t *e = out[0];
     EXPECT_EQ(e, b) << "an unfragmented frame keeps its buffer";
     EXPECT_EQ(e->flags, EFMP_F_BRG_NOT_FWD | EFMP_F_BRDG_FLOOD | EFMP_F_LOCAL | EFMP_F_VXLAN_ENCAP);
-    EXPECT_EQ(e->vlan_tag, 0x00F0FFFFu);
+    EXPECT_EQ(efmp_buff_tag_word(e), 0xFFFFFFFFu & ~EFMP_TAG_VID_MASK);
     EXPECT_EQ(e->l2_len, 0);
     EXPECT_EQ(e->l3_off, e->data_off);
     EXPECT_EQ(e->l4_off, 0);
     EXPECT_EQ(e->module_code, 0);
-    EXPECT_EQ(e->pkt_type, kTypeIpv4);
+    EXPECT_EQ(e->pkt_type, EFMP_PKT_IPV4);
     EXPECT_EQ(e->outer_family, 2);
     EXPECT_EQ(e->l3_src_intf, &l3);
     EXPECT_EQ(e->l3_word1, 0u);
     EXPECT_EQ(e->l3_word2, 0u);
     EXPECT_EQ(e->pid, 4321u);
     EXPECT_EQ(e->vni_tag[0], 0x08);
-    EXPECT_EQ(e->vni_tag[1] | e->vni_tag[2] | e->vni_tag[3], 0);
+    EXPECT_EQ(efmp_buff_vni(e), 0u);
     EXPECT_EQ(e->next, nullptr);
     EXPECT_EQ(e->len, 236u);
     g_vxlan_vsd->intf_slot_other = nullptr;
@@ -118,7 +118,7 @@ TEST_F(EncapFrameTest, Ipv6TunnelMarksThePacketAsIpv6WithOuterFamily3)
     start_encap(true, 0);
     auto out = encap(FrameSpec{60});
     ASSERT_EQ(out.size(), 1u);
-    EXPECT_EQ(out[0]->pkt_type, kTypeIpv6);
+    EXPECT_EQ(out[0]->pkt_type, EFMP_PKT_IPV6);
     EXPECT_EQ(out[0]->outer_family, 3);
 }
 
@@ -128,7 +128,7 @@ TEST_F(EncapFrameTest, ModeFourAlsoClearsTheBridgeNotForwardMark)
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, tunnel_cb());
     b->flags = EFMP_F_BRG_NOT_FWD;
-    ASSERT_EQ(vxlan_ef_encap_frame(b, 4), static_cast<uint32_t>(EF_Lost));
+    ASSERT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_CLEAR_NOT_FWD), static_cast<uint32_t>(EF_Lost));
     owned_ = efrt::l3_take();
     ASSERT_EQ(owned_.size(), 1u);
     EXPECT_EQ(owned_[0]->flags & EFMP_F_BRG_NOT_FWD, 0u);
@@ -256,10 +256,10 @@ TEST_F(EncapFrameTest, BufferWithoutDestinationIsLeftAloneWithResultZero)
     start_encap();
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, nullptr);
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 0u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 0u);
     EXPECT_EQ(b->data_off, EFMP_BUFF_START);
     efmp_buff_free_sw_user(0, b);
-    EXPECT_EQ(vxlan_ef_encap_frame(nullptr, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(nullptr, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     EXPECT_EQ(take_logs(), kNone);
 }
 
@@ -269,7 +269,7 @@ TEST_F(EncapFrameTest, DestinationThatIsNotAnOverlayTunnelIsNotHandled)
     add_intf(20, 6, "eth20");
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, lsm_get_intfcb(20));
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     EXPECT_EQ(b->data_off, EFMP_BUFF_START);
     efmp_buff_free_sw_user(0, b);
     EXPECT_EQ(take_logs(), kNone);
@@ -281,7 +281,7 @@ TEST_F(EncapFrameTest, WithoutInstanceNothingIsHandled)
     add_intf(kTunnelIfx, LSM_IF_TYPE_OVERLAY_TUNNEL, "Tunnel300");
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, tunnel_cb());
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     efmp_buff_free_sw_user(0, b);
 }
 
@@ -291,7 +291,7 @@ TEST_F(EncapFrameTest, TunnelLinkDownIsNotHandledWithItsTrace)
     add_intf(301, LSM_IF_TYPE_OVERLAY_TUNNEL, "Tunnel301", "", false);
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, lsm_get_intfcb(301));
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     char line[256];
     std::snprintf(line, sizeof line,
                   "VXLAN-EF-ENCAP: [vsd 3 vxlan_ef_encap_frame] pkt %p: dst_intf Tunnel301 link "
@@ -308,7 +308,7 @@ TEST_F(EncapFrameTest, InstanceWithoutVxlanEntriesIsNotHandledWithItsTrace)
     add_intf(kTunnelIfx, LSM_IF_TYPE_OVERLAY_TUNNEL, "Tunnel300");
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, tunnel_cb());
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u);
     EXPECT_EQ(take_logs(),
               Lines{"VXLAN-EF-ENCAP: [vsd 3 vxlan_ef_encap_frame] no vxlan create in this vsd\n"});
     efmp_buff_free_sw_user(0, b);
@@ -321,10 +321,11 @@ TEST_F(EncapFrameTest, UnknownVniOrTunnelWithoutAdjacencyIsNotHandledSilently)
     take_logs();
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, tunnel_cb(), 7000);
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u) << "no entry";
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u) << "no entry";
     efmp_buff_free_sw_user(0, b);
     b = make_buff(make_frame(s), s, tunnel_cb(), 6000);
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), 1u) << "entry without adjacency on this tunnel";
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), 1u)
+        << "entry without adjacency on this tunnel";
     EXPECT_EQ(b->data_off, EFMP_BUFF_START);
     efmp_buff_free_sw_user(0, b);
     EXPECT_EQ(take_logs(), kNone);
@@ -336,7 +337,7 @@ TEST_F(EncapFrameTest, TracedPacketLogsEachStepAndIsDumpedAfterTheHeaders)
     start_encap();
     const FrameSpec s{60};
     efmp_buff_t *b = make_buff(make_frame(s), s, tunnel_cb());
-    ASSERT_EQ(vxlan_ef_encap_frame(b, 2), static_cast<uint32_t>(EF_Lost));
+    ASSERT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), static_cast<uint32_t>(EF_Lost));
     owned_ = efrt::l3_take();
     const Lines lines = take_logs();
     char first[128];
@@ -367,14 +368,14 @@ TEST_F(EncapFrameTest, FullL3QueueStillWakesTheWorkerAndFreesTheChain)
 {
     start_encap();
     efrt::l3_set_capacity(0);
-    const long live = efrt::buff_live(kModuleFreeReason);
+    const long live = efrt::buff_live(EFMP_REASON_SW_USER);
     const uint64_t wakes = efrt::l3_wakes();
     const FrameSpec s{60};
-    efmp_buff_t *b = make_buff(make_frame(s), s, tunnel_cb(), kVni, kModuleFreeReason);
-    ASSERT_EQ(efrt::buff_live(kModuleFreeReason), live + 1);
-    EXPECT_EQ(vxlan_ef_encap_frame(b, 2), static_cast<uint32_t>(EF_Lost));
+    efmp_buff_t *b = make_buff(make_frame(s), s, tunnel_cb(), kVni, EFMP_REASON_SW_USER);
+    ASSERT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), live + 1);
+    EXPECT_EQ(vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL), static_cast<uint32_t>(EF_Lost));
     EXPECT_EQ(efrt::l3_queued(), 0u);
-    EXPECT_EQ(efrt::buff_live(kModuleFreeReason), live) << "the module freed the buffer";
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), live) << "the module freed the buffer";
     EXPECT_EQ(efrt::l3_wakes(), wakes + 1);
     EXPECT_EQ(take_logs().back(),
               "VXLAN-EF-ENCAP: [vsd 3 vxlan_ef_encap_frame] efmp_vxlan_skip_fw failed.(Drop it!)\n");

@@ -11,7 +11,6 @@ using vxtest::ForwardTest;
 using namespace vxtest;
 
 constexpr uint8_t kArp = 2;
-constexpr uint8_t kIpv6 = 27;
 
 class FloodTest : public ForwardTest {
 protected:
@@ -48,7 +47,7 @@ TEST_F(FloodTest, BrgNotFwdIsReportedFloodedWithoutAnyCopy)
                                                          " BRG_NOT_FWD be set, no to vni bcast "
                                                          "return Broadcast.\n")}));
     EXPECT_TRUE(efrt::bcast_requests().empty());
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
     drop(b);
 }
 
@@ -130,7 +129,7 @@ TEST_F(FloodTest, NdSuppressionStopsIcmpv6Types133To137Only)
 {
     vsd()->nd_suppress = 1;
     for (int type = 130; type <= 140; ++type) {
-        efmp_buff_t *b = buff(icmpv6_frame(kBcastMac, static_cast<uint8_t>(type)), kP1, kVni, kIpv6);
+        efmp_buff_t *b = buff(icmpv6_frame(kBcastMac, static_cast<uint8_t>(type)), kP1, kVni, EFMP_PKT_IPV6);
         trace_on();
         const bool nd = type >= 133 && type <= 137;
         EXPECT_EQ(vxlan_ef_bcast(b, kVni, vsd(), 0), nd ? EF_Drop : EF_Broadcast) << type;
@@ -299,11 +298,11 @@ protected:
 TEST_F(BcastPktEncapTest, TunnelNodeIsEncapsulatedAndQueuedToTheL3Engine)
 {
     const auto inner = frame(kBcastMac, kHostA, 0x0800);
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(kModuleReason, static_cast<uint32_t>(inner.size()));
+    efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, static_cast<uint32_t>(inner.size()));
     std::memcpy(b->head + b->data_off, inner.data(), inner.size());
     b->src_intf = intf(kP1);
-    b->vni_tag[3] = kVni;
-    b->vlan_tag = htonl(10) | 0xF0;
+    efmp_buff_set_vni(b, kVni);
+    efmp_buff_set_tag_word(b, EFMP_TAG_VSD_MASK | 10);
     efmp_mcast_node_t n = node(1);
     n.family = 2;
     const uint8_t sip[4] = {192, 0, 2, 1}, dip[4] = {10, 0, 0, 2};
@@ -335,8 +334,8 @@ TEST_F(BcastPktEncapTest, TunnelNodeIsEncapsulatedAndQueuedToTheL3Engine)
     EXPECT_EQ(o[28], 0x08);  // VXLAN flags
     EXPECT_EQ(std::vector<uint8_t>(o + 32, o + 36), bytes({0, 0, 100, 0}));
     EXPECT_EQ(std::vector<uint8_t>(o + 36, o + 36 + inner.size()), inner);
-    efmp_buff_free_sw_user(kModuleReason, queued[0]);
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, queued[0]);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 TEST_F(BcastPktEncapTest, TunnelNodeOfAnUnknownFamilyIsDroppedIntact)
@@ -363,12 +362,12 @@ TEST_F(BcastPktEncapTest, TunnelNodeOfAnUnknownFamilyIsDroppedIntact)
 
 TEST_F(BcastPktEncapTest, VlanNodeFromATunnelFloodsEveryMemberWithNotExSrc)
 {
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(kModuleReason, 60);
+    efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, 60);
     const auto f = frame(kBcastMac, kHostA, 0x0800);
     std::memcpy(b->head + b->data_off, f.data(), f.size());
     b->src_intf = intf(kT1);
     b->vni_tag[0] = 0x08;
-    b->vni_tag[3] = kVni;
+    efmp_buff_set_vni(b, kVni);
     efmp_mcast_node_t n = node(2);
     n.vid = 10;
     trace_on();
@@ -396,12 +395,12 @@ TEST_F(BcastPktEncapTest, VlanNodeFromATunnelFloodsEveryMemberWithNotExSrc)
               EFMP_F_NOT_EX_SRC | EFMP_F_BCAST_COPY);
     EXPECT_EQ(destinations().ports,
               (std::set<std::pair<uint32_t, uint16_t>>{{kP1, 10}, {kP2, 10}, {kPL, 10}}));
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 TEST_F(BcastPktEncapTest, VlanNodeFromAPortLeavesThatPortOut)
 {
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(kModuleReason, 60);
+    efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, 60);
     b->src_intf = intf(kP2);
     efmp_mcast_node_t n = node(2);
     n.vid = 20;

@@ -30,7 +30,6 @@ namespace vxtest {
 
 constexpr const char *kCapBase = "g_feature_spec/dcn/CAP_VXLAN_BASE";
 constexpr int kTestReason = -7;
-constexpr int kModuleReason = -98;
 
 constexpr uint32_t kVni = 100;
 constexpr uint32_t kT1 = 101, kT2 = 102, kT3 = 103;
@@ -76,7 +75,7 @@ protected:
     void TearDown() override
     {
         for (efmp_buff_t *b : efrt::l3_take())
-            efmp_buff_free_sw_user(kModuleReason, b);
+            efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
         TableTest::TearDown();
     }
 
@@ -150,20 +149,15 @@ protected:
         b->l2_len = 14;
         b->l3_off = static_cast<uint16_t>(b->data_off + 14);
         b->pkt_type = pkt_type;
-        b->vni_tag[1] = static_cast<uint8_t>(vni >> 16);
-        b->vni_tag[2] = static_cast<uint8_t>(vni >> 8);
-        b->vni_tag[3] = static_cast<uint8_t>(vni);
+        efmp_buff_set_vni(b, vni);
         return b;
     }
 
     static void drop(efmp_buff_t *b) { efmp_buff_free_sw_user(kTestReason, b); }
 
-    static uint32_t vni_of(const efmp_buff_t *b)
-    {
-        return static_cast<uint32_t>(b->vni_tag[1]) << 16 | b->vni_tag[2] << 8 | b->vni_tag[3];
-    }
+    static uint32_t vni_of(const efmp_buff_t *b) { return efmp_buff_vni(b); }
 
-    static uint16_t vid_of(const efmp_buff_t *b) { return ntohl(b->vlan_tag) & 0xFFF; }
+    static uint16_t vid_of(const efmp_buff_t *b) { return efmp_buff_tag_vid(b); }
 
     // Every destination reached since the last call; the packets that reached
     // the L3 queue are freed.
@@ -174,7 +168,7 @@ protected:
             char text[INET_ADDRSTRLEN] = "";
             inet_ntop(AF_INET, b->head + b->data_off + 16, text, sizeof text);
             d.tunnels.insert(text);
-            efmp_buff_free_sw_user(kModuleReason, b);
+            efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
         }
         for (const efrt::PortSend &s : efrt::port_take_sends()) {
             if (s.vlan_flood)
@@ -201,7 +195,7 @@ protected:
     // Nothing made for a flood outlives it.
     static void expect_nothing_left()
     {
-        EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+        EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
         EXPECT_EQ(efrt::mcast_nodes_live(), 0);
     }
 

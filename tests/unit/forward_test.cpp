@@ -12,7 +12,6 @@ using namespace vxtest;
 
 constexpr const char *kFwd = "vxlan_ef_forward";
 constexpr uint8_t kArp = 2;
-constexpr uint8_t kIpv6 = 27;
 constexpr uint32_t kMappedVni = 0x1064;  // holds every bit of 100 (0x64)
 
 class ForwardDecisionTest : public ForwardTest {
@@ -113,10 +112,10 @@ TEST_F(ForwardDecisionTest, BridgeFloodRequestOfASuppressedArpFloodsNothing)
 TEST_F(ForwardDecisionTest, TunnelDestinationIsEncapsulatedAtOnceInFloodMode)
 {
     const auto f = frame(kHostB, kHostA, 0x0800);
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(kModuleReason, static_cast<uint32_t>(f.size()));
+    efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, static_cast<uint32_t>(f.size()));
     std::memcpy(b->head + b->data_off, f.data(), f.size());
     b->src_intf = intf(kP1);
-    b->vni_tag[3] = kVni;
+    efmp_buff_set_vni(b, kVni);
     b->dst_intf = intf(kT2);
     // Mode 2 leaves the not-forward mark alone (mode 4 would clear it).
     b->flags |= EFMP_F_DST_SET | EFMP_F_BRG_NOT_FWD;
@@ -130,7 +129,7 @@ TEST_F(ForwardDecisionTest, TunnelDestinationIsEncapsulatedAtOnceInFloodMode)
     ASSERT_EQ(queued.size(), 1u);
     EXPECT_EQ(queued[0]->head[queued[0]->data_off + 19], 2);  // to 10.0.0.2
     EXPECT_EQ(queued[0]->flags & EFMP_F_BRG_NOT_FWD, EFMP_F_BRG_NOT_FWD);
-    efmp_buff_free_sw_user(kModuleReason, queued[0]);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, queued[0]);
     EXPECT_TRUE(efrt::bcast_requests().empty());
 }
 
@@ -368,7 +367,7 @@ TEST_F(ForwardDecisionTest, RemoteArpFromATunnelWithoutRouteLearningIsDroppedWhi
 TEST_F(ForwardDecisionTest, RemoteNdFromATunnelWithoutRouteLearningIsDroppedWhileLearningIsOff)
 {
     add_router();
-    efmp_buff_t *b = buff(icmpv6_frame(kBcastMac, 135), kT1, kVni, kIpv6);
+    efmp_buff_t *b = buff(icmpv6_frame(kBcastMac, 135), kT1, kVni, EFMP_PKT_IPV6);
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
     EXPECT_EQ(fwd_lines(take_logs()).back(),
@@ -376,7 +375,7 @@ TEST_F(ForwardDecisionTest, RemoteNdFromATunnelWithoutRouteLearningIsDroppedWhil
                                                "remote-arp-learning is disabled. Drop it.\n"));
     drop(b);
     vsd()->remote_nd_learn = 1;
-    b = buff(icmpv6_frame(kBcastMac, 135), kT1, kVni, kIpv6);
+    b = buff(icmpv6_frame(kBcastMac, 135), kT1, kVni, EFMP_PKT_IPV6);
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
     drop(b);
     destinations();
@@ -389,12 +388,12 @@ TEST_F(ForwardDecisionTest, NoSourceNoInstanceAndTheVsdBitsOfTheTag)
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
     EXPECT_EQ(vxlan_ef_forward(nullptr), EF_Drop);
     b->src_intf = intf(kP1);
-    b->vlan_tag = htonl(0xE00A) | 0xF0;  // priority 7, VLAN 10, VSD bits
+    efmp_buff_set_tag_word(b, EFMP_TAG_VSD_MASK | 0xE00A);  // priority 7, VLAN 10, VSD bits
     vxlan_ef_vsd_t *saved = g_vxlan_vsd;
     g_vxlan_vsd = nullptr;
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
     g_vxlan_vsd = saved;
-    EXPECT_EQ(b->vlan_tag, htonl(0xE00A));
+    EXPECT_EQ(efmp_buff_tag_word(b), 0xE00Au);
     drop(b);
 }
 

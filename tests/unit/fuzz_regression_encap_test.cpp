@@ -30,7 +30,7 @@ protected:
         efmp_buff_t *b = make_buff(non_ip_frame(len), spec, tunnel_cb());
         b->pkt_type = 0;
         const uint16_t data_off = b->data_off;
-        const uint32_t r = vxlan_ef_encap_frame(b, 2);
+        const uint32_t r = vxlan_ef_encap_frame(b, VXLAN_EF_ENCAP_MODE_TUNNEL);
         if (r != EF_Lost) {
             EXPECT_EQ(b->data_off, data_off);
             EXPECT_EQ(b->len, len);

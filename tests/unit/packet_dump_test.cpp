@@ -15,7 +15,7 @@ namespace {
 // An Ethernet + IPv4 + UDP frame of 70 bytes from 10.0.0.1 to 10.0.0.2.
 efmp_buff_t *ipv4_frame()
 {
-    efmp_buff_t *b = efmp_buff_alloc_sw_user(-98, 70);
+    efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, 70);
     uint8_t *f = b->head + b->data_off;
     const uint8_t eth[14] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x00, 0xaa,
                              0xbb, 0xcc, 0xdd, 0xee, 0x08, 0x00};
@@ -26,11 +26,9 @@ efmp_buff_t *ipv4_frame()
     std::memcpy(f + 14, ip, sizeof ip);
     b->l2_len = 14;
     b->l3_off = static_cast<uint16_t>(b->data_off + 14);
-    b->vlan_tag = htonl(0x30000000u | 10);
+    efmp_buff_set_tag_word(b, 0x30000000u | 10);
     b->vni_tag[0] = 0x08;
-    b->vni_tag[1] = 0x00;
-    b->vni_tag[2] = 0x03;
-    b->vni_tag[3] = 0xe8;
+    efmp_buff_set_vni(b, 1000);
     b->pid = 77;
     b->flags = 0x1000;
     b->pkt_type = 1;
@@ -81,7 +79,7 @@ TEST_F(ModuleTest, PacketDumpPrintsMetadataSixtyFourBytesAndAddresses)
         "src_ip: 10.0.0.1, dst_ip: 10.0.0.2, ip protocol: 11\n",
     };
     EXPECT_EQ(take_logs(), expected);
-    efmp_buff_free_sw_user(-98, b);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
 }
 
 TEST_F(ModuleTest, PacketDumpEndsAPartialHexLineWithABlankLine)
@@ -96,7 +94,7 @@ TEST_F(ModuleTest, PacketDumpEndsAPartialHexLineWithABlankLine)
     EXPECT_EQ(lines[15], "00 11 22 33 44 55 00 AA BB CC DD EE 08 00 45 00 \n");
     EXPECT_EQ(lines[16], "00 38 00 00 \n\n");
     EXPECT_EQ(lines.size(), 17u);  // too short for the address lines
-    efmp_buff_free_sw_user(-98, b);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
 }
 
 TEST_F(ModuleTest, HandoffQueuesTheChainOnThisCpuAndWakesTheWorker)
@@ -121,7 +119,7 @@ TEST_F(ModuleTest, HandoffQueuesTheChainOnThisCpuAndWakesTheWorker)
     EXPECT_EQ(queued[0], a);
     EXPECT_EQ(queued[1], b);
     for (auto *q : queued)
-        efmp_buff_free_sw_user(-98, q);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, q);
 }
 
 TEST_F(ModuleTest, HandoffToAFullSlotWakesTheWorkerAndFreesTheChain)

@@ -222,8 +222,8 @@ protected:
     }
 
     // The outer tag word as a number, and the VNI word's bytes.
-    static uint32_t tag_word(const efmp_buff_t *b) { return ntohl(b->vlan_tag); }
-    static void set_tag_word(efmp_buff_t *b, uint32_t word) { b->vlan_tag = htonl(word); }
+    static uint32_t tag_word(const efmp_buff_t *b) { return efmp_buff_tag_word(b); }
+    static void set_tag_word(efmp_buff_t *b, uint32_t word) { efmp_buff_set_tag_word(b, word); }
     static Bytes vni_word(const efmp_buff_t *b) { return Bytes(b->vni_tag, b->vni_tag + 4); }
     static Bytes vni_bytes(uint8_t first, uint32_t vni)
     {

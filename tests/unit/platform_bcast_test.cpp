@@ -11,8 +11,6 @@ namespace {
 
 using vxtest::ModuleTest;
 
-constexpr int kReason = -98;
-
 class PlatformBcastTest : public ModuleTest {
 protected:
     void SetUp() override
@@ -28,17 +26,17 @@ protected:
 
     void TearDown() override
     {
-        efmp_service_t serv{nullptr, EFMP_MODULE_VXLAN, 6};
+        efmp_service_t serv{nullptr, EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_BCAST_PKT_ENCAP};
         efmp_dereg_service(&serv);
         ModuleTest::TearDown();
     }
 
     static efmp_buff_t *vlan_buff(uint32_t src, uint16_t vid)
     {
-        efmp_buff_t *b = efmp_buff_alloc_sw_user(kReason, 4);
+        efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, 4);
         std::memcpy(b->head + b->data_off, "\x01\x02\x03\x04", 4);
         b->src_intf = lsm_get_intfcb(src);
-        b->vlan_tag = htonl(vid);
+        efmp_buff_set_tag_word(b, vid);
         return b;
     }
 
@@ -81,7 +79,7 @@ TEST_F(PlatformBcastTest, SingleBufferFloodLeavesTheSourcePortOut)
 {
     EXPECT_EQ(efmp_bcast_proc(vlan_buff(12, 10), 0), 0);
     EXPECT_EQ(sent_ports(), (std::vector<uint32_t>{11, 13}));
-    EXPECT_EQ(efrt::buff_live(kReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 TEST_F(PlatformBcastTest, SingleBufferFloodWithNotExSrcIncludesTheSourcePort)
@@ -112,7 +110,7 @@ TEST_F(PlatformBcastTest, RefusedCallTakesNothingButIsRecorded)
     EXPECT_EQ(requests[0].src_ifx, 11u);
     EXPECT_EQ(requests[0].vid, 10u);
     EXPECT_EQ(efmp_bcast_proc(b, 0), 0);
-    EXPECT_EQ(efrt::buff_live(kReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 TEST_F(PlatformBcastTest, NodeListWithoutThePublishedCallbackIsRefused)
@@ -122,7 +120,7 @@ TEST_F(PlatformBcastTest, NodeListWithoutThePublishedCallbackIsRefused)
     EXPECT_EQ(efmp_bcast_proc(b, 0), 1);
     EXPECT_EQ(efrt::mcast_nodes_live(), 1);
     efmp_mcast_free_nodes(b->mcast_nodes);
-    efmp_buff_free_sw_user(kReason, b);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
 }
 
 // A stand-in for the module's callback: points each copy at the node's
@@ -134,7 +132,7 @@ int fake_callback(void *slot_word, void *node_word)
     if (node->kind == 1)
         return EF_Drop;
     if (node->kind == 2) {
-        efmp_buff_free_sw_user(kReason, *slot);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, *slot);
         *slot = nullptr;
         return EF_Lost;
     }
@@ -151,7 +149,8 @@ int fake_encap(efmp_buff_t *buff, lsm_intfcb_t *)
 
 TEST_F(PlatformBcastTest, EachNodeGetsItsOwnCopyThroughTheCallbackAndNormalCopiesGoOut)
 {
-    efmp_service_t serv{reinterpret_cast<void *>(&fake_callback), EFMP_MODULE_VXLAN, 6};
+    efmp_service_t serv{reinterpret_cast<void *>(&fake_callback), EFMP_MODULE_VXLAN,
+                        EFMP_VXLAN_SERV_BCAST_PKT_ENCAP};
     ASSERT_EQ(efmp_reg_service(&serv), 0);
     efmp_encap_t hook{fake_encap, lsm_get_intfcb(12), 1};
     ASSERT_EQ(efmp_reg_encap(&hook), 0);
@@ -175,7 +174,7 @@ TEST_F(PlatformBcastTest, EachNodeGetsItsOwnCopyThroughTheCallbackAndNormalCopie
     EXPECT_FALSE(sends[1].vlan_flood);
     EXPECT_EQ(sends[1].frame, vxtest::bytes({1, 2, 3, 4}));
     EXPECT_EQ(efrt::mcast_nodes_live(), 0);
-    EXPECT_EQ(efrt::buff_live(kReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
     efmp_dereg_encap(&hook);
 }
 

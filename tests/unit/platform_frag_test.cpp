@@ -92,10 +92,10 @@ TEST_F(PlatformFragTest, Ipv4SplitKeepsIdentificationSetsOffsetsAndMf)
         EXPECT_EQ(inet_sum(std::vector<uint8_t>(f.begin() + 14, f.begin() + 34)), 0xFFFF);
         EXPECT_EQ(chain_[i]->l2_len, 14);
         EXPECT_EQ(chain_[i]->l3_off, chain_[i]->data_off + 14);
-        EXPECT_EQ(chain_[i]->pkt_type, kTypeIpv4);
+        EXPECT_EQ(chain_[i]->pkt_type, EFMP_PKT_IPV4);
         EXPECT_EQ(chain_[i]->flags, EFMP_F_TRACE | EFMP_F_BRG_NOT_FWD);
         EXPECT_EQ(chain_[i]->vxlan_mtu, 1234);
-        EXPECT_EQ(chain_[i]->vni_tag[3], static_cast<uint8_t>(kVni));
+        EXPECT_EQ(efmp_buff_vni(chain_[i]), kVni);
     }
     EXPECT_EQ(reassemble_ipv4(frames(), 400), frame);
 }

@@ -10,7 +10,6 @@ namespace vxtest {
 namespace {
 
 constexpr uint32_t kUnderlayMtu = 1500;
-constexpr uint8_t kPktIpv4 = 1, kPktArp = 2, kPktIpv6 = 27;
 
 class PipelineTest : public ForwardTest {
 protected:
@@ -47,10 +46,10 @@ TEST_F(PipelineTest, FramesAreClassifiedThroughUpToTwoTags)
     tagged[17] = 0x00;
     tagged[20] = 0x08;
     tagged[21] = 0x00;
-    for (auto [f, type] : {std::pair{frame(kHostB, kHostA, 0x0800), kPktIpv4},
-                           {frame(kHostB, kHostA, 0x0806), kPktArp},
-                           {frame(kHostB, kHostA, 0x86DD), kPktIpv6},
-                           {tagged, kPktIpv4},
+    for (auto [f, type] : {std::pair{frame(kHostB, kHostA, 0x0800), EFMP_PKT_IPV4},
+                           {frame(kHostB, kHostA, 0x0806), EFMP_PKT_ARP},
+                           {frame(kHostB, kHostA, 0x86DD), EFMP_PKT_IPV6},
+                           {tagged, EFMP_PKT_IPV4},
                            {frame(kHostB, kHostA, 0x88CC), uint8_t{0}}}) {
         efmp_buff_t *b = hand_on(kP1, f);
         ASSERT_NE(b, nullptr);
@@ -60,9 +59,9 @@ TEST_F(PipelineTest, FramesAreClassifiedThroughUpToTwoTags)
         EXPECT_EQ(b->src_intf, intf(kP1));
         EXPECT_EQ(b->src_ifx, kP1);
         EXPECT_EQ(std::vector<uint8_t>(b->head + b->data_off, b->head + b->data_off + b->len), f);
-        efmp_buff_free_sw_user(kModuleReason, b);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     }
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 TEST_F(PipelineTest, FramesTooShortOrFromUnknownInterfacesAreNotHandedOn)
@@ -71,7 +70,7 @@ TEST_F(PipelineTest, FramesTooShortOrFromUnknownInterfacesAreNotHandedOn)
     const std::vector<uint8_t> f = frame(kHostB, kHostA, 0x0800);
     EXPECT_EQ(efrt::pipeline_frame(kP1, f.data(), 13), nullptr);
     EXPECT_EQ(efrt::pipeline_frame(kP2, f.data(), f.size()), nullptr);
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 TEST_F(PipelineTest, TunnelMtuLetsEveryInnerPacketThatFitsTheUnderlayLeaveWhole)
@@ -90,13 +89,13 @@ TEST_F(PipelineTest, TunnelMtuLetsEveryInnerPacketThatFitsTheUnderlayLeaveWhole)
         efmp_buff_t *b = hand_on(kP1, frame(kHostB, kHostA, c.type, c.len));
         ASSERT_NE(b, nullptr);
         EXPECT_EQ(b->vxlan_mtu, c.mtu);
-        efmp_buff_free_sw_user(kModuleReason, b);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     }
     efrt::pipeline_set_underlay_mtu(0);
     efmp_buff_t *b = hand_on(kP1, frame(kHostB, kHostA, 0x0800));
     ASSERT_NE(b, nullptr);
     EXPECT_EQ(b->vxlan_mtu, 0) << "the module's own default limit applies";
-    efmp_buff_free_sw_user(kModuleReason, b);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
 }
 
 TEST_F(PipelineTest, AccessFrameToAMacBehindATunnelIsEncapsulatedTowardsItsVtep)
@@ -110,8 +109,8 @@ TEST_F(PipelineTest, AccessFrameToAMacBehindATunnelIsEncapsulatedTowardsItsVtep)
     EXPECT_EQ(out[0]->len, 20u + 8 + 8 + f.size());
     EXPECT_EQ(std::vector<uint8_t>(ip + 16, ip + 20), (std::vector<uint8_t>{10, 0, 0, 1}));
     EXPECT_EQ(std::vector<uint8_t>(ip + 36, ip + 36 + f.size()), f);
-    efmp_buff_free_sw_user(kModuleReason, out[0]);
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    efmp_buff_free_sw_user(EFMP_REASON_SW_USER, out[0]);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 // Frames of one flow reuse what the previous one found only while the
@@ -127,7 +126,7 @@ TEST_F(PipelineTest, EncapsulationFollowsATunnelChangedBetweenTwoFramesOfOneFlow
         if (out.size() == 1)
             dst.assign(out[0]->head + out[0]->data_off + 16, out[0]->head + out[0]->data_off + 20);
         for (efmp_buff_t *b : out)
-            efmp_buff_free_sw_user(kModuleReason, b);
+            efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
         return dst;
     };
     EXPECT_EQ(outer_destination(), (std::vector<uint8_t>{10, 0, 0, 1}));
@@ -138,7 +137,7 @@ TEST_F(PipelineTest, EncapsulationFollowsATunnelChangedBetweenTwoFramesOfOneFlow
     EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, f)), efrt::PipeOutcome::Dropped)
         << "no adjacency on the tunnel any more";
     EXPECT_EQ(efrt::l3_take().size(), 0u);
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 TEST_F(PipelineTest, BroadcastFromAnAccessPortIsFloodedAndTheOriginalDropped)
@@ -149,7 +148,7 @@ TEST_F(PipelineTest, BroadcastFromAnAccessPortIsFloodedAndTheOriginalDropped)
     std::vector<efmp_buff_t *> tunnels = efrt::l3_take();
     EXPECT_EQ(tunnels.size(), 3u) << "one copy for each tunnel of the VNI";
     for (efmp_buff_t *b : tunnels)
-        efmp_buff_free_sw_user(kModuleReason, b);
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     std::set<uint32_t> ports;
     for (const efrt::PortSend &s : efrt::port_take_sends())
         ports.insert(s.ifindex);
@@ -164,7 +163,7 @@ TEST_F(PipelineTest, FrameInNoSegmentIsNotForwarded)
     EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, frame(kHostB, kHostA, 0x0800))),
               efrt::PipeOutcome::NoVni);
     EXPECT_EQ(efrt::l3_take().size(), 0u);
-    EXPECT_EQ(efrt::buff_live(kModuleReason), 0);
+    EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
 }
 
 }  // namespace

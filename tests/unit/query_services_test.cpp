@@ -165,7 +165,8 @@ TEST_F(QueryServicesTest, PublishedVniServiceAnswersThroughItsDescriptor)
     set_cap(kBase);
     start_queries();
     using VniGet = uint32_t (*)(void *, uint32_t);
-    auto fn = reinterpret_cast<VniGet>(efmp_get_service(EFMP_MODULE_VXLAN, 4));
+    auto fn = reinterpret_cast<VniGet>(
+        efmp_get_service(EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_GET_INTFCB_VNI));
     ASSERT_NE(fn, nullptr);
     EXPECT_EQ(fn(nullptr, 400), 10u);
 }

@@ -79,8 +79,8 @@ TEST_F(SubifEncapTest, SvidEqualToPvidWithoutCvidLeavesUntagged)
     EXPECT_EQ(vxlan_ef_subif_encap_frame(b), 0u);
     EXPECT_EQ(buff_bytes(b), frame);
     EXPECT_EQ(b->dst_intf, lsm_get_intfcb(kMainIfx));
-    EXPECT_EQ(b->vlan_tag, 0x00F0FFFFu | htonl(100));
-    EXPECT_EQ(ntohl(b->vlan_tag) & 0xFFF, 100u);
+    EXPECT_EQ(efmp_buff_tag_word(b), (0xFFFFFFFFu & ~EFMP_TAG_VID_MASK) | 100);
+    EXPECT_EQ(efmp_buff_tag_vid(b), 100u);
     EXPECT_NE(b->flags & EFMP_F_SUBIF_TAGGED, 0u);
     efmp_buff_free_sw_user(0, b);
 }

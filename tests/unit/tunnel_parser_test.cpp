@@ -22,9 +22,7 @@ protected:
     efmp_buff_t *on_tunnel(const Bytes &frame, uint32_t tunnel, uint32_t vni)
     {
         efmp_buff_t *b = receive(frame, tunnel);
-        b->vni_tag[1] = static_cast<uint8_t>(vni >> 16);
-        b->vni_tag[2] = static_cast<uint8_t>(vni >> 8);
-        b->vni_tag[3] = static_cast<uint8_t>(vni);
+        efmp_buff_set_vni(b, vni);
         return b;
     }
 };

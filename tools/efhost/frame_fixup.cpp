@@ -7,6 +7,9 @@
 #include <array>
 #include <optional>
 
+#include "ef_byteorder.h"
+#include "ef_csum.h"
+
 namespace efhost {
 
 namespace {
@@ -54,25 +57,6 @@ constexpr std::array<ExtensionHeader, 4> kIpv6Extensions = {{
     {51, 4, 2},  // authentication
 }};
 
-uint16_t load_be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
-
-uint32_t load_be32(const uint8_t *p)
-{
-    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
-}
-
-void store_be16(uint8_t *p, uint16_t v)
-{
-    p[0] = static_cast<uint8_t>(v >> 8);
-    p[1] = static_cast<uint8_t>(v);
-}
-
-void store_be32(uint8_t *p, uint32_t v)
-{
-    store_be16(p, static_cast<uint16_t>(v >> 16));
-    store_be16(p + 2, static_cast<uint16_t>(v));
-}
-
 // Where the IP packet of a frame lies.
 struct IpLayout {
     size_t l3 = 0;   // IP header
@@ -115,8 +99,8 @@ std::optional<IpLayout> locate_ipv4(const uint8_t *f, size_t len, size_t l3)
     if (len < l3 + 20 || f[l3] >> 4 != 4) return std::nullopt;
     const size_t ihl = size_t{f[l3] & 0x0Fu} * 4;
     if (ihl < 20 || len < l3 + ihl) return std::nullopt;
-    if ((load_be16(f + l3 + 6) & 0x3FFF) != 0) return std::nullopt;  // a fragment
-    const std::optional<size_t> end = packet_end(l3, load_be16(f + l3 + 2), ihl, len);
+    if ((ef_get_be16(f + l3 + 6) & 0x3FFF) != 0) return std::nullopt;  // a fragment
+    const std::optional<size_t> end = packet_end(l3, ef_get_be16(f + l3 + 2), ihl, len);
     if (!end) return std::nullopt;
     return IpLayout{l3, l3 + ihl, *end, false, f[l3 + 9]};
 }
@@ -124,7 +108,7 @@ std::optional<IpLayout> locate_ipv4(const uint8_t *f, size_t len, size_t l3)
 std::optional<IpLayout> locate_ipv6(const uint8_t *f, size_t len, size_t l3)
 {
     if (len < l3 + 40 || f[l3] >> 4 != 6) return std::nullopt;
-    const size_t payload = load_be16(f + l3 + 4);
+    const size_t payload = ef_get_be16(f + l3 + 4);
     const std::optional<size_t> end =
         payload == 0 ? std::optional<size_t>(len) : packet_end(l3 + 40, payload, 0, len);
     if (!end) return std::nullopt;
@@ -143,40 +127,29 @@ std::optional<IpLayout> locate_ip(const uint8_t *f, size_t len)
 {
     const size_t l3 = ethernet_header_length(f, len);
     if (l3 == 0) return std::nullopt;
-    const uint16_t type = load_be16(f + l3 - 2);
+    const uint16_t type = ef_get_be16(f + l3 - 2);
     if (type == kEtherIpv4) return locate_ipv4(f, len, l3);
     if (type == kEtherIpv6) return locate_ipv6(f, len, l3);
     return std::nullopt;
 }
 
-// The one's-complement sum of big-endian 16-bit words, an odd last byte
-// padded with zero; kept wide and folded once at the end.
-uint64_t sum_words(const uint8_t *p, size_t n, uint64_t acc)
-{
-    for (size_t i = 0; i + 1 < n; i += 2) acc += load_be16(p + i);
-    if (n % 2 != 0) acc += uint64_t{p[n - 1]} << 8;
-    return acc;
-}
-
-uint16_t fold(uint64_t acc)
-{
-    while (acc >> 16) acc = (acc & 0xFFFF) + (acc >> 16);
-    return static_cast<uint16_t>(acc);
-}
-
-uint64_t pseudo_header_sum(const uint8_t *f, const IpLayout &ip, size_t l4_length)
+// The folded sum of the pseudo-header: addresses, protocol and L4 length (a
+// large GSO frame's length may not fit in 16 bits, so both halves count).
+uint16_t pseudo_header_sum(const uint8_t *f, const IpLayout &ip, size_t l4_length)
 {
     // The IPv6 pseudo-header takes the destination field as it stands; a
     // routing header's final destination is not looked up.
-    const uint64_t addresses =
-        ip.v6 ? sum_words(f + ip.l3 + 8, 32, 0) : sum_words(f + ip.l3 + 12, 8, 0);
-    return addresses + ip.proto + (l4_length & 0xFFFF) + (l4_length >> 16);
+    const uint16_t addresses =
+        ip.v6 ? ef_csum_sum(f + ip.l3 + 8, 32) : ef_csum_sum(f + ip.l3 + 12, 8);
+    const uint64_t fields = uint64_t{ip.proto} + (l4_length & 0xFFFF) + (l4_length >> 16);
+    return ef_csum_fold(addresses + fields);
 }
 
 void write_ipv4_header_checksum(uint8_t *f, const IpLayout &ip)
 {
-    store_be16(f + ip.l3 + 10, 0);
-    store_be16(f + ip.l3 + 10, static_cast<uint16_t>(~fold(sum_words(f + ip.l3, ip.l4 - ip.l3, 0))));
+    ef_put_be16(f + ip.l3 + 10, 0);
+    const auto header_length = static_cast<uint32_t>(ip.l4 - ip.l3);
+    ef_put_be16(f + ip.l3 + 10, static_cast<uint16_t>(~ef_csum_sum(f + ip.l3, header_length)));
 }
 
 bool write_l4_checksum(uint8_t *f, const IpLayout &ip)
@@ -186,11 +159,11 @@ bool write_l4_checksum(uint8_t *f, const IpLayout &ip)
     if (place == nullptr || l4_length < place->min_length) return false;
     if (ip.proto == kProtoIcmpv6 && !ip.v6) return false;
     uint8_t *field = f + ip.l4 + place->offset;
-    store_be16(field, 0);
-    uint16_t sum = static_cast<uint16_t>(
-        ~fold(sum_words(f + ip.l4, l4_length, pseudo_header_sum(f, ip, l4_length))));
+    ef_put_be16(field, 0);
+    const uint16_t payload = ef_csum_sum(f + ip.l4, static_cast<uint32_t>(l4_length));
+    uint16_t sum = static_cast<uint16_t>(~ef_csum_add(payload, pseudo_header_sum(f, ip, l4_length)));
     if (sum == 0 && place->zero_means_absent) sum = 0xFFFF;
-    store_be16(field, sum);
+    ef_put_be16(field, sum);
     return true;
 }
 
@@ -205,14 +178,14 @@ Frame make_segment(const Frame &frame, const IpLayout &ip, size_t headers_end, s
     uint8_t *s = seg.data();
     const size_t ip_length = headers_end - ip.l3 + length;
     if (ip.v6) {
-        store_be16(s + ip.l3 + 4, static_cast<uint16_t>(ip_length - 40));
+        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ip_length - 40));
     } else {
-        store_be16(s + ip.l3 + 2, static_cast<uint16_t>(ip_length));
-        store_be16(s + ip.l3 + 4, static_cast<uint16_t>(load_be16(s + ip.l3 + 4) + index));
+        ef_put_be16(s + ip.l3 + 2, static_cast<uint16_t>(ip_length));
+        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ef_get_be16(s + ip.l3 + 4) + index));
         write_ipv4_header_checksum(s, ip);
     }
     uint8_t *tcp = s + ip.l4;
-    store_be32(tcp + 4, load_be32(tcp + 4) + static_cast<uint32_t>(offset));
+    ef_put_be32(tcp + 4, ef_get_be32(tcp + 4) + static_cast<uint32_t>(offset));
     if (!last) tcp[13] &= static_cast<uint8_t>(~(kTcpFin | kTcpPsh));
     if (index != 0) tcp[13] &= static_cast<uint8_t>(~kTcpCwr);
     IpLayout seg_ip = ip;
@@ -231,7 +204,7 @@ size_t vxlan_inner_start(const uint8_t *f, const IpLayout &ip)
     constexpr size_t kUdpAndVxlan = 16;
     if (ip.proto != kProtoUdp || ip.end < ip.l4 + kUdpAndVxlan + 14)
         return 0;
-    return load_be16(f + ip.l4 + 2) == kVxlanPort ? ip.l4 + kUdpAndVxlan : 0;
+    return ef_get_be16(f + ip.l4 + 2) == kVxlanPort ? ip.l4 + kUdpAndVxlan : 0;
 }
 
 // After the inner frame changed: the outer lengths, IPv4 id and header
@@ -241,14 +214,14 @@ void refresh_outer_headers(Frame &f, IpLayout ip, size_t index)
     uint8_t *s = f.data();
     ip.end = f.size();
     if (ip.v6) {
-        store_be16(s + ip.l3 + 4, static_cast<uint16_t>(ip.end - ip.l3 - 40));
+        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ip.end - ip.l3 - 40));
     } else {
-        store_be16(s + ip.l3 + 2, static_cast<uint16_t>(ip.end - ip.l3));
-        store_be16(s + ip.l3 + 4, static_cast<uint16_t>(load_be16(s + ip.l3 + 4) + index));
+        ef_put_be16(s + ip.l3 + 2, static_cast<uint16_t>(ip.end - ip.l3));
+        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ef_get_be16(s + ip.l3 + 4) + index));
         write_ipv4_header_checksum(s, ip);
     }
-    store_be16(s + ip.l4 + 4, static_cast<uint16_t>(ip.end - ip.l4));
-    if (ip.v6 || load_be16(s + ip.l4 + 6) != 0)
+    ef_put_be16(s + ip.l4 + 4, static_cast<uint16_t>(ip.end - ip.l4));
+    if (ip.v6 || ef_get_be16(s + ip.l4 + 6) != 0)
         write_l4_checksum(s, ip);
 }
 
@@ -313,7 +286,7 @@ void insert_vlan_tag(Frame &frame, uint16_t tpid, uint16_t tci)
 size_t ethernet_header_length(const uint8_t *frame, size_t len)
 {
     size_t at = kMacsLength;
-    while (len >= at + 2 && is_tag_tpid(load_be16(frame + at))) at += kTagLength;
+    while (len >= at + 2 && is_tag_tpid(ef_get_be16(frame + at))) at += kTagLength;
     return len >= at + 2 ? at + 2 : 0;
 }
 

@@ -32,7 +32,7 @@ uint8_t *put_eth(std::vector<uint8_t> &out, size_t total, const Mac &dst, const 
     out.assign(total, 0);
     std::copy(dst.begin(), dst.end(), out.begin());
     std::copy(src.begin(), src.end(), out.begin() + 6);
-    store_be16(&out[12], type);
+    ef_put_be16(&out[12], type);
     return out.data() + kEthHeader;
 }
 
@@ -40,11 +40,11 @@ void build_arp(std::vector<uint8_t> &out, uint16_t op, const Mac &eth_dst, const
                const IpAddr &own_ip, const Mac &target_mac, const IpAddr &target_ip)
 {
     uint8_t *p = put_eth(out, kArpFrame, eth_dst, own_mac, kEtherArp);
-    store_be16(p, kArpHwEthernet);
-    store_be16(p + 2, kEtherIpv4);
+    ef_put_be16(p, kArpHwEthernet);
+    ef_put_be16(p + 2, kEtherIpv4);
     p[4] = 6;
     p[5] = 4;
-    store_be16(p + 6, op);
+    ef_put_be16(p + 6, op);
     std::copy(own_mac.begin(), own_mac.end(), p + 8);
     std::copy(own_ip.addr.begin(), own_ip.addr.begin() + 4, p + 14);
     std::copy(target_mac.begin(), target_mac.end(), p + 18);
@@ -57,22 +57,22 @@ void build_nd(uint8_t *ip, uint8_t type, uint32_t flags, const IpAddr &src, cons
               const IpAddr &target, const Mac *link, uint8_t option)
 {
     const size_t body_len = kNdBody + (link != nullptr ? kNdLinkOption : 0);
-    store_be32(ip, 6u << 28);
-    store_be16(ip + 4, static_cast<uint16_t>(body_len));
+    ef_put_be32(ip, 6u << 28);
+    ef_put_be16(ip + 4, static_cast<uint16_t>(body_len));
     ip[6] = kProtoIcmpv6;
     ip[7] = kNdHopLimit;
     std::copy(src.addr.begin(), src.addr.end(), ip + 8);
     std::copy(dst.addr.begin(), dst.addr.end(), ip + 24);
     uint8_t *body = ip + kIpv6Header;
     body[0] = type;
-    store_be32(body + 4, flags);
+    ef_put_be32(body + 4, flags);
     std::copy(target.addr.begin(), target.addr.end(), body + 8);
     if (link != nullptr) {
         body[kNdBody] = option;
         body[kNdBody + 1] = 1;  // in units of 8 bytes
         std::copy(link->begin(), link->end(), body + kNdBody + 2);
     }
-    store_be16(body + 2, icmpv6_checksum(src, dst, body, body_len));
+    ef_put_be16(body + 2, icmpv6_checksum(src, dst, body, body_len));
 }
 
 // The link-layer address option of the wanted type among the options, or
@@ -95,13 +95,13 @@ bool find_link_option(const uint8_t *opt, size_t len, uint8_t wanted, std::optio
 
 std::optional<ArpMessage> parse_arp(const uint8_t *frame, size_t len)
 {
-    if (len < kArpFrame || load_be16(frame + 12) != kEtherArp)
+    if (len < kArpFrame || ef_get_be16(frame + 12) != kEtherArp)
         return std::nullopt;
     const uint8_t *p = frame + kEthHeader;
-    if (load_be16(p) != kArpHwEthernet || load_be16(p + 2) != kEtherIpv4 || p[4] != 6 || p[5] != 4)
+    if (ef_get_be16(p) != kArpHwEthernet || ef_get_be16(p + 2) != kEtherIpv4 || p[4] != 6 || p[5] != 4)
         return std::nullopt;
     ArpMessage m;
-    m.op = load_be16(p + 6);
+    m.op = ef_get_be16(p + 6);
     if (m.op != kArpRequest && m.op != kArpReply)
         return std::nullopt;
     m.sender_mac = mac_at(p + 8);
@@ -113,10 +113,10 @@ std::optional<ArpMessage> parse_arp(const uint8_t *frame, size_t len)
 
 std::optional<NdMessage> parse_nd(const uint8_t *frame, size_t len)
 {
-    if (len < kEthHeader + kIpv6Header + kNdBody || load_be16(frame + 12) != kEtherIpv6)
+    if (len < kEthHeader + kIpv6Header + kNdBody || ef_get_be16(frame + 12) != kEtherIpv6)
         return std::nullopt;
     const uint8_t *ip = frame + kEthHeader;
-    const size_t payload = load_be16(ip + 4);
+    const size_t payload = ef_get_be16(ip + 4);
     if (ip[0] >> 4 != 6 || ip[6] != kProtoIcmpv6 || ip[7] != kNdHopLimit || payload < kNdBody ||
         payload > len - kEthHeader - kIpv6Header)
         return std::nullopt;
@@ -130,7 +130,7 @@ std::optional<NdMessage> parse_nd(const uint8_t *frame, size_t len)
     m.dst = ip_at(AF_INET6, ip + 24);
     if (icmpv6_checksum(m.src, m.dst, body, payload) != 0)
         return std::nullopt;
-    m.flags = load_be32(body + 4);
+    m.flags = ef_get_be32(body + 4);
     m.target = ip_at(AF_INET6, body + 8);
     const uint8_t wanted = m.type == kNeighbourSolicit ? kOptSourceLinkAddr : kOptTargetLinkAddr;
     if (!find_link_option(body + kNdBody, payload - kNdBody, wanted, m.link_addr))

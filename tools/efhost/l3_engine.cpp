@@ -26,7 +26,6 @@ using namespace l3;
 
 namespace {
 
-constexpr int kBuffReason = -98;
 constexpr auto kWorkerPeriod = std::chrono::milliseconds(100);
 
 // A frame built while the engine's lock was held, sent once it is released
@@ -295,7 +294,7 @@ void L3Engine::Impl::drain()
                     send_ip(b->head + b->data_off, b->len);
                 else
                     no_route++;
-                efmp_buff_free_sw_user(kBuffReason, b);
+                efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
                 TxBatch::flush_full();
                 b = next;
             }
@@ -378,7 +377,7 @@ bool L3Engine::handle_rx(uint32_t ifindex, const uint8_t *frame, size_t len)
     const std::optional<size_t> port = impl_->port_index(ifindex);
     if (!port || len < kEthHeader)
         return false;
-    switch (load_be16(frame + 12)) {
+    switch (ef_get_be16(frame + 12)) {
     case kEtherArp: return impl_->handle_arp(*port, frame, len);
     case kEtherIpv6: return impl_->handle_nd(*port, frame, len);
     default: return false;

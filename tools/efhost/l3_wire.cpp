@@ -3,6 +3,8 @@
 
 #include <sys/socket.h>
 
+#include "ef_csum.h"
+
 namespace efhost::l3 {
 
 size_t IpAddr::size() const { return family == AF_INET ? 4 : 16; }
@@ -37,31 +39,16 @@ bool prefix_contains(const IpPrefix &p, const IpAddr &a)
     return ((p.addr[whole] ^ a.addr[whole]) & mask) == 0;
 }
 
-namespace {
-
-uint32_t sum_words(const uint8_t *p, size_t len, uint32_t sum)
-{
-    for (size_t i = 0; i + 1 < len; i += 2)
-        sum += load_be16(p + i);
-    if (len % 2 != 0)
-        sum += uint32_t{p[len - 1]} << 8;
-    return sum;
-}
-
-}  // namespace
-
 uint16_t icmpv6_checksum(const IpAddr &src, const IpAddr &dst, const uint8_t *body, size_t len)
 {
     uint8_t tail[8] = {};
-    store_be32(tail, static_cast<uint32_t>(len));
+    ef_put_be32(tail, static_cast<uint32_t>(len));
     tail[7] = kProtoIcmpv6;
-    uint32_t sum = sum_words(src.addr.data(), 16, 0);
-    sum = sum_words(dst.addr.data(), 16, sum);
-    sum = sum_words(tail, sizeof tail, sum);
-    sum = sum_words(body, len, sum);
-    while (sum >> 16 != 0)
-        sum = (sum & 0xffff) + (sum >> 16);
-    return static_cast<uint16_t>(~sum);
+    uint64_t sum = ef_csum_accumulate(0, src.addr.data(), 16);
+    sum = ef_csum_accumulate(sum, dst.addr.data(), 16);
+    sum = ef_csum_accumulate(sum, tail, sizeof tail);
+    sum = ef_csum_accumulate(sum, body, static_cast<uint32_t>(len));
+    return static_cast<uint16_t>(~ef_csum_finish(sum));
 }
 
 }  // namespace efhost::l3

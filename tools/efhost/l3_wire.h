@@ -1,6 +1,7 @@
 // Addresses and wire constants shared by the L3 engine's pieces: Ethernet
-// types, ARP and ICMPv6 neighbour-discovery sizes and codes, big-endian
-// field helpers and the address kinds it keys its tables with.
+// types, ARP and ICMPv6 neighbour-discovery sizes and codes and the address
+// kinds it keys its tables with; fields are read and written through the
+// platform's big-endian helpers.
 #pragma once
 
 #include <array>
@@ -10,6 +11,7 @@
 #include <cstring>
 
 #include "config.h"
+#include "ef_byteorder.h"
 
 namespace efhost::l3 {
 
@@ -54,22 +56,6 @@ constexpr uint32_t kNaOverride = 0x20000000;
 
 constexpr Mac kBroadcastMac{0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
 constexpr Mac kAllNodesMac{0x33, 0x33, 0x00, 0x00, 0x00, 0x01};
-
-inline uint16_t load_be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
-inline uint32_t load_be32(const uint8_t *p)
-{
-    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
-}
-inline void store_be16(uint8_t *p, uint16_t v)
-{
-    p[0] = static_cast<uint8_t>(v >> 8);
-    p[1] = static_cast<uint8_t>(v);
-}
-inline void store_be32(uint8_t *p, uint32_t v)
-{
-    store_be16(p, static_cast<uint16_t>(v >> 16));
-    store_be16(p + 2, static_cast<uint16_t>(v));
-}
 
 // The ICMPv6 checksum of body (checksum field included as it stands) under
 // the IPv6 pseudo-header of src and dst.

@@ -1,8 +1,6 @@
 // The packet pipeline of efhost.
 #include "pipeline.h"
 
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <vector>
 
@@ -99,8 +97,8 @@ void Pipeline::transmit(uint32_t ifindex, const efmp_buff_t *buff)
     if (it == ports_.end() || buff->len < kEthHeader)
         return;
     const uint8_t *frame = buff->head + buff->data_off;
-    const uint32_t tag = ntohl(buff->vlan_tag);
-    const uint16_t vid = static_cast<uint16_t>(tag & 0xFFF);
+    const uint32_t tag = efmp_buff_tag_word(buff);
+    const uint16_t vid = static_cast<uint16_t>(tag & EFMP_TAG_VID_MASK);
     // A sub-interface's hook already wrote its tags; a port's own VLAN
     // leaves untagged.
     if ((buff->flags & EFMP_F_SUBIF_TAGGED) != 0 || vid == 0 || vid == it->second.pvid) {
