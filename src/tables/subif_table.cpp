@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -270,19 +271,16 @@ int vxlan_ef_subif_delete(vxlan_ef_vsd_t *vsd, uint32_t ifx)
 
 int vxlan_ef_subif_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(__func__, value, kArgsNullStop);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
-        return -1;
-    }
+    vxlan_ef_vsd_t *vsd = guard.vsd();
     const SubifValue v = read_value(value);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to %s sub-intf: (ifx %u, vni %u, main-ifx %u, "
                    "svid %u, cvid %u)\n",
                    v.oper != 0 ? "add" : "delete", v.ifx, v.vni, v.main_ifx,
                    static_cast<unsigned>(v.svid), static_cast<unsigned>(v.cvid));
-    WriteLock lock(vsd);
+    guard.lock();
     if (v.oper != 0)
         vxlan_ef_subif_update(vsd, value);
     else
