@@ -141,6 +141,9 @@ void vxlan_ef_entry_exit(void)
 
 vxlan_ef_entry_t *vxlan_ef_entry_get(vxlan_ef_vsd_t *vsd, uint32_t vni)
 {
+    // A caller left with the instance pointer after exit holds no table.
+    if (vsd == nullptr)
+        return nullptr;
     list_head *bucket = &vsd->entry_hash[vni & kEntryHashMask];
     for (list_head *node = bucket->next; node != bucket; node = node->next) {
         __builtin_prefetch(node->next);

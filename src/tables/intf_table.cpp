@@ -120,6 +120,9 @@ void vxlan_ef_intf_exit(void)
 
 vxlan_ef_intf_t *vxlan_ef_intf_get(vxlan_ef_vsd_t *vsd, uint32_t ifx, uint32_t kind)
 {
+    // A caller left with the instance pointer after exit holds no table.
+    if (vsd == nullptr)
+        return nullptr;
     list_head *bucket = &kind_hash(vsd, kind)[ifx & kIntfHashMask];
     for (list_head *node = bucket->next; node != bucket; node = node->next) {
         auto *intf = ef_container_of(node, vxlan_ef_intf_t, hash_node);

@@ -81,6 +81,9 @@ void tree_erase(vxlan_ef_vsd_t *vsd, const TreeRef &t, vxlan_ef_subif_t *subif)
 
 vxlan_ef_subif_t *tree_find(vxlan_ef_vsd_t *vsd, const TreeRef &t, const vxlan_ef_subif_t &key)
 {
+    // A caller left with the instance pointer after exit holds no tree.
+    if (vsd == nullptr)
+        return nullptr;
     const vxlan_ef_subif_tree_t &tree = vsd->*t.tree;
     rb_node *node = tree.root.rb_node;
     while (node != nullptr) {
@@ -215,6 +218,8 @@ vxlan_ef_subif_t *vxlan_ef_subif_lookup_by_mainifx(vxlan_ef_vsd_t *vsd, uint32_t
 
 int vxlan_ef_subif_update(vxlan_ef_vsd_t *vsd, const uint8_t *value)
 {
+    if (vsd == nullptr || value == nullptr)
+        return -1;
     const SubifValue v = read_value(value);
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, v.vni);
     vxlan_ef_subif_t *subif = vxlan_ef_subif_lookup_by_subifx(vsd, v.ifx);

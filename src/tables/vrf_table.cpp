@@ -79,6 +79,9 @@ void vxlan_ef_vrf_exit(void)
 
 vxlan_ef_vrf_t *vxlan_ef_vrf_get(vxlan_ef_vsd_t *vsd, int32_t vrf_id)
 {
+    // A caller left with the instance pointer after exit holds no table.
+    if (vsd == nullptr)
+        return nullptr;
     list_head *bucket = vrf_bucket(vsd, vrf_id);
     for (list_head *node = bucket->next; node != bucket; node = node->next) {
         auto *vrf = ef_container_of(node, vxlan_ef_vrf_t, hash_node);
