@@ -13,8 +13,8 @@
 
 namespace vxlan_ef {
 
-// The null-value lines. Handlers differ in which one they print, and the
-// control process's tooling matches the text, so each keeps its own.
+// The null-value lines. Handlers differ in which one they print; the text is
+// part of each handler's output, so each keeps its own spelling.
 inline constexpr const char kArgsNull[] = "VXLAN-EF-ERR: [vsd %d %s] args == NULL\n";
 inline constexpr const char kArgsNullStop[] = "VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n";
 inline constexpr const char kArgsPointerNull[] =
