@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 
 #include "core_private.h"
 
@@ -50,9 +49,14 @@ public:
     }
     uint8_t byte(std::size_t offset) const { return value_[offset]; }
 
-    // Takes the instance's write lock; it is released when the guard goes,
-    // that is when the handler returns.
-    void lock() { lock_.emplace(vsd_); }
+    // Takes the instance's write lock, as WriteLock does; it is released
+    // when the guard goes, that is when the handler returns.
+    void lock()
+    {
+        pthread_rwlock_wrlock(&vsd_->rwlock);
+        tables_changing();
+        held_.vsd = vsd_;
+    }
 
     // Takes the write lock, then finds the entry of vni; nullptr (with the
     // "entry is not exist" line) when there is none.
@@ -70,7 +74,19 @@ private:
     const char *func_;
     const uint8_t *value_;
     vxlan_ef_vsd_t *vsd_;
-    std::optional<WriteLock> lock_;
+    // The lock taken by lock(), if any. (A std::optional<WriteLock> here
+    // trips g++'s maybe-uninitialized warning in sanitizer builds.)
+    struct Held {
+        vxlan_ef_vsd_t *vsd = nullptr;
+        Held() = default;
+        Held(const Held &) = delete;
+        Held &operator=(const Held &) = delete;
+        ~Held()
+        {
+            if (vsd != nullptr)
+                pthread_rwlock_unlock(&vsd->rwlock);
+        }
+    } held_;
 };
 
 // A handler of one VXLAN entry, whose value opens with the entry's VNI (u32
