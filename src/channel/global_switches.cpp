@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "channel_private.h"
+#include "core/handler_guard.h"
 
 namespace {
 
@@ -13,14 +14,10 @@ const char *enable_word(uint8_t value) { return value != 0 ? "enable" : "disable
 int switch_deal(const char *func, const char *words, const uint8_t *value,
                 uint8_t vxlan_ef_vsd_t::*field, bool store_only_changes)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    vxlan_ef::HandlerGuard guard(func, value, vxlan_ef::kArgsNullStop);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, func,
-                        "VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
-        return -1;
-    }
+    vxlan_ef_vsd_t *vsd = guard.vsd();
     const char *word = enable_word(*value);
     VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func, "VXLAN-EF-EVENT: [vsd %d %s] %s %s.\n",
                     word, words);
@@ -67,18 +64,15 @@ int vxlan_ef_copy_dscp_deal(uint32_t, const uint8_t *value)
 
 int vxlan_ef_anycast_mac(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    vxlan_ef::HandlerGuard guard(__func__, value, vxlan_ef::kArgsNullStop);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
-        return -1;
-    }
+    vxlan_ef_vsd_t *vsd = guard.vsd();
     const uint8_t oper = value[6];
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set anycast mac "
                    "%02x%02x.%02x%02x.%02x%02x, oper: %d\n",
                    value[0], value[1], value[2], value[3], value[4], value[5], oper);
-    vxlan_ef::WriteLock lock(vsd);
+    guard.lock();
     if (oper != 0) {
         std::memcpy(vsd->anycast_mac, value, sizeof vsd->anycast_mac);
         vsd->anycast_mac_valid = 1;

@@ -31,6 +31,10 @@ int batch_append(vxlan_ef_vsd_t *vsd, uint16_t type, uint16_t length, const uint
 int vxlan_ef_msg_send(vxlan_ef_vsd_t *vsd, uint32_t type, uint16_t length, const uint8_t *value,
                       int mode)
 {
+    // Both buffers live in the instance record: without one there is nothing
+    // to send from, and the caller learns that nothing left.
+    if (g_vxlan_vsd == nullptr || vsd == nullptr)
+        return -1;
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] send tlv to vxlan_ef, t: %s, l: %d, ctrl: %d\n",
                    vxlan_ef_tlv_name(type), length, mode);
     if (mode == vxlan_ef::kSendRealTime) {
@@ -52,6 +56,11 @@ int vxlan_ef_msg_send(vxlan_ef_vsd_t *vsd, uint32_t type, uint16_t length, const
 
 int vxlan_ef_msg_write(vxlan_ef_vsd_t *vsd, uint8_t *buffer, uint32_t length)
 {
+    // The buffer is one of the instance record's: once the record has gone
+    // it is freed memory, so nothing is sent and nothing reset. A write
+    // reports 0 whatever became of the message.
+    if (g_vxlan_vsd == nullptr || vsd == nullptr || buffer == nullptr)
+        return 0;
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] send msg to user, pid: %d\n",
                    static_cast<int>(vsd->user_pid));
     auto *msg = static_cast<ef_msg_t *>(

@@ -147,6 +147,8 @@ int vxlan_ef_vni_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
 
 void vxlan_ef_tunnel_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
 {
+    if (buff == nullptr || vsd == nullptr || entry == nullptr)
+        return;
     const lsm_intfcb_t *src = buff->src_intf;
     const bool from_tunnel = is_tunnel(src);
     const bool src_outside = from_tunnel && outside_center(vsd, src->ifindex);
@@ -184,6 +186,8 @@ void vxlan_ef_tunnel_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entr
 
 void vxlan_ef_subif_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
 {
+    if (buff == nullptr || vsd == nullptr || entry == nullptr)
+        return;
     efmp_buff_t *copy = copy_frame(buff);
     if (copy == nullptr) {
         VXLAN_EF_TRACE(buff, TraceGate::Forward,
@@ -211,6 +215,9 @@ void vxlan_ef_subif_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry
 
 int vxlan_ef_vlan_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
 {
+    // Without the instance (after exit) there is no entry to flood in.
+    if (buff == nullptr || vsd == nullptr || entry == nullptr)
+        return EF_Drop;
     efmp_buff_t *copy = copy_frame(buff);
     if (copy == nullptr) {
         VXLAN_EF_TRACE(buff, TraceGate::Forward,

@@ -84,8 +84,10 @@ bool refused_between(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_entr
                     static_cast<void *>(buff));
         return true;
     }
-    if (entry->switch_proteched && !is_local(buff) && src != nullptr && !is_tunnel(src) &&
-        !is_tunnel(dst) && dst->type != LSM_IF_TYPE_OVERLAY_ROUTER) {
+    // A frame with no source interface did not come over a tunnel either, so
+    // a protected VNI holds it back like any other frame from a local port.
+    if (entry->switch_proteched && !is_local(buff) && !is_tunnel(src) && !is_tunnel(dst) &&
+        dst->type != LSM_IF_TYPE_OVERLAY_ROUTER) {
         UCAST_TRACE(buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p vni %u entry set the switch protected "
                     "(drop).\n",

@@ -121,48 +121,68 @@ void vxlan_ef_mom_peerlink_scan(vxlan_ef_vsd_t *)
 
 }  // namespace vxlan_ef
 
-int vxlan_ef_mom_peerlink_callback(void *, tq_mom_notify_t *msg)
+namespace {
+
+// What sets the app-db's two callbacks apart in the opening they share: the
+// name their lines carry, their texts, and the step each goes on to.
+struct MomCallback {
+    const char *func;
+    const char *no_vsd_dump;
+    const char *no_msg_dump;
+    const char *error_line;
+    const char *error_dump;
+    int (*step)(vxlan_ef_vsd_t *vsd, const tq_mom_notify_t &msg);
+};
+
+constexpr MomCallback kTableChange{
+    "vxlan_ef_mom_peerlink_callback",
+    "MOM peerlink callback failed due to vsd 0 is NULL.\n",
+    "MOM peerlink callback failed due to msg is NULL.\n",
+    "VXLAN-EF-ERR: [vsd %d %s] Fail to subscribe mlag table for error(%d).\n",
+    "MOM peerlink callback failed due to msg->error is %d.\n",
+    on_table_change};
+
+constexpr MomCallback kScanObject{
+    "vxlan_ef_mom_peerlink_scan_cb",
+    "MOM peerlink scan callback failed due to vsd 0 is NULL.\n",
+    "MOM peerlink scan callback failed due to msg is NULL.\n",
+    "VXLAN-EF-ERR: [vsd %d %s] Fail to scan mlag table for error(%d).\n",
+    "MOM peerlink scan callback failed due to msg->error is %d.\n",
+    on_scan_object};
+
+// Without an instance only the log file hears of it; otherwise the message
+// is checked and taken under the write lock, released on return.
+int mom_callback(const MomCallback &cb, const tq_mom_notify_t *msg)
 {
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (vsd == nullptr) {
-        vxlan_ef_log_dump("MOM peerlink callback failed due to vsd 0 is NULL.\n");
+        vxlan_ef_log_dump("%s", cb.no_vsd_dump);
         return -1;
     }
     vxlan_ef::WriteLock lock(vsd);
     if (msg == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] mlag peer-link msg is NULL.\n");
-        vxlan_ef_log_dump("MOM peerlink callback failed due to msg is NULL.\n");
+        VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, cb.func,
+                        "VXLAN-EF-ERR: [vsd %d %s] mlag peer-link msg is NULL.\n");
+        vxlan_ef_log_dump("%s", cb.no_msg_dump);
         return -1;
     }
     if (msg->error != 0) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] Fail to subscribe mlag table for error(%d).\n",
-                     static_cast<int>(msg->error));
-        vxlan_ef_log_dump("MOM peerlink callback failed due to msg->error is %d.\n",
-                          static_cast<int>(msg->error));
+        VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, cb.func, cb.error_line,
+                        static_cast<int>(msg->error));
+        vxlan_ef_log_dump(cb.error_dump, static_cast<int>(msg->error));
         return -1;
     }
-    return on_table_change(vsd, *msg);
+    return cb.step(vsd, *msg);
+}
+
+}  // namespace
+
+int vxlan_ef_mom_peerlink_callback(void *, tq_mom_notify_t *msg)
+{
+    return mom_callback(kTableChange, msg);
 }
 
 int vxlan_ef_mom_peerlink_scan_cb(void *, tq_mom_notify_t *msg)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr) {
-        vxlan_ef_log_dump("MOM peerlink scan callback failed due to vsd 0 is NULL.\n");
-        return -1;
-    }
-    vxlan_ef::WriteLock lock(vsd);
-    if (msg == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] mlag peer-link msg is NULL.\n");
-        vxlan_ef_log_dump("MOM peerlink scan callback failed due to msg is NULL.\n");
-        return -1;
-    }
-    if (msg->error != 0) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] Fail to scan mlag table for error(%d).\n",
-                     static_cast<int>(msg->error));
-        vxlan_ef_log_dump("MOM peerlink scan callback failed due to msg->error is %d.\n",
-                          static_cast<int>(msg->error));
-        return -1;
-    }
-    return on_scan_object(vsd, *msg);
+    return mom_callback(kScanObject, msg);
 }

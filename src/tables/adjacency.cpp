@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "lsm.h"
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -113,22 +114,14 @@ void adj_destroy(vxlan_ef_vsd_t *vsd, vxlan_ef_adj_t *adj)
 
 int vxlan_ef_asso_vtep_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    EntryGuard guard(__func__, value);
+    vxlan_ef_entry_t *entry = guard.entry();
+    if (entry == nullptr)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL\n");
-        return -1;
-    }
-    const uint32_t vni = load_unaligned<uint32_t>(value);
-    const uint32_t ifx = load_unaligned<uint32_t>(value + 4);
-    const uint8_t oper = value[16];
-    WriteLock lock(vsd);
-    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
-    if (entry == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] entry is not exist, vni: %u\n", vni);
-        return -1;
-    }
+    const uint32_t ifx = guard.field<uint32_t>(4);
+    const uint8_t oper = guard.byte(16);
+    const uint32_t vni = guard.vni();
+    vxlan_ef_vsd_t *vsd = guard.vsd();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to asso vtep, vni: %u, ifx: %u, oper: %d\n",
                    vni, ifx, oper);
     vxlan_ef_adj_t *adj = vxlan_ef_adj_get(vsd, nullptr, ifx, entry);

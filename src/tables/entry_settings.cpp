@@ -2,6 +2,7 @@
 // L2 VNI mapping (SET_VNI_MAP), switch protection, ARP and ND suppression,
 // and the instance's VXLAN UDP port (SET_UDP_PORT). Each confirms its part of
 // the entry for a running resynchronisation.
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -28,24 +29,14 @@ constexpr Suppress kNdSuppress{
 
 int suppress_deal(const char *func, const Suppress &sw, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    EntryGuard guard(func, value, kArgsPointerNull);
+    vxlan_ef_entry_t *entry = guard.entry();
+    if (entry == nullptr)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, func,
-                        "VXLAN-EF-ERR: [vsd %d %s] the args pointer is NULL.\n");
-        return -1;
-    }
-    const uint32_t vni = load_unaligned<uint32_t>(value);
-    WriteLock lock(vsd);
-    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
-    if (entry == nullptr) {
-        VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, func,
-                        "VXLAN-EF-ERR: [vsd %d %s] entry is not exist, vni: %u\n", vni);
-        return -1;
-    }
-    VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func, sw.event, vni, enable_word(value[4]));
-    entry->*sw.field = value[4];
+    const uint8_t setting = guard.byte(4);
+    VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func, sw.event, guard.vni(),
+                    enable_word(setting));
+    entry->*sw.field = setting;
     entry->dirty &= ~sw.dirty_bit;
     return 0;
 }
@@ -54,29 +45,19 @@ int suppress_deal(const char *func, const Suppress &sw, const uint8_t *value)
 
 int vxlan_ef_set_router_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    EntryGuard guard(__func__, value);
+    vxlan_ef_entry_t *entry = guard.entry();
+    if (entry == nullptr)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL\n");
-        return -1;
-    }
-    const uint32_t vni = load_unaligned<uint32_t>(value);
-    const uint32_t router_ifx = load_unaligned<uint32_t>(value + 4);
-    const uint32_t vrf_id = load_unaligned<uint32_t>(value + 8);
-    const uint8_t anycast = value[20];
-    const uint8_t oper = value[21];
-    WriteLock lock(vsd);
-    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
-    if (entry == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] entry is not exist, vni: %u\n", vni);
-        return -1;
-    }
+    const uint32_t router_ifx = guard.field<uint32_t>(4);
+    const uint32_t vrf_id = guard.field<uint32_t>(8);
+    const uint8_t anycast = guard.byte(20);
+    const uint8_t oper = guard.byte(21);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set router, vni: %u rifx: %u, oper: %d\n",
-                   vni, router_ifx, oper);
+                   guard.vni(), router_ifx, oper);
     entry->dirty &= ~VXLAN_EF_ENTRY_DIRTY_ROUTER;
     // An unbind names the message's router interface, not the stored one.
-    vxlan_ef_intf_asso_vni(static_cast<uint32_t>(vsd->id), router_ifx, entry->vni,
+    vxlan_ef_intf_asso_vni(static_cast<uint32_t>(guard.vsd()->id), router_ifx, entry->vni,
                            oper != 0 ? vrf_id : 0, oper);
     entry->router_ifx = oper != 0 ? router_ifx : 0;
     entry->vrf_id = oper != 0 ? vrf_id : kNoVrf;
@@ -86,23 +67,13 @@ int vxlan_ef_set_router_deal(uint32_t, const uint8_t *value)
 
 int vxlan_ef_set_vni_map_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    EntryGuard guard(__func__, value);
+    vxlan_ef_entry_t *a = guard.entry();
+    if (a == nullptr)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL\n");
-        return -1;
-    }
-    const uint32_t vni = load_unaligned<uint32_t>(value);
-    const uint32_t map_vni = load_unaligned<uint32_t>(value + 4);
-    const uint8_t oper = value[8];
-    WriteLock lock(vsd);
-    vxlan_ef_entry_t *a = vxlan_ef_entry_get(vsd, vni);
-    if (a == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] entry is not exist, vni: %u\n", vni);
-        return -1;
-    }
-    vxlan_ef_entry_t *b = vxlan_ef_entry_get(vsd, map_vni);
+    const uint32_t map_vni = guard.field<uint32_t>(4);
+    const uint8_t oper = guard.byte(8);
+    vxlan_ef_entry_t *b = vxlan_ef_entry_get(guard.vsd(), map_vni);
     if (b == nullptr) {
         VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] map entry is not exist, map vni: %u\n", map_vni);
         return -1;
@@ -119,24 +90,18 @@ int vxlan_ef_set_vni_map_deal(uint32_t, const uint8_t *value)
 
 int vxlan_ef_set_switch_proteched_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(__func__, value, kArgsNullStop);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
-        return -1;
-    }
-    const uint32_t vni = load_unaligned<uint32_t>(value);
+    const uint32_t vni = guard.field<uint32_t>(0);
+    const uint8_t setting = guard.byte(4);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set vxlan switch proteched, vni: %u, "
                    "oper: %d\n",
-                   vni, value[4]);
-    WriteLock lock(vsd);
-    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
-    if (entry == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] entry is not exist, vni: %u\n", vni);
+                   vni, setting);
+    vxlan_ef_entry_t *entry = guard.lock_entry(vni);
+    if (entry == nullptr)
         return -1;
-    }
-    entry->switch_proteched = value[4];
+    entry->switch_proteched = setting;
     entry->dirty &= ~VXLAN_EF_ENTRY_DIRTY_PROTECTED;
     return 0;
 }
@@ -153,16 +118,13 @@ int vxlan_ef_vni_nd_suppress_deal(uint32_t, const uint8_t *value)
 
 int vxlan_ef_set_udp_port_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(__func__, value);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL\n");
-        return -1;
-    }
-    const uint16_t port = load_unaligned<uint16_t>(value);
+    vxlan_ef_vsd_t *vsd = guard.vsd();
+    const uint16_t port = guard.field<uint16_t>(0);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set udp port: %u\n", port);
-    WriteLock lock(vsd);
+    guard.lock();
     store_relaxed(vsd->udp_port, port);  // taken as is, 0 included
     vsd->udp_port_dirty = 0;
     return 0;

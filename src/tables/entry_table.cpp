@@ -4,6 +4,7 @@
 // other tables use.
 #include <cstring>
 
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -140,6 +141,9 @@ void vxlan_ef_entry_exit(void)
 
 vxlan_ef_entry_t *vxlan_ef_entry_get(vxlan_ef_vsd_t *vsd, uint32_t vni)
 {
+    // A caller left with the instance pointer after exit holds no table.
+    if (vsd == nullptr)
+        return nullptr;
     list_head *bucket = &vsd->entry_hash[vni & kEntryHashMask];
     for (list_head *node = bucket->next; node != bucket; node = node->next) {
         __builtin_prefetch(node->next);
@@ -174,17 +178,14 @@ uint32_t vxlan_ef_manage_vni_get(void *, uint32_t vni)
 
 int vxlan_ef_set_entry_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(__func__, value, kArgsNullStop);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
-        return -1;
-    }
-    const uint32_t vni = load_unaligned<uint32_t>(value);
-    const uint8_t oper = value[4];
+    vxlan_ef_vsd_t *vsd = guard.vsd();
+    const uint32_t vni = guard.field<uint32_t>(0);
+    const uint8_t oper = guard.byte(4);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set entry, vni: %u, oper: %d\n", vni, oper);
-    WriteLock lock(vsd);
+    guard.lock();
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
     if (oper != 0) {
         if (entry != nullptr)

@@ -2,6 +2,7 @@
 // route learning), each set by its own message for an existing OverlayTunnel
 // and each carrying its own mark for resynchronisation.
 #include "lsm.h"
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -36,18 +37,14 @@ constexpr TunnelSwitch kRouteLearn{
 
 int tunnel_switch_deal(const char *func, const TunnelSwitch &sw, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(func, value);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, func,
-                        "VXLAN-EF-ERR: [vsd %d %s] args == NULL\n");
-        return -1;
-    }
-    const uint32_t ifx = load_unaligned<uint32_t>(value);
-    const uint8_t setting = value[sw.value_offset];
+    vxlan_ef_vsd_t *vsd = guard.vsd();
+    const uint32_t ifx = guard.field<uint32_t>(0);
+    const uint8_t setting = guard.byte(sw.value_offset);
     VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func, sw.event, ifx, setting);
-    WriteLock lock(vsd);
+    guard.lock();
     vxlan_ef_intf_t *tunnel = vxlan_ef_intf_get(vsd, ifx, LSM_IF_TYPE_OVERLAY_TUNNEL);
     if (tunnel == nullptr) {
         VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, func, sw.failure, ifx);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "lsm.h"
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -119,6 +120,9 @@ void vxlan_ef_intf_exit(void)
 
 vxlan_ef_intf_t *vxlan_ef_intf_get(vxlan_ef_vsd_t *vsd, uint32_t ifx, uint32_t kind)
 {
+    // A caller left with the instance pointer after exit holds no table.
+    if (vsd == nullptr)
+        return nullptr;
     list_head *bucket = &kind_hash(vsd, kind)[ifx & kIntfHashMask];
     for (list_head *node = bucket->next; node != bucket; node = node->next) {
         auto *intf = ef_container_of(node, vxlan_ef_intf_t, hash_node);
@@ -172,16 +176,13 @@ int vxlan_ef_intf_asso_vni(uint32_t, uint32_t ifx, uint32_t vni, uint32_t vrf_id
 
 int vxlan_ef_set_vtep_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(__func__, value);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL\n");
-        return -1;
-    }
-    const uint32_t ifx = load_unaligned<uint32_t>(value + 4);
-    const uint8_t oper = value[68];
-    WriteLock lock(vsd);
+    vxlan_ef_vsd_t *vsd = guard.vsd();
+    const uint32_t ifx = guard.field<uint32_t>(4);
+    const uint8_t oper = guard.byte(68);
+    guard.lock();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set OverlayTunnel, ifx: %u, oper: %d\n", ifx,
                    oper);
     vxlan_ef_intf_t *tunnel = vxlan_ef_intf_get(vsd, ifx, LSM_IF_TYPE_OVERLAY_TUNNEL);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -80,6 +81,9 @@ void tree_erase(vxlan_ef_vsd_t *vsd, const TreeRef &t, vxlan_ef_subif_t *subif)
 
 vxlan_ef_subif_t *tree_find(vxlan_ef_vsd_t *vsd, const TreeRef &t, const vxlan_ef_subif_t &key)
 {
+    // A caller left with the instance pointer after exit holds no tree.
+    if (vsd == nullptr)
+        return nullptr;
     const vxlan_ef_subif_tree_t &tree = vsd->*t.tree;
     rb_node *node = tree.root.rb_node;
     while (node != nullptr) {
@@ -214,6 +218,8 @@ vxlan_ef_subif_t *vxlan_ef_subif_lookup_by_mainifx(vxlan_ef_vsd_t *vsd, uint32_t
 
 int vxlan_ef_subif_update(vxlan_ef_vsd_t *vsd, const uint8_t *value)
 {
+    if (vsd == nullptr || value == nullptr)
+        return -1;
     const SubifValue v = read_value(value);
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, v.vni);
     vxlan_ef_subif_t *subif = vxlan_ef_subif_lookup_by_subifx(vsd, v.ifx);
@@ -270,19 +276,16 @@ int vxlan_ef_subif_delete(vxlan_ef_vsd_t *vsd, uint32_t ifx)
 
 int vxlan_ef_subif_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(__func__, value, kArgsNullStop);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
-        return -1;
-    }
+    vxlan_ef_vsd_t *vsd = guard.vsd();
     const SubifValue v = read_value(value);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to %s sub-intf: (ifx %u, vni %u, main-ifx %u, "
                    "svid %u, cvid %u)\n",
                    v.oper != 0 ? "add" : "delete", v.ifx, v.vni, v.main_ifx,
                    static_cast<unsigned>(v.svid), static_cast<unsigned>(v.cvid));
-    WriteLock lock(vsd);
+    guard.lock();
     if (v.oper != 0)
         vxlan_ef_subif_update(vsd, value);
     else

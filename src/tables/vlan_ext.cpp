@@ -4,6 +4,7 @@
 // belongs to the first VNI that took it.
 #include <cstring>
 
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -94,24 +95,15 @@ void entry_free_vids(vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry, bool only_dir
 
 int vxlan_ef_set_vlan_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    EntryGuard guard(__func__, value);
+    vxlan_ef_entry_t *entry = guard.entry();
+    if (entry == nullptr)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL\n");
-        return -1;
-    }
-    const uint32_t vni = load_unaligned<uint32_t>(value);
-    const uint8_t oper = value[6];
-    WriteLock lock(vsd);
-    vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
-    if (entry == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] entry is not exist, vni: %u\n", vni);
-        return -1;
-    }
+    const uint8_t oper = guard.byte(6);
+    vxlan_ef_vsd_t *vsd = guard.vsd();
     // Increasing VLAN order; VLANs 0 and 4095 are never looked at.
     for (uint32_t w = 0; w < kBitmapWords; ++w) {
-        uint64_t bits = load_unaligned<uint64_t>(value + kBitmapOffset + w * 8);
+        uint64_t bits = guard.field<uint64_t>(kBitmapOffset + w * 8);
         while (bits != 0) {
             const uint32_t vid = w * 64 + static_cast<uint32_t>(__builtin_ctzll(bits));
             bits &= bits - 1;

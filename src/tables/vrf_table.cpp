@@ -2,6 +2,7 @@
 // hash by the id's low 9 bits and a list in creation order (SET_VRF).
 #include <cstring>
 
+#include "core/handler_guard.h"
 #include "tables_private.h"
 
 using namespace vxlan_ef;
@@ -78,6 +79,9 @@ void vxlan_ef_vrf_exit(void)
 
 vxlan_ef_vrf_t *vxlan_ef_vrf_get(vxlan_ef_vsd_t *vsd, int32_t vrf_id)
 {
+    // A caller left with the instance pointer after exit holds no table.
+    if (vsd == nullptr)
+        return nullptr;
     list_head *bucket = vrf_bucket(vsd, vrf_id);
     for (list_head *node = bucket->next; node != bucket; node = node->next) {
         auto *vrf = ef_container_of(node, vxlan_ef_vrf_t, hash_node);
@@ -89,15 +93,12 @@ vxlan_ef_vrf_t *vxlan_ef_vrf_get(vxlan_ef_vsd_t *vsd, int32_t vrf_id)
 
 int vxlan_ef_set_vrf_deal(uint32_t, const uint8_t *value)
 {
-    vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    HandlerGuard guard(__func__, value, kArgsNullStop);
+    if (!guard)
         return -1;
-    if (value == nullptr) {
-        VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] args == NULL.\n");
-        return -1;
-    }
-    const int32_t vrf_id = load_unaligned<int32_t>(value);
-    const uint8_t oper = value[12];
+    vxlan_ef_vsd_t *vsd = guard.vsd();
+    const int32_t vrf_id = guard.field<int32_t>(0);
+    const uint8_t oper = guard.byte(12);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set vrf, vrf id: %d, oper: %s\n", vrf_id,
                    oper != 0 ? "set" : "unset");
     {
@@ -110,8 +111,8 @@ int vxlan_ef_set_vrf_deal(uint32_t, const uint8_t *value)
                 VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] Fail to alloc vrf memory.\n");
                 return -1;
             }
-            vrf->l3vni = load_unaligned<uint32_t>(value + 4);
-            vrf->l3ifx = load_unaligned<uint32_t>(value + 8);
+            vrf->l3vni = guard.field<uint32_t>(4);
+            vrf->l3ifx = guard.field<uint32_t>(8);
             vrf->dirty = 0;
             return 0;
         }

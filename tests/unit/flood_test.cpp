@@ -475,6 +475,25 @@ TEST_F(BcastPktEncapTest, SubifNodeOfAVanishedSubInterfaceIsDropped)
     drop(b);
 }
 
+TEST_F(FloodTest, MemberFloodsAfterExitMakeNoCopy)
+{
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    set_mask(0xFFFF);
+    // Sub-interfaces have no exit step: remove them so exit leaves nothing.
+    EXPECT_EQ(vxlan_ef_subif_delete(g_vxlan_vsd, kS1), 0);
+    EXPECT_EQ(vxlan_ef_subif_delete(g_vxlan_vsd, kS2), 0);
+    vxlan_ef_exit();
+    take_logs();
+    const long live = efrt::buff_live_total();
+    vxlan_ef_tunnel_bcast(b, g_vxlan_vsd, nullptr);
+    vxlan_ef_subif_bcast(b, g_vxlan_vsd, nullptr);
+    EXPECT_EQ(vxlan_ef_vlan_bcast(b, g_vxlan_vsd, nullptr), EF_Drop);
+    EXPECT_EQ(efrt::buff_live_total(), live);
+    EXPECT_EQ(destinations(), Destinations{});
+    EXPECT_TRUE(take_logs().empty());
+    drop(b);
+}
+
 TEST_F(BcastPktEncapTest, MissingBufferNodeOrSourceIsDroppedSilently)
 {
     efmp_buff_t *b = engine_buff(0);

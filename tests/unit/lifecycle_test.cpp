@@ -112,6 +112,32 @@ TEST_F(ModuleTest, ExitRemovesChannelAndRecordAndLeavesTaskRearmingItself)
     EXPECT_TRUE(logs().empty());
 }
 
+TEST_F(ModuleTest, TableLookupsGivenTheInstancePointerAfterExitFindNothing)
+{
+    start();
+    set_mask(0xFFFF);
+    vxlan_ef_exit();
+    take_logs();
+    // Callers pass the instance they hold; after exit that is null.
+    vxlan_ef_vsd_t *none = g_vxlan_vsd;
+    EXPECT_EQ(vxlan_ef_entry_get(none, 100), nullptr);
+    EXPECT_EQ(vxlan_ef_manage_vxlan_get(none, 100), nullptr);
+    EXPECT_EQ(vxlan_ef_intf_get(none, 101, LSM_IF_TYPE_OVERLAY_TUNNEL), nullptr);
+    EXPECT_EQ(vxlan_ef_intf_get(none, 102, LSM_IF_TYPE_OVERLAY_ROUTER), nullptr);
+    EXPECT_EQ(vxlan_ef_intf_is_outside_center(none, 101), 0);
+    EXPECT_EQ(vxlan_ef_check_tnl_mac_learn(none, 101), 0);
+    EXPECT_EQ(vxlan_ef_check_tnl_route_learn(none, 101), 0);
+    EXPECT_EQ(vxlan_ef_vrf_get(none, 1), nullptr);
+    EXPECT_EQ(vxlan_ef_subif_lookup_by_subifx(none, 7), nullptr);
+    EXPECT_EQ(vxlan_ef_subif_lookup_by_mainifx(none, 11, 10, 0), nullptr);
+    const std::vector<uint8_t> subif = vxtest::bytes({7, 0, 0, 0, 11, 0, 0, 0, 100, 0, 0, 0,
+                                                      10, 0, 0, 0, 0, 1});
+    EXPECT_EQ(vxlan_ef_subif_update(none, subif.data()), -1);
+    EXPECT_EQ(vxlan_ef_subif_delete(none, 7), -1);
+    EXPECT_EQ(g_vxlan_ef_kmem_count[VXLAN_EF_MEM_SUBIF], 0u);
+    EXPECT_TRUE(logs().empty());
+}
+
 TEST_F(ModuleTest, KmallocAndKfreeCountLiveBlocksPerCategory)
 {
     void *a = vxlan_ef_kmalloc(VXLAN_EF_MEM_ENTRY, 32, 0);

@@ -293,4 +293,49 @@ TEST_F(SendBufferTest, SendLineNamesUnknownTypesAndShowsMode)
                       }));
 }
 
+TEST_F(SendBufferTest, SendAfterExitReturnsMinusOneAndSendsNothing)
+{
+    begin();
+    set_mask(0xFFFF);
+    vxlan_ef_vsd_t *gone = g_vxlan_vsd;
+    vxlan_ef_exit();
+    take_logs();
+    const uint64_t attempts = efrt::msg_send_attempts();
+    const long live = efrt::mem_live_blocks(VXLAN_EF_EF_MEM_TYPE);
+    const uint8_t value[2] = {1, 2};
+    for (int mode : {0, 1, 2, 7}) {
+        EXPECT_EQ(vxlan_ef_msg_send(g_vxlan_vsd, 0, 0, nullptr, mode), -1) << mode;
+        EXPECT_EQ(vxlan_ef_msg_send(g_vxlan_vsd, 68, 2, value, mode), -1) << mode;
+        // A caller that kept the record's address does not reach it either.
+        EXPECT_EQ(vxlan_ef_msg_send(gone, 0, 0, nullptr, mode), -1) << mode;
+    }
+    EXPECT_EQ(efrt::msg_send_attempts(), attempts);
+    EXPECT_TRUE(efrt::msg_take_sent().empty());
+    EXPECT_EQ(efrt::mem_live_blocks(VXLAN_EF_EF_MEM_TYPE), live);
+    EXPECT_EQ(logs(), Lines{});
+}
+
+TEST_F(SendBufferTest, WriteAfterExitReturnsZeroAndSendsNothing)
+{
+    begin();
+    set_mask(0xFFFF);
+    vxlan_ef_vsd_t *gone = g_vxlan_vsd;
+    uint8_t *gone_buf = g_vxlan_vsd->rtime_buf.data;
+    vxlan_ef_exit();
+    take_logs();
+    const uint64_t attempts = efrt::msg_send_attempts();
+    const long live = efrt::mem_live_blocks(VXLAN_EF_EF_MEM_TYPE);
+    // A well-formed one-TLV message of the caller's own.
+    uint8_t own[8] = {1, 8, 0, 1, 0, 0, 0, 0};
+    EXPECT_EQ(vxlan_ef_msg_write(g_vxlan_vsd, own, sizeof own), 0);
+    EXPECT_EQ(vxlan_ef_msg_write(gone, own, sizeof own), 0);
+    EXPECT_EQ(vxlan_ef_msg_write(gone, gone_buf, 4), 0);
+    EXPECT_EQ(efrt::msg_send_attempts(), attempts);
+    EXPECT_TRUE(efrt::msg_take_sent().empty());
+    EXPECT_EQ(efrt::mem_live_blocks(VXLAN_EF_EF_MEM_TYPE), live);
+    EXPECT_EQ(logs(), Lines{});
+    // The caller's own buffer is left as it was.
+    EXPECT_EQ(std::vector<uint8_t>(own, own + sizeof own), bytes({1, 8, 0, 1, 0, 0, 0, 0}));
+}
+
 }  // namespace

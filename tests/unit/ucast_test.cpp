@@ -180,6 +180,29 @@ TEST_F(UcastTest, ProtectedVniDropsLocalToLocalButNotLocalToTunnel)
     drop(b);
 }
 
+TEST_F(UcastTest, ProtectedVniDropsAFrameWithoutSourceInterfaceBoundForALocalPort)
+{
+    deliver_tlvs({switch_protected(kVni, 1)});
+    learn(kVni, kHostB, kP2);
+    learn(kVni, kRouterMac, kT1);
+    // No source interface is no tunnel: the frame is held back as one from a
+    // local port would be.
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), 0);
+    ASSERT_EQ(b->src_intf, nullptr);
+    trace_on();
+    EXPECT_EQ(ucast(b, kHostB), EF_Drop);
+    EXPECT_EQ(b->dst_intf, nullptr);
+    EXPECT_EQ(b->flags & EFMP_F_SWITCH_ENGINE, 0u);
+    EXPECT_EQ(ucast_lines(),
+              (std::vector<std::string>{fwd_line(
+                  kUcast, "pkt " + ptr(b) + " vni 100 entry set the switch protected (drop).\n")}));
+    // Towards a tunnel it still goes.
+    EXPECT_EQ(ucast(b, kRouterMac), EF_Normal);
+    EXPECT_EQ(b->dst_intf, intf(kT1));
+    EXPECT_EQ(b->src_ifx, 0u);
+    drop(b);
+}
+
 TEST_F(UcastTest, PeerLinkFramesNeverGoToATunnel)
 {
     learn(kVni, kHostB, kT3);
