@@ -1,6 +1,6 @@
 // The capability follower: the first reads at start, the subscriptions, and
 // the changes the capability service sends at run time.
-#include "frame/frame_private.h"
+#include "frame/wiring/wiring_private.h"
 #include "module_fixture.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "efrt_l3.h"
-#include "frame/encap_private.h"
+#include "frame/transmit/transmit_private.h"
 #include "table_fixture.h"
 
 namespace vxtest {
@@ -139,7 +139,7 @@ inline efmp_buff_t *make_buff(const std::vector<uint8_t> &frame, const FrameSpec
 }
 
 // ---- outer headers ----
-struct Outer {
+struct SentOuter {
     bool ipv6 = false;
     uint8_t tos = 0;
     uint16_t ident = 0;
@@ -153,9 +153,9 @@ struct Outer {
 // Checks every outer IP, UDP and VXLAN field that does not depend on the
 // test (fixed values, lengths, both checksums recomputed here) and returns
 // the others for the test to compare.
-inline Outer read_outer(const std::vector<uint8_t> &pkt)
+inline SentOuter read_outer(const std::vector<uint8_t> &pkt)
 {
-    Outer o;
+    SentOuter o;
     EXPECT_GE(pkt.size(), 36u);
     if (pkt.size() < 36)
         return o;

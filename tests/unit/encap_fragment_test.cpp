@@ -113,7 +113,7 @@ TEST_F(EncapFragmentTest, Ipv4InnerOf9000BytesIsReassembledFromItsFragments)
     EXPECT_EQ(reassemble_ipv4(inner_frames(out), 1450), frame);
     uint16_t ident = 0;
     for (const efmp_buff_t *b : out) {
-        const Outer o = read_outer(buff_bytes(b));
+        const SentOuter o = read_outer(buff_bytes(b));
         EXPECT_EQ(o.ident, ident++) << "every fragment takes an identification";
         EXPECT_EQ(o.vni, kVni);
     }

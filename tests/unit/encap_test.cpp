@@ -17,7 +17,7 @@ void expect_packet(const efmp_buff_t *b, const std::vector<uint8_t> &frame, bool
 {
     const std::vector<uint8_t> pkt = buff_bytes(b);
     EXPECT_EQ(pkt.size(), frame.size() + (ipv6_outer ? 56u : 36u));
-    const Outer o = read_outer(pkt);
+    const SentOuter o = read_outer(pkt);
     EXPECT_EQ(o.ipv6, ipv6_outer);
     EXPECT_EQ(o.tos, 0);
     if (!ipv6_outer) {

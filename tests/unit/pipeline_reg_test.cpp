@@ -3,7 +3,7 @@
 // parser hooks, the interface slots and the bridge service pointers.
 #include <array>
 
-#include "frame/frame_private.h"
+#include "frame/wiring/wiring_private.h"
 #include "module_fixture.h"
 
 namespace {

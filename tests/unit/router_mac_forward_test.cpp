@@ -76,7 +76,7 @@ TEST_F(RouterMacForwardTest, Ipv4PacketWithoutL2HeaderGetsOneAndIsEncapsulatedIn
     ASSERT_EQ(forward(b), EF_Lost);
     auto out = take();
     ASSERT_EQ(out.size(), 1u);
-    const Outer o = read_outer(buff_bytes(out[0]));
+    const SentOuter o = read_outer(buff_bytes(out[0]));
     EXPECT_EQ(o.vni, kVni);
     EXPECT_EQ(o.sip, v4("10.0.0.1"));
     EXPECT_EQ(o.dip, v4("10.0.0.2"));
@@ -139,7 +139,7 @@ TEST_F(RouterMacForwardTest, Ipv6PacketOverIpv4TunnelGetsEthertype86DDInsideAndI
     ASSERT_EQ(forward(b), EF_Lost);
     auto out = take();
     ASSERT_EQ(out.size(), 1u);
-    const Outer o = read_outer(buff_bytes(out[0]));
+    const SentOuter o = read_outer(buff_bytes(out[0]));
     EXPECT_FALSE(o.ipv6);
     EXPECT_EQ(o.inner, expected_inner(ip, true));
 }
@@ -294,7 +294,7 @@ TEST_F(RouterMacForwardTest, Ipv6NextHopFindsTheIpv6Tunnel)
     ASSERT_EQ(forward(b), EF_Lost);
     auto out = take();
     ASSERT_EQ(out.size(), 1u);
-    const Outer o = read_outer(buff_bytes(out[0]));
+    const SentOuter o = read_outer(buff_bytes(out[0]));
     EXPECT_TRUE(o.ipv6);
     EXPECT_EQ(o.dip, v6("2001:db8::20"));
     EXPECT_EQ(o.inner, expected_inner(ip, false));

@@ -1,6 +1,6 @@
 // Hand-off of encapsulated chains to the L3 engine through the current CPU's
 // slot of the platform's queue.
-#include "l3_handoff.h"
+#include "frame/transmit/l3_handoff.h"
 
 using vxlan_ef::TraceGate;
 

@@ -2,10 +2,10 @@
 // IPv4 or IPv6, pushed in that order into the buffer's headroom, and the
 // buffer metadata rewritten for the L3 engine.
 #include "ef_csum.h"
-#include "encap_private.h"
-#include "packet_dump.h"
-#include "packet_trace.h"
-#include "wire_headers.h"
+#include "frame/transmit/transmit_private.h"
+#include "frame/trace/packet_dump.h"
+#include "frame/trace/packet_trace.h"
+#include "frame/wire_headers.h"
 
 using vxlan_ef::TraceGate;
 namespace wire = vxlan_ef::wire;

@@ -1,5 +1,5 @@
 // The packet-trace rule: which packets' trace lines are printed.
-#include "packet_trace.h"
+#include "frame/trace/packet_trace.h"
 
 namespace vxlan_ef {
 

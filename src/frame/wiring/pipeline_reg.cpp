@@ -4,7 +4,7 @@
 // packet plane exists only while CAP_VXLAN_BASE is on.
 #include <array>
 
-#include "frame_private.h"
+#include "frame/wiring/wiring_private.h"
 
 namespace {
 

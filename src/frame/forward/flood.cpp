@@ -4,7 +4,7 @@
 // (tunnels, sub-interfaces, VLANs), each with its list of destination nodes
 // for the platform's broadcast engine. The incoming buffer is never consumed
 // here; the caller holds the instance's read lock.
-#include "forward_private.h"
+#include "frame/forward/forward_private.h"
 
 using vxlan_ef::TraceGate;
 using namespace vxlan_ef::fwd;

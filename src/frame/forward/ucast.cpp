@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "ef_bridge.h"
-#include "forward_private.h"
+#include "frame/forward/forward_private.h"
 
 using vxlan_ef::TraceGate;
 using namespace vxlan_ef::fwd;

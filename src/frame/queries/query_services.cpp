@@ -4,7 +4,7 @@
 // read lock only for its own lookup.
 #include <optional>
 
-#include "encap_private.h"
+#include "frame/transmit/transmit_private.h"
 
 namespace {
 

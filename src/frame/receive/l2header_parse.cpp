@@ -5,7 +5,7 @@
 #include <array>
 #include <cstring>
 
-#include "parser_private.h"
+#include "frame/receive/receive_private.h"
 
 namespace vxlan_ef {
 

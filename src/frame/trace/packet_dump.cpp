@@ -5,8 +5,8 @@
 #include <cstdio>
 
 #include "core/core_private.h"
-#include "packet_dump.h"
-#include "wire_headers.h"
+#include "frame/trace/packet_dump.h"
+#include "frame/wire_headers.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 // answer whether overlay router interfaces stay silent on ICMP errors.
 #include <arpa/inet.h>
 
-#include "encap_private.h"
-#include "packet_trace.h"
-#include "wire_headers.h"
+#include "frame/transmit/transmit_private.h"
+#include "frame/trace/packet_trace.h"
+#include "frame/wire_headers.h"
 
 using vxlan_ef::TraceGate;
 namespace wire = vxlan_ef::wire;

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "efmp.h"
-#include "packet_trace.h"
+#include "frame/trace/packet_trace.h"
 
 // Queues the chain first..last of count buffers on the current CPU's slot and
 // wakes its worker; when the slot has no room the worker is still woken and

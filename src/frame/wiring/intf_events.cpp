@@ -1,7 +1,7 @@
 // Interface creation and destruction events from the interface manager: the
 // packet plane's hooks follow them, and so do the two type-32 interface slots
 // of the instance record.
-#include "frame_private.h"
+#include "frame/wiring/wiring_private.h"
 
 namespace {
 

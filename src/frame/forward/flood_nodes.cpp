@@ -2,7 +2,7 @@
 // platform's broadcast engine.
 #include <cstring>
 
-#include "forward_private.h"
+#include "frame/forward/forward_private.h"
 
 using vxlan_ef::TraceGate;
 using namespace vxlan_ef::fwd;

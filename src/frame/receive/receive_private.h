@@ -7,8 +7,8 @@
 
 #include "core/core_private.h"
 #include "efmp.h"
-#include "packet_trace.h"
-#include "wire_headers.h"
+#include "frame/trace/packet_trace.h"
+#include "frame/wire_headers.h"
 
 namespace vxlan_ef {
 

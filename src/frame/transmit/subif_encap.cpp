@@ -2,10 +2,10 @@
 // carrying the sub-interface's outer (and inner) 802.1Q tags.
 
 #include "ef_bridge.h"
-#include "encap_private.h"
-#include "packet_dump.h"
-#include "packet_trace.h"
-#include "wire_headers.h"
+#include "frame/transmit/transmit_private.h"
+#include "frame/trace/packet_dump.h"
+#include "frame/trace/packet_trace.h"
+#include "frame/wire_headers.h"
 
 using vxlan_ef::TraceGate;
 namespace wire = vxlan_ef::wire;

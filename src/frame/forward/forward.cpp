@@ -6,8 +6,8 @@
 // so (EF_Lost); flooding always works on copies.
 #include <cstring>
 
-#include "forward_private.h"
-#include "packet_dump.h"
+#include "frame/forward/forward_private.h"
+#include "frame/trace/packet_dump.h"
 
 using vxlan_ef::ReadLock;
 using vxlan_ef::TraceGate;

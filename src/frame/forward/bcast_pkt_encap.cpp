@@ -2,9 +2,9 @@
 // encapsulated and handed to the L3 engine, a VLAN node's copy is flooded in
 // that VLAN, a sub-interface node's copy is pointed at the sub-interface for
 // its encapsulation hook.
-#include "encap_private.h"
-#include "forward_private.h"
-#include "packet_dump.h"
+#include "frame/transmit/transmit_private.h"
+#include "frame/forward/forward_private.h"
+#include "frame/trace/packet_dump.h"
 
 using vxlan_ef::TraceGate;
 namespace fwd = vxlan_ef::fwd;

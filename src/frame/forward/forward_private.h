@@ -9,7 +9,7 @@
 #include "core/core_private.h"
 #include "efmp.h"
 #include "lsm.h"
-#include "packet_trace.h"
+#include "frame/trace/packet_trace.h"
 
 namespace vxlan_ef::fwd {
 

@@ -1,6 +1,6 @@
 // The registration and deregistration functions of the module's eight
 // pipeline services, one pair per row of the service table.
-#include "frame_private.h"
+#include "frame/wiring/wiring_private.h"
 
 using vxlan_ef::deregister_service;
 using vxlan_ef::kServices;

@@ -1,7 +1,7 @@
 // The encapsulation hooks of the pipeline: the entry points the platform
 // calls for frames leaving through an overlay tunnel or a layer-2
 // sub-interface, and their per-interface registration.
-#include "encap_private.h"
+#include "frame/transmit/transmit_private.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "ef_bridge.h"
-#include "parser_private.h"
+#include "frame/receive/receive_private.h"
 
 namespace {
 

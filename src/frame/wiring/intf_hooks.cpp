@@ -1,7 +1,7 @@
 // The per-interface hooks of the packet plane: which interfaces take the
 // Ethernet-level parser, and attaching and detaching it and the overlay
 // tunnel parser.
-#include "frame_private.h"
+#include "frame/wiring/wiring_private.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // interface names for messages.
 #include <cstring>
 
-#include "forward_private.h"
+#include "frame/forward/forward_private.h"
 
 namespace vxlan_ef::fwd {
 

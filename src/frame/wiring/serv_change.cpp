@@ -5,7 +5,7 @@
 #include <array>
 
 #include "ef_bridge.h"
-#include "frame_private.h"
+#include "frame/wiring/wiring_private.h"
 
 namespace {
 
