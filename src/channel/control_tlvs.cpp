@@ -7,6 +7,7 @@
 #include "channel_private.h"
 #include "control_tlvs.h"
 #include "diag/diag_private.h"
+#include "vxlan_ef_requests.h"
 
 namespace vxlan_ef {
 
@@ -23,7 +24,7 @@ constexpr std::array<SyncStep, 4> kSyncEnd{vxlan_ef_intf_sync_end, vxlan_ef_entr
 using ShowFn = void (*)(uint32_t vsd_id, const uint8_t *value);
 
 struct ShowRoute {
-    uint16_t id;
+    tlv::ShowId id;
     ShowFn show;
 };
 
@@ -37,15 +38,12 @@ void show_vrf(uint32_t vsd_id, const uint8_t *) { vxlan_ef_vrf_show(vsd_id); }
 void show_subif(uint32_t vsd_id, const uint8_t *) { vxlan_ef_subif_show(vsd_id); }
 
 constexpr ShowRoute kShows[] = {
-    {1, show_entry},
-    {3, show_status},
-    {4, show_intf},
-    {5, show_vrf},
-    {6, show_subif},
+    {tlv::ShowId::Entry, show_entry},
+    {tlv::ShowId::Status, show_status},
+    {tlv::ShowId::Intf, show_intf},
+    {tlv::ShowId::Vrf, show_vrf},
+    {tlv::ShowId::Subif, show_subif},
 };
-
-// Control bit asking for the tech-support dump.
-constexpr uint32_t kCtrlTechDump = 0x4;
 
 }  // namespace
 
@@ -89,7 +87,7 @@ int vxlan_ef_show_deal(uint32_t vsd_id, const uint8_t *value)
     const uint16_t show_id = load_unaligned<uint16_t>(value + tlv::field_offset(kEfShow, "show_id"));
     ReadLock lock(vsd);
     for (const ShowRoute &route : kShows) {
-        if (route.id == show_id) {
+        if (static_cast<uint16_t>(route.id) == show_id) {
             route.show(vsd_id, value);
             return 0;
         }
@@ -105,7 +103,7 @@ int vxlan_ef_ctrl_deal(uint32_t vsd_id, const uint8_t *value)
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] recv ef ctrl message, ctrl: 0x%x, oper: %d\n", ctrl,
                    oper);
     ReadLock lock(g_vxlan_vsd);
-    if (ctrl & kCtrlTechDump)
+    if (ctrl & tlv::kCtrlTechDump)
         vxlan_ef_tech_dump(vsd_id);
     return 0;
 }

@@ -5,19 +5,24 @@
 
 #include "apply_config.h"
 #include "request.h"
+#include "vxlan_ef_requests.h"
 
 namespace vxlanctl {
 
 namespace {
 
-constexpr uint16_t kTechDumpBit = 0x4;
+using vxlan_ef::tlv::ShowId;
 
 // The show tables by word, with their show ids.
 struct ShowDef {
     std::string_view word;
-    uint16_t id;
+    ShowId id;
 };
-constexpr std::array<ShowDef, 5> kShows = {{{"status", 3}, {"entry", 1}, {"intf", 4}, {"vrf", 5}, {"subif", 6}}};
+constexpr std::array<ShowDef, 5> kShows = {{{"status", ShowId::Status},
+                                             {"entry", ShowId::Entry},
+                                             {"intf", ShowId::Intf},
+                                             {"vrf", ShowId::Vrf},
+                                             {"subif", ShowId::Subif}}};
 
 Request one_tlv(const Tlv &tlv)
 {
@@ -117,7 +122,10 @@ std::optional<Request> show_request(const std::vector<std::string> &args, std::s
         }
         vni = *v;
     }
-    return one_tlv(TlvWriter(kEfShow).number("show_id", show->id).number("vni", static_cast<int64_t>(vni)).tlv());
+    return one_tlv(TlvWriter(kEfShow)
+                       .number("show_id", static_cast<uint16_t>(show->id))
+                       .number("vni", static_cast<int64_t>(vni))
+                       .tlv());
 }
 
 std::optional<Request> debug_request(const std::vector<std::string> &args, std::string &error)
@@ -148,7 +156,7 @@ std::optional<Request> debug_request(const std::vector<std::string> &args, std::
 
 Request techdump_request()
 {
-    Request request = one_tlv(TlvWriter(kEfCtrl).number("ctrl", kTechDumpBit).number("oper", 1).tlv());
+    Request request = one_tlv(TlvWriter(kEfCtrl).number("ctrl", vxlan_ef::tlv::kCtrlTechDump).number("oper", 1).tlv());
     request.finish_line = "vxlanctl: tech-support dump written";
     return request;
 }
