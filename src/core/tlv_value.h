@@ -33,24 +33,16 @@ using VlanWords = std::array<uint64_t, 64>;
 namespace detail {
 
 template <tlv::FieldKind K>
-constexpr auto kind_type()
-{
-    using enum tlv::FieldKind;
-    if constexpr (K == U8)
-        return std::type_identity<uint8_t>{};
-    else if constexpr (K == U16)
-        return std::type_identity<uint16_t>{};
-    else if constexpr (K == U32)
-        return std::type_identity<uint32_t>{};
-    else if constexpr (K == I32)
-        return std::type_identity<int32_t>{};
-    else if constexpr (K == Ip)
-        return std::type_identity<vxlan_ef_ip_addr_t>{};
-    else if constexpr (K == Mac)
-        return std::type_identity<MacBytes>{};
-    else if constexpr (K == VlanBitmap)
-        return std::type_identity<VlanWords>{};
-}
+using Kind = std::integral_constant<tlv::FieldKind, K>;
+
+// Declared only, for KindType to take their return types.
+uint8_t kind_type(Kind<tlv::FieldKind::U8>);
+uint16_t kind_type(Kind<tlv::FieldKind::U16>);
+uint32_t kind_type(Kind<tlv::FieldKind::U32>);
+int32_t kind_type(Kind<tlv::FieldKind::I32>);
+vxlan_ef_ip_addr_t kind_type(Kind<tlv::FieldKind::Ip>);
+MacBytes kind_type(Kind<tlv::FieldKind::Mac>);
+VlanWords kind_type(Kind<tlv::FieldKind::VlanBitmap>);
 
 }  // namespace detail
 
@@ -58,7 +50,7 @@ constexpr auto kind_type()
 // (an Ip's family word, then its 16 address bytes, is vxlan_ef_ip_addr_t to
 // the byte), so one copy reads any field.
 template <tlv::FieldKind K>
-using KindType = typename decltype(detail::kind_type<K>())::type;
+using KindType = decltype(detail::kind_type(detail::Kind<K>{}));
 
 // A field as read. It converts to its kind's type and to no other: widening a
 // u8 into a u32 would hide a catalogue that disagrees with its reader.
@@ -77,6 +69,7 @@ private:
     T value_;
 };
 
+// The value of a TLV C, read field by field: get<"ifx">().
 template <tlv::Code C>
 class TlvValue {
 public:
