@@ -2,13 +2,14 @@
 // a null value pointer is logged under the handler's own name and refused;
 // the write lock, once taken, is held until the handler returns. The tables'
 // handlers (tables/) and the global switches (channel/) start from here, so
-// their own files hold only what each handler does with its value.
+// their own files hold only what each handler does with its value, read by
+// the field names of its TLV's row.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "core_private.h"
+#include "tlv_value.h"
 
 namespace vxlan_ef {
 
@@ -19,35 +20,27 @@ inline constexpr const char kArgsNullStop[] = "VXLAN-EF-ERR: [vsd %d %s] args ==
 inline constexpr const char kArgsPointerNull[] =
     "VXLAN-EF-ERR: [vsd %d %s] the args pointer is NULL.\n";
 
-// One handler call. After construction the guard is false when there is no
-// instance or no value (the null-value line already printed): the handler
-// returns -1. Otherwise vsd() is the instance and field() reads the value.
-// Lines the guard prints carry func as their function name, so a handler
-// passes its own __func__ and its output reads as if it had printed them.
-class HandlerGuard {
+// One handler call, whatever its TLV. After construction it is false when
+// there is no instance or no value (the null-value line already printed):
+// the handler returns -1. Otherwise vsd() is the instance. Lines it prints
+// carry func as their function name, so a handler passes its own __func__
+// and its output reads as if it had printed them.
+class HandlerOpening {
 public:
-    HandlerGuard(const char *func, const uint8_t *value, const char *null_text = kArgsNull)
-        : func_(func), value_(value), vsd_(g_vxlan_vsd)
+    HandlerOpening(const char *func, const uint8_t *value, const char *null_text)
+        : func_(func), vsd_(g_vxlan_vsd)
     {
-        if (vsd_ != nullptr && value_ == nullptr) {
+        if (vsd_ != nullptr && value == nullptr) {
             VXLAN_EF_LOG_AS(VXLAN_EF_DBG_ERR, vsd_log_->id, func_, null_text);
             vsd_ = nullptr;
         }
     }
-    HandlerGuard(const HandlerGuard &) = delete;
-    HandlerGuard &operator=(const HandlerGuard &) = delete;
+    HandlerOpening(const HandlerOpening &) = delete;
+    HandlerOpening &operator=(const HandlerOpening &) = delete;
 
     explicit operator bool() const { return vsd_ != nullptr; }
     vxlan_ef_vsd_t *vsd() const { return vsd_; }
     const char *func() const { return func_; }
-
-    // The value's field of type T at byte offset (host order, unaligned).
-    template <typename T>
-    T field(std::size_t offset) const
-    {
-        return load_unaligned<T>(value_ + offset);
-    }
-    uint8_t byte(std::size_t offset) const { return value_[offset]; }
 
     // Takes the instance's write lock, as WriteLock does; it is released
     // when the guard goes, that is when the handler returns.
@@ -72,7 +65,6 @@ public:
 
 private:
     const char *func_;
-    const uint8_t *value_;
     vxlan_ef_vsd_t *vsd_;
     // The lock taken by lock(), if any. (A std::optional<WriteLock> here
     // trips g++'s maybe-uninitialized warning in sanitizer builds.)
@@ -89,20 +81,32 @@ private:
     } held_;
 };
 
-// A handler of one VXLAN entry, whose value opens with the entry's VNI (u32
-// at byte 0): the shared opening, then the write lock for the rest of the
-// handler and the entry's lookup. entry() is nullptr when any step failed,
-// each failure logged; the handler then returns -1.
-class EntryGuard : public HandlerGuard {
+// The handler of TLV C: the shared opening, and get<"name">() reads the
+// value's fields once the guard is true.
+template <tlv::Code C>
+class HandlerGuard : public HandlerOpening, public TlvValue<C> {
+public:
+    HandlerGuard(const char *func, const uint8_t *value, const char *null_text = kArgsNull)
+        : HandlerOpening(func, value, null_text), TlvValue<C>(value)
+    {
+    }
+};
+
+// A handler of one VXLAN entry, whose value names the entry by its "vni":
+// the shared opening, then the write lock for the rest of the handler and
+// the entry's lookup. entry() is nullptr when any step failed, each failure
+// logged; the handler then returns -1.
+template <tlv::Code C>
+class EntryGuard : public HandlerGuard<C> {
 public:
     EntryGuard(const char *func, const uint8_t *value, const char *null_text = kArgsNull)
-        : HandlerGuard(func, value, null_text)
+        : HandlerGuard<C>(func, value, null_text)
     {
         if (*this)
-            entry_ = lock_entry(vni());
+            entry_ = this->lock_entry(vni());
     }
 
-    uint32_t vni() const { return field<uint32_t>(0); }
+    uint32_t vni() const { return this->template get<"vni">(); }
     vxlan_ef_entry_t *entry() const { return entry_; }
 
 private:

@@ -123,18 +123,27 @@ constexpr std::string_view name_of(uint32_t code)
 
 namespace detail {
 // Never defined: reaching it stops a constant evaluation with its name.
-uint16_t no_such_field_in_the_layout();
+Field no_such_field_in_the_layout();
 }  // namespace detail
 
-// Offset of a field of a type's value, for readers that know the field by
-// name; a name not in the layout does not compile.
-consteval uint16_t field_offset(uint16_t code, std::string_view field)
+// A field of a type's value, for readers that know the field by name; where
+// it is evaluated as a constant, a name not in the layout does not compile.
+// (Not consteval: clang 14 refuses a consteval call made with a template's
+// parameters, which is how the module's TLV readers call it.)
+constexpr Field field_of(uint16_t code, std::string_view name)
 {
     const Type *t = find(code);
     for (const Field &f : t->fields)
-        if (f.name == field)
-            return f.offset;
+        if (f.name == name)
+            return f;
     return detail::no_such_field_in_the_layout();
+}
+
+// Offset of a field of a type's value, known by name; a name not in the
+// layout does not compile.
+consteval uint16_t field_offset(uint16_t code, std::string_view field)
+{
+    return field_of(code, field).offset;
 }
 
 namespace detail {

@@ -114,12 +114,12 @@ void adj_destroy(vxlan_ef_vsd_t *vsd, vxlan_ef_adj_t *adj)
 
 int vxlan_ef_asso_vtep_deal(uint32_t, const uint8_t *value)
 {
-    EntryGuard guard(__func__, value);
+    EntryGuard<tlv::kAssoVtep> guard(__func__, value);
     vxlan_ef_entry_t *entry = guard.entry();
     if (entry == nullptr)
         return -1;
-    const uint32_t ifx = guard.field<uint32_t>(4);
-    const uint8_t oper = guard.byte(16);
+    const uint32_t ifx = guard.get<"ifx">();
+    const uint8_t oper = guard.get<"oper">();
     const uint32_t vni = guard.vni();
     vxlan_ef_vsd_t *vsd = guard.vsd();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to asso vtep, vni: %u, ifx: %u, oper: %d\n",

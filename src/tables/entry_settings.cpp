@@ -27,13 +27,14 @@ constexpr Suppress kNdSuppress{
     &vxlan_ef_entry_t::nd_suppress, VXLAN_EF_ENTRY_DIRTY_ND,
     "VXLAN-EF-EVENT: [vsd %d %s] try to set nd suppress by vni, vni: %u, oper: %s\n"};
 
+template <tlv::Code C>
 int suppress_deal(const char *func, const Suppress &sw, const uint8_t *value)
 {
-    EntryGuard guard(func, value, kArgsPointerNull);
+    EntryGuard<C> guard(func, value, kArgsPointerNull);
     vxlan_ef_entry_t *entry = guard.entry();
     if (entry == nullptr)
         return -1;
-    const uint8_t setting = guard.byte(4);
+    const uint8_t setting = guard.template get<"enable">();
     VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func, sw.event, guard.vni(),
                     enable_word(setting));
     entry->*sw.field = setting;
@@ -45,14 +46,14 @@ int suppress_deal(const char *func, const Suppress &sw, const uint8_t *value)
 
 int vxlan_ef_set_router_deal(uint32_t, const uint8_t *value)
 {
-    EntryGuard guard(__func__, value);
+    EntryGuard<tlv::kSetRouter> guard(__func__, value);
     vxlan_ef_entry_t *entry = guard.entry();
     if (entry == nullptr)
         return -1;
-    const uint32_t router_ifx = guard.field<uint32_t>(4);
-    const uint32_t vrf_id = guard.field<uint32_t>(8);
-    const uint8_t anycast = guard.byte(20);
-    const uint8_t oper = guard.byte(21);
+    const uint32_t router_ifx = guard.get<"router_ifx">();
+    const uint32_t vrf_id = guard.get<"vrf_id">();
+    const uint8_t anycast = guard.get<"anycast">();
+    const uint8_t oper = guard.get<"oper">();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set router, vni: %u rifx: %u, oper: %d\n",
                    guard.vni(), router_ifx, oper);
     entry->dirty &= ~VXLAN_EF_ENTRY_DIRTY_ROUTER;
@@ -67,12 +68,12 @@ int vxlan_ef_set_router_deal(uint32_t, const uint8_t *value)
 
 int vxlan_ef_set_vni_map_deal(uint32_t, const uint8_t *value)
 {
-    EntryGuard guard(__func__, value);
+    EntryGuard<tlv::kSetVniMap> guard(__func__, value);
     vxlan_ef_entry_t *a = guard.entry();
     if (a == nullptr)
         return -1;
-    const uint32_t map_vni = guard.field<uint32_t>(4);
-    const uint8_t oper = guard.byte(8);
+    const uint32_t map_vni = guard.get<"map_vni">();
+    const uint8_t oper = guard.get<"oper">();
     vxlan_ef_entry_t *b = vxlan_ef_entry_get(guard.vsd(), map_vni);
     if (b == nullptr) {
         VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] map entry is not exist, map vni: %u\n", map_vni);
@@ -90,11 +91,11 @@ int vxlan_ef_set_vni_map_deal(uint32_t, const uint8_t *value)
 
 int vxlan_ef_set_switch_proteched_deal(uint32_t, const uint8_t *value)
 {
-    HandlerGuard guard(__func__, value, kArgsNullStop);
+    HandlerGuard<tlv::kSetSwitchProtected> guard(__func__, value, kArgsNullStop);
     if (!guard)
         return -1;
-    const uint32_t vni = guard.field<uint32_t>(0);
-    const uint8_t setting = guard.byte(4);
+    const uint32_t vni = guard.get<"vni">();
+    const uint8_t setting = guard.get<"value">();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set vxlan switch proteched, vni: %u, "
                    "oper: %d\n",
                    vni, setting);
@@ -108,21 +109,21 @@ int vxlan_ef_set_switch_proteched_deal(uint32_t, const uint8_t *value)
 
 int vxlan_ef_vni_arp_suppress_deal(uint32_t, const uint8_t *value)
 {
-    return suppress_deal(__func__, kArpSuppress, value);
+    return suppress_deal<tlv::kSetVniArpSuppress>(__func__, kArpSuppress, value);
 }
 
 int vxlan_ef_vni_nd_suppress_deal(uint32_t, const uint8_t *value)
 {
-    return suppress_deal(__func__, kNdSuppress, value);
+    return suppress_deal<tlv::kSetVniNdSuppress>(__func__, kNdSuppress, value);
 }
 
 int vxlan_ef_set_udp_port_deal(uint32_t, const uint8_t *value)
 {
-    HandlerGuard guard(__func__, value);
+    HandlerGuard<tlv::kSetUdpPort> guard(__func__, value);
     if (!guard)
         return -1;
     vxlan_ef_vsd_t *vsd = guard.vsd();
-    const uint16_t port = guard.field<uint16_t>(0);
+    const uint16_t port = guard.get<"port">();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set udp port: %u\n", port);
     guard.lock();
     store_relaxed(vsd->udp_port, port);  // taken as is, 0 included

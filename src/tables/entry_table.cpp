@@ -178,12 +178,12 @@ uint32_t vxlan_ef_manage_vni_get(void *, uint32_t vni)
 
 int vxlan_ef_set_entry_deal(uint32_t, const uint8_t *value)
 {
-    HandlerGuard guard(__func__, value, kArgsNullStop);
+    HandlerGuard<tlv::kSetEntry> guard(__func__, value, kArgsNullStop);
     if (!guard)
         return -1;
     vxlan_ef_vsd_t *vsd = guard.vsd();
-    const uint32_t vni = guard.field<uint32_t>(0);
-    const uint8_t oper = guard.byte(4);
+    const uint32_t vni = guard.get<"vni">();
+    const uint8_t oper = guard.get<"oper">();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set entry, vni: %u, oper: %d\n", vni, oper);
     guard.lock();
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);

@@ -10,7 +10,6 @@ using namespace vxlan_ef;
 namespace {
 
 struct TunnelSwitch {
-    uint32_t value_offset;
     uint8_t vxlan_ef_intf_t::*field;
     uint8_t vxlan_ef_intf_t::*dirty;
     const char *event;
@@ -18,31 +17,32 @@ struct TunnelSwitch {
 };
 
 constexpr TunnelSwitch kOutsideCenter{
-    4, &vxlan_ef_intf_t::outside_center, &vxlan_ef_intf_t::outside_center_dirty,
+    &vxlan_ef_intf_t::outside_center, &vxlan_ef_intf_t::outside_center_dirty,
     "VXLAN-EF-EVENT: [vsd %d %s] try to set OverlayTunnel outside center, ifx: %u, oper: %d\n",
     "VXLAN-EF-ERR: [vsd %d %s] failed to set OverlayTunnel outside center, can't find intf by "
     "ifx(%u)\n"};
 
 constexpr TunnelSwitch kMacLearn{
-    24, &vxlan_ef_intf_t::rmt_mac_learn, &vxlan_ef_intf_t::rmt_mac_learn_dirty,
+    &vxlan_ef_intf_t::rmt_mac_learn, &vxlan_ef_intf_t::rmt_mac_learn_dirty,
     "VXLAN-EF-EVENT: [vsd %d %s] try to set OverlayTunnel mac learn, ifx: %u, oper: %d\n",
     "VXLAN-EF-ERR: [vsd %d %s] failed to set OverlayTunnel mac learn, can't find intf by "
     "ifx(%u)\n"};
 
 constexpr TunnelSwitch kRouteLearn{
-    24, &vxlan_ef_intf_t::rmt_route_learn, &vxlan_ef_intf_t::rmt_route_learn_dirty,
+    &vxlan_ef_intf_t::rmt_route_learn, &vxlan_ef_intf_t::rmt_route_learn_dirty,
     "VXLAN-EF-EVENT: [vsd %d %s] try to set OverlayTunnel route learn, ifx: %u, oper: %d\n",
     "VXLAN-EF-ERR: [vsd %d %s] failed to set OverlayTunnel route learn, can't find intf by "
     "ifx(%u)\n"};
 
+template <tlv::Code C>
 int tunnel_switch_deal(const char *func, const TunnelSwitch &sw, const uint8_t *value)
 {
-    HandlerGuard guard(func, value);
+    HandlerGuard<C> guard(func, value);
     if (!guard)
         return -1;
     vxlan_ef_vsd_t *vsd = guard.vsd();
-    const uint32_t ifx = guard.field<uint32_t>(0);
-    const uint8_t setting = guard.byte(sw.value_offset);
+    const uint32_t ifx = guard.template get<"ifx">();
+    const uint8_t setting = guard.template get<"value">();
     VXLAN_EF_LOG_AS(VXLAN_EF_DBG_EVENT, vsd_log_->id, func, sw.event, ifx, setting);
     guard.lock();
     vxlan_ef_intf_t *tunnel = vxlan_ef_intf_get(vsd, ifx, LSM_IF_TYPE_OVERLAY_TUNNEL);
@@ -60,15 +60,15 @@ int tunnel_switch_deal(const char *func, const TunnelSwitch &sw, const uint8_t *
 
 int vxlan_ef_intf_outside_center_deal(uint32_t, const uint8_t *value)
 {
-    return tunnel_switch_deal(__func__, kOutsideCenter, value);
+    return tunnel_switch_deal<tlv::kSetOutsideCenterTunnel>(__func__, kOutsideCenter, value);
 }
 
 int vxlan_ef_tnl_mac_learn_deal(uint32_t, const uint8_t *value)
 {
-    return tunnel_switch_deal(__func__, kMacLearn, value);
+    return tunnel_switch_deal<tlv::kSetTunnelMacLearn>(__func__, kMacLearn, value);
 }
 
 int vxlan_ef_tnl_route_learn_deal(uint32_t, const uint8_t *value)
 {
-    return tunnel_switch_deal(__func__, kRouteLearn, value);
+    return tunnel_switch_deal<tlv::kSetTunnelRouteLearn>(__func__, kRouteLearn, value);
 }

@@ -176,12 +176,12 @@ int vxlan_ef_intf_asso_vni(uint32_t, uint32_t ifx, uint32_t vni, uint32_t vrf_id
 
 int vxlan_ef_set_vtep_deal(uint32_t, const uint8_t *value)
 {
-    HandlerGuard guard(__func__, value);
+    HandlerGuard<tlv::kSetVtep> guard(__func__, value);
     if (!guard)
         return -1;
     vxlan_ef_vsd_t *vsd = guard.vsd();
-    const uint32_t ifx = guard.field<uint32_t>(4);
-    const uint8_t oper = guard.byte(68);
+    const uint32_t ifx = guard.get<"ifx">();
+    const uint8_t oper = guard.get<"oper">();
     guard.lock();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set OverlayTunnel, ifx: %u, oper: %d\n", ifx,
                    oper);
@@ -199,8 +199,8 @@ int vxlan_ef_set_vtep_deal(uint32_t, const uint8_t *value)
         tunnel->dirty = 0;
     if (tunnel == nullptr)
         return -1;
-    tunnel->sip = ip_load(value + 8);
-    tunnel->dip = ip_load(value + 28);
+    tunnel->sip = guard.get<"sip">();
+    tunnel->dip = guard.get<"dip">();
     vxlan_ef_adj_update(vsd, tunnel, 1);
     return 0;
 }

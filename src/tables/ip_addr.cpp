@@ -1,5 +1,5 @@
-// IP addresses as the tables hold them (family and 16 bytes): comparison,
-// text form and reading them out of message values.
+// IP addresses as the tables hold them (family and 16 bytes): comparison and
+// text form.
 #include <arpa/inet.h>
 #include <cstring>
 
@@ -41,14 +41,6 @@ const char *ip_text(const vxlan_ef_ip_addr_t &a, char *buf)
     const int af = a.family == VXLAN_EF_AF_INET ? AF_INET : AF_INET6;
     inet_ntop(af, a.addr, buf, kIpTextLen);
     return buf;
-}
-
-vxlan_ef_ip_addr_t ip_load(const uint8_t *value)
-{
-    vxlan_ef_ip_addr_t ip;
-    ip.family = load_unaligned<uint32_t>(value);
-    std::memcpy(ip.addr, value + 4, sizeof ip.addr);
-    return ip;
 }
 
 }  // namespace vxlan_ef

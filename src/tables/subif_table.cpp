@@ -128,11 +128,10 @@ struct SubifValue {
     uint8_t oper;
 };
 
-SubifValue read_value(const uint8_t *value)
+SubifValue read_value(const TlvValue<tlv::kSubInterface> &v)
 {
-    return SubifValue{load_unaligned<uint32_t>(value), load_unaligned<uint32_t>(value + 4),
-                      load_unaligned<uint32_t>(value + 8), load_unaligned<uint16_t>(value + 12),
-                      load_unaligned<uint16_t>(value + 14), value[17]};
+    return SubifValue{v.get<"ifx">(), v.get<"main_ifx">(), v.get<"vni">(),
+                      v.get<"svid">(), v.get<"cvid">(), v.get<"oper">()};
 }
 
 void set_vni(vxlan_ef_subif_t *subif, uint32_t vni)
@@ -220,7 +219,7 @@ int vxlan_ef_subif_update(vxlan_ef_vsd_t *vsd, const uint8_t *value)
 {
     if (vsd == nullptr || value == nullptr)
         return -1;
-    const SubifValue v = read_value(value);
+    const SubifValue v = read_value(TlvValue<tlv::kSubInterface>(value));
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, v.vni);
     vxlan_ef_subif_t *subif = vxlan_ef_subif_lookup_by_subifx(vsd, v.ifx);
     bool relink = false;
@@ -276,11 +275,11 @@ int vxlan_ef_subif_delete(vxlan_ef_vsd_t *vsd, uint32_t ifx)
 
 int vxlan_ef_subif_deal(uint32_t, const uint8_t *value)
 {
-    HandlerGuard guard(__func__, value, kArgsNullStop);
+    HandlerGuard<tlv::kSubInterface> guard(__func__, value, kArgsNullStop);
     if (!guard)
         return -1;
     vxlan_ef_vsd_t *vsd = guard.vsd();
-    const SubifValue v = read_value(value);
+    const SubifValue v = read_value(guard);
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to %s sub-intf: (ifx %u, vni %u, main-ifx %u, "
                    "svid %u, cvid %u)\n",
                    v.oper != 0 ? "add" : "delete", v.ifx, v.vni, v.main_ifx,

@@ -62,8 +62,6 @@ bool ip_nonzero(const vxlan_ef_ip_addr_t &a);
 // inet_ntop text of the address, "-" for another family. buf holds 46 bytes.
 const char *ip_text(const vxlan_ef_ip_addr_t &a, char *buf);
 inline constexpr unsigned kIpTextLen = 46;
-// Reads an address (u32 family, 16 bytes) from a message value.
-vxlan_ef_ip_addr_t ip_load(const uint8_t *value);
 
 // ---- adjacency.cpp (write lock) ----
 

@@ -11,9 +11,6 @@ using namespace vxlan_ef;
 
 namespace {
 
-constexpr uint32_t kBitmapOffset = 16;
-constexpr uint32_t kBitmapWords = 64;
-
 vxlan_ef_vid_t *vid_node_of(const vxlan_ef_vsd_t *vsd, uint32_t vid)
 {
     return static_cast<vxlan_ef_vid_t *>(vsd->vid_node[vid - 1]);
@@ -95,15 +92,16 @@ void entry_free_vids(vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry, bool only_dir
 
 int vxlan_ef_set_vlan_deal(uint32_t, const uint8_t *value)
 {
-    EntryGuard guard(__func__, value);
+    EntryGuard<tlv::kSetVlan> guard(__func__, value);
     vxlan_ef_entry_t *entry = guard.entry();
     if (entry == nullptr)
         return -1;
-    const uint8_t oper = guard.byte(6);
+    const uint8_t oper = guard.get<"oper">();
+    const VlanWords vlans = guard.get<"vlans">();
     vxlan_ef_vsd_t *vsd = guard.vsd();
     // Increasing VLAN order; VLANs 0 and 4095 are never looked at.
-    for (uint32_t w = 0; w < kBitmapWords; ++w) {
-        uint64_t bits = guard.field<uint64_t>(kBitmapOffset + w * 8);
+    for (uint32_t w = 0; w < vlans.size(); ++w) {
+        uint64_t bits = vlans[w];
         while (bits != 0) {
             const uint32_t vid = w * 64 + static_cast<uint32_t>(__builtin_ctzll(bits));
             bits &= bits - 1;

@@ -93,12 +93,12 @@ vxlan_ef_vrf_t *vxlan_ef_vrf_get(vxlan_ef_vsd_t *vsd, int32_t vrf_id)
 
 int vxlan_ef_set_vrf_deal(uint32_t, const uint8_t *value)
 {
-    HandlerGuard guard(__func__, value, kArgsNullStop);
+    HandlerGuard<tlv::kSetVrf> guard(__func__, value, kArgsNullStop);
     if (!guard)
         return -1;
     vxlan_ef_vsd_t *vsd = guard.vsd();
-    const int32_t vrf_id = guard.field<int32_t>(0);
-    const uint8_t oper = guard.byte(12);
+    const int32_t vrf_id = guard.get<"vrf_id">();
+    const uint8_t oper = guard.get<"oper">();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] try to set vrf, vrf id: %d, oper: %s\n", vrf_id,
                    oper != 0 ? "set" : "unset");
     {
@@ -111,8 +111,8 @@ int vxlan_ef_set_vrf_deal(uint32_t, const uint8_t *value)
                 VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] Fail to alloc vrf memory.\n");
                 return -1;
             }
-            vrf->l3vni = guard.field<uint32_t>(4);
-            vrf->l3ifx = guard.field<uint32_t>(8);
+            vrf->l3vni = guard.get<"l3vni">();
+            vrf->l3ifx = guard.get<"l3ifx">();
             vrf->dirty = 0;
             return 0;
         }
