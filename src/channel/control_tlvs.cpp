@@ -1,11 +1,12 @@
 // The TLVs handled by the dispatcher itself. Synchronisation markers move the
 // instance's sync flags around the tables' mark and sweep and are answered;
 // EF_DBG sets the debug mask and the packet-trace settings together. Values
-// are read at the offsets of the catalogue's layouts.
+// are read by the catalogue's field names.
 #include <array>
 
 #include "channel_private.h"
 #include "control_tlvs.h"
+#include "core/tlv_value.h"
 #include "diag/diag_private.h"
 #include "vxlan_ef_requests.h"
 
@@ -31,7 +32,7 @@ struct ShowRoute {
 void show_status(uint32_t vsd_id, const uint8_t *) { vxlan_ef_show_status(vsd_id); }
 void show_entry(uint32_t vsd_id, const uint8_t *value)
 {
-    vxlan_ef_entry_show(vsd_id, load_unaligned<uint32_t>(value + tlv::field_offset(kEfShow, "vni")));
+    vxlan_ef_entry_show(vsd_id, TlvValue<tlv::kEfShow>(value).get<"vni">());
 }
 void show_intf(uint32_t vsd_id, const uint8_t *) { vxlan_ef_intf_show(vsd_id); }
 void show_vrf(uint32_t vsd_id, const uint8_t *) { vxlan_ef_vrf_show(vsd_id); }
@@ -75,16 +76,17 @@ int ef_dbg(uint32_t, const uint8_t *value)
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     WriteLock lock(vsd);
     // Packet threads read these, and spend the budget, without the lock.
-    store_relaxed(vsd->debug_mask, load_unaligned<uint16_t>(value + tlv::field_offset(kEfDbg, "mask")));
-    store_relaxed(vsd->trace_ifx, load_unaligned<uint32_t>(value + tlv::field_offset(kEfDbg, "trace_ifx")));
-    store_relaxed(vsd->trace_budget, load_unaligned<uint32_t>(value + tlv::field_offset(kEfDbg, "budget")));
+    const TlvValue<tlv::kEfDbg> dbg(value);
+    store_relaxed(vsd->debug_mask, dbg.get<"mask">());
+    store_relaxed(vsd->trace_ifx, dbg.get<"trace_ifx">());
+    store_relaxed(vsd->trace_budget, dbg.get<"budget">());
     return 0;
 }
 
 int vxlan_ef_show_deal(uint32_t vsd_id, const uint8_t *value)
 {
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    const uint16_t show_id = load_unaligned<uint16_t>(value + tlv::field_offset(kEfShow, "show_id"));
+    const uint16_t show_id = TlvValue<tlv::kEfShow>(value).get<"show_id">();
     ReadLock lock(vsd);
     for (const ShowRoute &route : kShows) {
         if (static_cast<uint16_t>(route.id) == show_id) {
@@ -98,8 +100,9 @@ int vxlan_ef_show_deal(uint32_t vsd_id, const uint8_t *value)
 
 int vxlan_ef_ctrl_deal(uint32_t vsd_id, const uint8_t *value)
 {
-    const uint32_t ctrl = load_unaligned<uint32_t>(value + tlv::field_offset(kEfCtrl, "ctrl"));
-    const uint8_t oper = value[tlv::field_offset(kEfCtrl, "oper")];
+    const TlvValue<tlv::kEfCtrl> request(value);
+    const uint32_t ctrl = request.get<"ctrl">();
+    const uint8_t oper = request.get<"oper">();
     VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] recv ef ctrl message, ctrl: 0x%x, oper: %d\n", ctrl,
                    oper);
     ReadLock lock(g_vxlan_vsd);
