@@ -139,13 +139,6 @@ constexpr Field field_of(uint16_t code, std::string_view name)
     return detail::no_such_field_in_the_layout();
 }
 
-// Offset of a field of a type's value, known by name; a name not in the
-// layout does not compile.
-consteval uint16_t field_offset(uint16_t code, std::string_view field)
-{
-    return field_of(code, field).offset;
-}
-
 namespace detail {
 
 consteval bool rows_consistent()

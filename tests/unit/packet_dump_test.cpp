@@ -4,8 +4,8 @@
 
 #include "efrt_l3.h"
 #include "efrt_services.h"
-#include "frame/transmit/l3_handoff.h"
 #include "frame/trace/packet_dump.h"
+#include "frame/transmit/l3_handoff.h"
 #include "module_fixture.h"
 
 using vxtest::ModuleTest;

@@ -2,9 +2,9 @@
 // encapsulated and handed to the L3 engine, a VLAN node's copy is flooded in
 // that VLAN, a sub-interface node's copy is pointed at the sub-interface for
 // its encapsulation hook.
-#include "frame/transmit/transmit_private.h"
 #include "frame/forward/forward_private.h"
 #include "frame/trace/packet_dump.h"
+#include "frame/transmit/transmit_private.h"
 
 using vxlan_ef::TraceGate;
 namespace fwd = vxlan_ef::fwd;
@@ -61,8 +61,8 @@ Outcome vlan_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const efmp_mcast_node
                           "be set\n",
                           static_cast<void *>(buff));
     }
-    fwd::set_vlan_id(buff, node->vid);
-    fwd::clear_vni(buff);
+    efmp_buff_set_tag_vid(buff, node->vid);
+    efmp_buff_set_vni(buff, 0);
     buff->flags |= EFMP_F_BCAST_COPY;
     if (vxlan_ef::trace_admit(buff, TraceGate::Encap))
         vxlan_ef_pkt_dump(buff, "vlan-bcast(encap)");
@@ -91,7 +91,7 @@ Outcome subif_bcast(efmp_buff_t *buff, const efmp_mcast_node_t *node, uint32_t v
         return {EF_Drop, traced(buff)};
     }
     buff->dst_intf = subif;
-    fwd::clear_vni(buff);
+    efmp_buff_set_vni(buff, 0);
     buff->flags |= EFMP_F_DST_SET;
     VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, "vxlan_ef_subif_bcast_pkt_encap",
                       "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p VNI[%u] of dst_intf[%s] broadcast "

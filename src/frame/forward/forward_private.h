@@ -1,6 +1,6 @@
 // Private declarations of the bridge forwarding decision, the unicast branch
-// and flooding: buffer helpers (VNI word, VLAN field, instance bits, frame
-// copy), the ARP and ND tests behind suppression and the result names.
+// and flooding: buffer helpers (instance bits, frame copy), the ARP and ND
+// tests behind suppression and the result names.
 #pragma once
 
 #include <array>
@@ -8,8 +8,8 @@
 
 #include "core/core_private.h"
 #include "efmp.h"
-#include "lsm.h"
 #include "frame/trace/packet_trace.h"
+#include "lsm.h"
 
 namespace vxlan_ef::fwd {
 
@@ -32,11 +32,6 @@ inline const char *result_name(int code)
     return code >= 0 && static_cast<std::size_t>(code) < kResultNames.size() ? kResultNames[code]
                                                                               : "UNKNOWN";
 }
-
-// Keeps only the flag byte of the VNI word.
-inline void clear_vni(efmp_buff_t *buff) { efmp_buff_set_vni(buff, 0); }
-
-inline void set_vlan_id(efmp_buff_t *buff, uint16_t vid) { efmp_buff_set_tag_vid(buff, vid); }
 
 // Takes the parser's instance bits out of the tag word.
 inline void clear_tag_vsd(efmp_buff_t *buff)

@@ -119,7 +119,7 @@ int bridge_to_port(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, lsm_intfcb_t *dst, ui
     buff->src_ifx = src_ifindex(buff);
     UCAST_TRACE(buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p update pkt vid %u\n",
                 static_cast<void *>(buff), static_cast<uint32_t>(vid));
-    set_vlan_id(buff, vid);
+    efmp_buff_set_tag_vid(buff, vid);
     if (dst->type == LSM_IF_TYPE_OVERLAY_ROUTER) {
         buff->src_intf = dst;
         buff->dst_intf = vxlan_ef::load_relaxed(vsd->intf_slot_4094);

@@ -3,8 +3,8 @@
 // the local access path, which finds a frame's VLAN, the VNI mapped to it and
 // a matching sub-interface.
 #include "ef_bridge.h"
-#include "frame/trace/packet_dump.h"
 #include "frame/receive/receive_private.h"
+#include "frame/trace/packet_dump.h"
 
 namespace vxlan_ef {
 

@@ -5,8 +5,8 @@
 #include <array>
 #include <cstring>
 
-#include "frame/trace/packet_dump.h"
 #include "frame/receive/receive_private.h"
+#include "frame/trace/packet_dump.h"
 
 namespace vxlan_ef {
 

@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "frame/trace/packet_dump.h"
 #include "frame/receive/receive_private.h"
+#include "frame/trace/packet_dump.h"
 #include "vxlan_ef.h"
 
 namespace vxlan_ef {

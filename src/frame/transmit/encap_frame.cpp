@@ -2,9 +2,9 @@
 // copied from the VTEP adjacency, the inner packet is fragmented when the
 // outer packet would exceed the tunnel MTU, and the result goes to the L3
 // engine.
-#include "frame/transmit/transmit_private.h"
-#include "frame/transmit/l3_handoff.h"
 #include "frame/trace/packet_trace.h"
+#include "frame/transmit/l3_handoff.h"
+#include "frame/transmit/transmit_private.h"
 
 using vxlan_ef::TraceGate;
 

@@ -2,9 +2,9 @@
 // IPv4 or IPv6, pushed in that order into the buffer's headroom, and the
 // buffer metadata rewritten for the L3 engine.
 #include "ef_csum.h"
-#include "frame/transmit/transmit_private.h"
 #include "frame/trace/packet_dump.h"
 #include "frame/trace/packet_trace.h"
+#include "frame/transmit/transmit_private.h"
 #include "frame/wire_headers.h"
 
 using vxlan_ef::TraceGate;

@@ -4,8 +4,8 @@
 // answer whether overlay router interfaces stay silent on ICMP errors.
 #include <arpa/inet.h>
 
-#include "frame/transmit/transmit_private.h"
 #include "frame/trace/packet_trace.h"
+#include "frame/transmit/transmit_private.h"
 #include "frame/wire_headers.h"
 
 using vxlan_ef::TraceGate;

@@ -2,9 +2,9 @@
 // carrying the sub-interface's outer (and inner) 802.1Q tags.
 
 #include "ef_bridge.h"
-#include "frame/transmit/transmit_private.h"
 #include "frame/trace/packet_dump.h"
 #include "frame/trace/packet_trace.h"
+#include "frame/transmit/transmit_private.h"
 #include "frame/wire_headers.h"
 
 using vxlan_ef::TraceGate;
