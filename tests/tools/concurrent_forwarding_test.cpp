@@ -13,8 +13,10 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <thread>
 #include <vector>
@@ -43,6 +45,8 @@ constexpr uint16_t kVlan = 10;
 constexpr int kProcessTimeoutMs = 20000;
 constexpr int kRounds = 12;
 constexpr int kMinWorkerPasses = 200;
+constexpr const char *kCapBase = "g_feature_spec/dcn/CAP_VXLAN_BASE";
+constexpr const char *kCapSoft = "g_feature_spec/product_platform_spec/CAP_FWDMODE_SOFT";
 
 constexpr Mac kAccessMac{0x02, 0xef, 0, 0, 0, 0x01};
 constexpr Mac kUplinkMac{0x02, 0xef, 0, 0, 0, 0x02};
@@ -241,8 +245,8 @@ protected:
 
     void bring_up_platform()
     {
-        set_cap("g_feature_spec/dcn/CAP_VXLAN_BASE");
-        set_cap("g_feature_spec/product_platform_spec/CAP_FWDMODE_SOFT");
+        set_cap(kCapBase);
+        set_cap(kCapSoft);
         efrt::bridge_publish_all();
         efrt::syslog_set_keep(false);
         efrt::bcast_set_recording(false);
@@ -269,11 +273,12 @@ protected:
         return std::make_unique<efhost::L3Engine>(ports, std::vector<efhost::RouteConfig>{}, neighbours);
     }
 
+    void forward_while_toggling(const char *what, const std::function<void()> &toggle);
+
     CountingPort access_;
     CountingPort uplink_;
 };
 
-constexpr const char *kCapBase = "g_feature_spec/dcn/CAP_VXLAN_BASE";
 constexpr int kChurnRounds = 8;
 constexpr int kWorkers = 4;
 
@@ -351,6 +356,73 @@ TEST_F(ConcurrentForwardingTest, PacketWorkersForwardWhileResynchronisationsRun)
     EXPECT_GT(uplink_.tx_frames(), 0u);
     EXPECT_GT(l3->stats().sent, 0u);
     EXPECT_EQ(efrt::buff_live_total(), buffers_at_start);
+}
+
+// Two packet workers forward for a few seconds while the main thread keeps
+// taking something away from them and giving it back; a worker that found a
+// service must call the one it found, never a withdrawn one. Prints how often
+// it toggled.
+void ConcurrentForwardingTest::forward_while_toggling(const char *what, const std::function<void()> &toggle)
+{
+    constexpr std::chrono::seconds kToggleFor{3};
+    const long buffers_at_start = efrt::buff_live_total();
+    bring_up_platform();
+    start("1");
+    create_interfaces();
+    efrt::tasks_start_timer_thread();
+    std::unique_ptr<efhost::L3Engine> l3 = make_l3();
+    l3->start();
+    const efhost::Config cfg = host_config();
+    efhost::Pipeline pipeline(cfg, {{kAccess, &access_}, {kUplink, &uplink_}}, l3.get());
+    pipeline.attach_to_platform();
+    ASSERT_TRUE(deliver_and_wait(resync(true)));
+
+    std::atomic<bool> toggling_done{false};
+    uint64_t passes[2] = {};
+    std::vector<std::thread> workers;
+    for (int i = 0; i < 2; ++i)
+        workers.emplace_back([&, i] { run_worker(pipeline, toggling_done, passes[i]); });
+    const auto stop_at = std::chrono::steady_clock::now() + kToggleFor;
+    int toggles = 0;
+    for (; std::chrono::steady_clock::now() < stop_at; ++toggles)
+        toggle();
+    toggling_done = true;
+    for (std::thread &w : workers)
+        w.join();
+
+    EXPECT_TRUE(deliver_and_wait(vxtest::make_msg({vxtest::sync_begin(), vxtest::sync_over()})));
+    l3->stop();
+    pipeline.detach_from_platform();
+    efrt::tasks_stop_timer_thread();
+    vxlan_ef_exit();
+    efrt::l3_reset();
+
+    std::printf("%s %d times while %llu frames were received\n", what, toggles,
+                static_cast<unsigned long long>(pipeline.stats().received));
+    EXPECT_EQ(pipeline.stats().received, (passes[0] + passes[1]) * 4);
+    EXPECT_GT(access_.tx_frames(), 0u);
+    EXPECT_GT(uplink_.tx_frames(), 0u);
+    EXPECT_EQ(efrt::buff_live_total(), buffers_at_start);
+}
+
+// The MAC lookup found at the unicast decision is the one called, even when
+// the bridge withdraws it in between.
+TEST_F(ConcurrentForwardingTest, ForwardingSurvivesBridgeServicesWithdrawnWhileFramesAreInFlight)
+{
+    forward_while_toggling("bridge services withdrawn and published", [] {
+        efrt::bridge_withdraw_all();
+        efrt::bridge_publish_all();
+    });
+}
+
+TEST_F(ConcurrentForwardingTest, ForwardingSurvivesPacketPlaneAndSoftForwardingSwitchedOffWhileFramesAreInFlight)
+{
+    forward_while_toggling("packet plane and software forwarding switched off and on", [] {
+        efrt::cap_change(kCapSoft, false);
+        efrt::cap_change(kCapBase, false);
+        efrt::cap_change(kCapBase, true);
+        efrt::cap_change(kCapSoft, true);
+    });
 }
 
 // Everything that can happen to the module while traffic runs, at once:

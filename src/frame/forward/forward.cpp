@@ -148,18 +148,20 @@ int forward_unicast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const uint8_t *dmac,
 }
 
 // Makes the 4094 slot's interface the destination and hands the frame to the
-// switch engine.
-void hand_to_switch(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
+// switch engine. Returns that interface: the slot may change meanwhile, and
+// the trace names the one the frame got.
+lsm_intfcb_t *hand_to_switch(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
 {
     buff->flags |= EFMP_F_SWITCH_ENGINE;
     buff->dst_intf = vxlan_ef::load_relaxed(vsd->intf_slot_4094);
+    return buff->dst_intf;
 }
 
 int result_without_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
 {
     if (r == EF_Reserve) {
-        hand_to_switch(buff, vsd);
-        if (vxlan_ef::load_relaxed(vsd->intf_slot_4094) == nullptr)
+        const lsm_intfcb_t *local = hand_to_switch(buff, vsd);
+        if (local == nullptr)
             FWD_TRACE(buff,
                       "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p no BRG_NOT_FWD but ret is "
                       "EF_Reserve, set L2LOCAL, ENGINE SWITCH and return EF_Normal\n",
@@ -168,7 +170,7 @@ int result_without_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
             FWD_TRACE(buff,
                       "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p no BRG_NOT_FWD but ret is "
                       "EF_Reserve, set dest_intf %s, ENGINE SWITCH and return EF_Normal\n",
-                      static_cast<void *>(buff), name_of(vxlan_ef::load_relaxed(vsd->intf_slot_4094)).text);
+                      static_cast<void *>(buff), name_of(local).text);
         return EF_Normal;
     }
     if (r == EF_Broadcast) {
@@ -208,9 +210,9 @@ int result_with_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
                   static_cast<void *>(buff));
         return EF_Drop;
     }
-    hand_to_switch(buff, vsd);
+    const lsm_intfcb_t *local = hand_to_switch(buff, vsd);
     // These two lines name EF_Resv_Bcast although the test is on EF_Reserve.
-    if (vxlan_ef::load_relaxed(vsd->intf_slot_4094) == nullptr)
+    if (local == nullptr)
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p BRG_NOT_FWD be set but ret is "
                   "EF_Resv_Bcast, set L2LOCAL, ENGINE SWITCH and return EF_Normal\n",
@@ -219,7 +221,7 @@ int result_with_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p BRG_NOT_FWD be set but ret is "
                   "EF_Resv_Bcast, set dest_intf %s, ENGINE SWITCH and return EF_Normal\n",
-                  static_cast<void *>(buff), name_of(vxlan_ef::load_relaxed(vsd->intf_slot_4094)).text);
+                  static_cast<void *>(buff), name_of(local).text);
     return EF_Normal;
 }
 

@@ -47,10 +47,9 @@ void route_through(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, lsm_intfcb_t *router)
 
 // Looks the MAC up under the lookup VNI, then under the frame's own VNI when
 // that differs.
-int lookup_mac(const vxlan_ef_vsd_t *vsd, uint32_t lookup_vni, uint32_t vni, const uint8_t *dmac,
-               ef_bridge_mac_out_t *out)
+int lookup_mac(ef_bridge_mac_lookup_fn lookup, const vxlan_ef_vsd_t *vsd, uint32_t lookup_vni,
+               uint32_t vni, const uint8_t *dmac, ef_bridge_mac_out_t *out)
 {
-    auto lookup = reinterpret_cast<ef_bridge_mac_lookup_fn>(vxlan_ef::load_relaxed(vxlan_ef_bridge_mac_lookup));
     int r = lookup(vsd->id, EF_BRIDGE_KEY_VNI | lookup_vni, dmac, out);
     if (r == EF_BRIDGE_MAC_NOT_FOUND && vni != lookup_vni)
         r = lookup(vsd->id, EF_BRIDGE_KEY_VNI | vni, dmac, out);
@@ -170,10 +169,13 @@ int vxlan_ef_ucast(efmp_buff_t *buff, const uint8_t *dmac, uint32_t vni, vxlan_e
                     static_cast<void *>(buff));
         return EF_Drop;
     }
-    if (vxlan_ef::load_relaxed(vxlan_ef_bridge_mac_lookup) == nullptr)
+    // Read once: the bridge may withdraw the service between a check and a
+    // second read.
+    auto lookup = reinterpret_cast<ef_bridge_mac_lookup_fn>(vxlan_ef::load_relaxed(vxlan_ef_bridge_mac_lookup));
+    if (lookup == nullptr)
         return EF_Broadcast;
     ef_bridge_mac_out_t out{};
-    const int found = lookup_mac(vsd, lookup_vni, vni, dmac, &out);
+    const int found = lookup_mac(lookup, vsd, lookup_vni, vni, dmac, &out);
     if (found == EF_BRIDGE_MAC_NOT_FOUND) {
         UCAST_TRACE(buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p search l2 dst-port by dest-mac failed, "
