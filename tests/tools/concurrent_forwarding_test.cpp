@@ -238,6 +238,8 @@ protected:
     // A test stopped early leaves no platform thread or hook behind.
     void TearDown() override
     {
+        pipeline_.reset();
+        l3_.reset();
         efrt::tasks_stop_timer_thread();
         efrt::set_port_tx(nullptr, nullptr);
         ModuleTest::TearDown();
@@ -273,10 +275,40 @@ protected:
         return std::make_unique<efhost::L3Engine>(ports, std::vector<efhost::RouteConfig>{}, neighbours);
     }
 
+    // Everything a threaded efhost runs, started in its order: platform,
+    // module, interfaces, timer thread, L3 engine, pipeline.
+    void start_forwarding()
+    {
+        bring_up_platform();
+        start("1");
+        create_interfaces();
+        efrt::tasks_start_timer_thread();
+        l3_ = make_l3();
+        l3_->start();
+        pipeline_ = std::make_unique<efhost::Pipeline>(
+            cfg_, std::map<uint32_t, efhost::Port *>{{kAccess, &access_}, {kUplink, &uplink_}}, l3_.get());
+        pipeline_->attach_to_platform();
+    }
+
+    // Stopped in efhost's order once the ports are: configuration, L3
+    // engine, pipeline, timer, module.
+    void stop_forwarding()
+    {
+        EXPECT_TRUE(deliver_and_wait(vxtest::make_msg({vxtest::sync_begin(), vxtest::sync_over()})));
+        l3_->stop();
+        pipeline_->detach_from_platform();
+        efrt::tasks_stop_timer_thread();
+        vxlan_ef_exit();
+        efrt::l3_reset();
+    }
+
     void forward_while_toggling(const char *what, const std::function<void()> &toggle);
 
     CountingPort access_;
     CountingPort uplink_;
+    const efhost::Config cfg_ = host_config();
+    std::unique_ptr<efhost::L3Engine> l3_;
+    std::unique_ptr<efhost::Pipeline> pipeline_;
 };
 
 constexpr int kChurnRounds = 8;
@@ -310,51 +342,59 @@ void run_worker(efhost::Pipeline &pipeline, const std::atomic<bool> &config_done
     }
 }
 
+// Packet workers, each running run_worker on the pipeline until stopped.
+class Workers {
+public:
+    Workers(efhost::Pipeline &pipeline, int count) : passes_(static_cast<size_t>(count))
+    {
+        for (uint64_t &passes : passes_)
+            threads_.emplace_back([this, &pipeline, &passes] { run_worker(pipeline, done_, passes); });
+    }
+    ~Workers() { stop(); }
+
+    // Lets every worker finish its pass and returns the passes of all.
+    uint64_t stop()
+    {
+        done_ = true;
+        for (std::thread &t : threads_)
+            if (t.joinable())
+                t.join();
+        uint64_t all = 0;
+        for (uint64_t p : passes_)
+            all += p;
+        return all;
+    }
+
+private:
+    std::atomic<bool> done_{false};
+    std::vector<uint64_t> passes_;  // each written by its own worker only
+    std::vector<std::thread> threads_;
+};
+
 TEST_F(ConcurrentForwardingTest, PacketWorkersForwardWhileResynchronisationsRun)
 {
     const long buffers_at_start = efrt::buff_live_total();
-    bring_up_platform();
-    start("1");
-    create_interfaces();
-    efrt::tasks_start_timer_thread();
-    std::unique_ptr<efhost::L3Engine> l3 = make_l3();
-    l3->start();
-    const efhost::Config cfg = host_config();
-    efhost::Pipeline pipeline(cfg, {{kAccess, &access_}, {kUplink, &uplink_}}, l3.get());
-    pipeline.attach_to_platform();
+    start_forwarding();
     ASSERT_TRUE(deliver_and_wait(resync(true)));
 
-    std::atomic<bool> config_done{false};
-    uint64_t passes[2] = {0, 0};
-    std::thread workers[2];
-    for (int i = 0; i < 2; ++i)
-        workers[i] = std::thread([&, i] { run_worker(pipeline, config_done, passes[i]); });
+    Workers workers(*pipeline_, 2);
     int processed_rounds = 0;
     for (int round = 0; round < kRounds; ++round)
         processed_rounds += deliver_and_wait(resync(round % 2 == 1)) ? 1 : 0;
-    config_done = true;
-    for (std::thread &w : workers)
-        w.join();
+    const uint64_t passes = workers.stop();
 
-    // Stopped in efhost's order: ports, configuration, L3 engine, pipeline,
-    // timer, module.
-    EXPECT_TRUE(deliver_and_wait(vxtest::make_msg({vxtest::sync_begin(), vxtest::sync_over()})));
-    l3->stop();
-    pipeline.detach_from_platform();
-    efrt::tasks_stop_timer_thread();
-    vxlan_ef_exit();
-    efrt::l3_reset();
+    stop_forwarding();
 
-    const efhost::PipelineStats stats = pipeline.stats();
+    const efhost::PipelineStats stats = pipeline_->stats();
     SCOPED_TRACE("received " + std::to_string(stats.received) + ", forwarded " +
                  std::to_string(stats.forwarded) + ", consumed " + std::to_string(stats.consumed) +
                  ", parser drops " + std::to_string(stats.parser_drops) + ", without VNI " +
                  std::to_string(stats.no_vni) + ", dropped " + std::to_string(stats.dropped));
     EXPECT_EQ(processed_rounds, kRounds);
-    EXPECT_EQ(stats.received, (passes[0] + passes[1]) * 4);
+    EXPECT_EQ(stats.received, passes * 4);
     EXPECT_GT(access_.tx_frames(), 0u);
     EXPECT_GT(uplink_.tx_frames(), 0u);
-    EXPECT_GT(l3->stats().sent, 0u);
+    EXPECT_GT(l3_->stats().sent, 0u);
     EXPECT_EQ(efrt::buff_live_total(), buffers_at_start);
 }
 
@@ -366,40 +406,21 @@ void ConcurrentForwardingTest::forward_while_toggling(const char *what, const st
 {
     constexpr std::chrono::seconds kToggleFor{3};
     const long buffers_at_start = efrt::buff_live_total();
-    bring_up_platform();
-    start("1");
-    create_interfaces();
-    efrt::tasks_start_timer_thread();
-    std::unique_ptr<efhost::L3Engine> l3 = make_l3();
-    l3->start();
-    const efhost::Config cfg = host_config();
-    efhost::Pipeline pipeline(cfg, {{kAccess, &access_}, {kUplink, &uplink_}}, l3.get());
-    pipeline.attach_to_platform();
+    start_forwarding();
     ASSERT_TRUE(deliver_and_wait(resync(true)));
 
-    std::atomic<bool> toggling_done{false};
-    uint64_t passes[2] = {};
-    std::vector<std::thread> workers;
-    for (int i = 0; i < 2; ++i)
-        workers.emplace_back([&, i] { run_worker(pipeline, toggling_done, passes[i]); });
+    Workers workers(*pipeline_, 2);
     const auto stop_at = std::chrono::steady_clock::now() + kToggleFor;
     int toggles = 0;
     for (; std::chrono::steady_clock::now() < stop_at; ++toggles)
         toggle();
-    toggling_done = true;
-    for (std::thread &w : workers)
-        w.join();
+    const uint64_t passes = workers.stop();
 
-    EXPECT_TRUE(deliver_and_wait(vxtest::make_msg({vxtest::sync_begin(), vxtest::sync_over()})));
-    l3->stop();
-    pipeline.detach_from_platform();
-    efrt::tasks_stop_timer_thread();
-    vxlan_ef_exit();
-    efrt::l3_reset();
+    stop_forwarding();
 
     std::printf("%s %d times while %llu frames were received\n", what, toggles,
-                static_cast<unsigned long long>(pipeline.stats().received));
-    EXPECT_EQ(pipeline.stats().received, (passes[0] + passes[1]) * 4);
+                static_cast<unsigned long long>(pipeline_->stats().received));
+    EXPECT_EQ(pipeline_->stats().received, passes * 4);
     EXPECT_GT(access_.tx_frames(), 0u);
     EXPECT_GT(uplink_.tx_frames(), 0u);
     EXPECT_EQ(efrt::buff_live_total(), buffers_at_start);
@@ -434,22 +455,10 @@ TEST_F(ConcurrentForwardingTest, FourWorkersForwardThroughChurnCapabilityFlipsWi
 {
     const long buffers_at_start = efrt::buff_live_total();
     const long blocks_at_start = efrt::mem_live_blocks_total();
-    bring_up_platform();
-    start("1");
-    create_interfaces();
-    efrt::tasks_start_timer_thread();
-    std::unique_ptr<efhost::L3Engine> l3 = make_l3();
-    l3->start();
-    const efhost::Config cfg = host_config();
-    efhost::Pipeline pipeline(cfg, {{kAccess, &access_}, {kUplink, &uplink_}}, l3.get());
-    pipeline.attach_to_platform();
+    start_forwarding();
     ASSERT_TRUE(deliver_and_wait(resync(true)));
 
-    std::atomic<bool> churn_done{false};
-    uint64_t passes[kWorkers] = {};
-    std::vector<std::thread> workers;
-    for (int i = 0; i < kWorkers; ++i)
-        workers.emplace_back([&, i] { run_worker(pipeline, churn_done, passes[i]); });
+    Workers workers(*pipeline_, kWorkers);
     int processed = 0;
     for (int round = 0; round < kChurnRounds; ++round) {
         processed += deliver_and_wait(resync(round % 2 == 1)) ? 1 : 0;
@@ -462,27 +471,17 @@ TEST_F(ConcurrentForwardingTest, FourWorkersForwardThroughChurnCapabilityFlipsWi
         efrt::cap_change(kCapBase, true);
         processed += deliver_and_wait(shows_and_dump()) ? 1 : 0;
     }
-    churn_done = true;
-    for (std::thread &w : workers)
-        w.join();
+    const uint64_t all_passes = workers.stop();
 
-    EXPECT_TRUE(deliver_and_wait(vxtest::make_msg({vxtest::sync_begin(), vxtest::sync_over()})));
-    l3->stop();
-    pipeline.detach_from_platform();
-    efrt::tasks_stop_timer_thread();
-    vxlan_ef_exit();
-    efrt::l3_reset();
+    stop_forwarding();
 
-    const efhost::PipelineStats stats = pipeline.stats();
-    uint64_t all_passes = 0;
-    for (uint64_t p : passes)
-        all_passes += p;
+    const efhost::PipelineStats stats = pipeline_->stats();
     std::printf("stress: %d requests processed during the churn (%d full resynchronisations), %llu frames received by "
                 "%d workers, %llu sent on the access port, %llu on the uplink (%llu by the L3 engine)\n",
                 processed, kChurnRounds, static_cast<unsigned long long>(stats.received), kWorkers,
                 static_cast<unsigned long long>(access_.tx_frames()),
                 static_cast<unsigned long long>(uplink_.tx_frames()),
-                static_cast<unsigned long long>(l3->stats().sent));
+                static_cast<unsigned long long>(l3_->stats().sent));
     EXPECT_EQ(processed, kChurnRounds * 3);
     EXPECT_EQ(stats.received, all_passes * 4);
     EXPECT_GT(access_.tx_frames(), 0u);
