@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "ef_bridge.h"
 #include "efrt.h"
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
@@ -430,9 +431,9 @@ void ConcurrentForwardingTest::forward_while_toggling(const char *what, const st
 // the bridge withdraws it in between.
 TEST_F(ConcurrentForwardingTest, ForwardingSurvivesBridgeServicesWithdrawnWhileFramesAreInFlight)
 {
-    forward_while_toggling("bridge services withdrawn and published", [] {
-        efrt::bridge_withdraw_all();
-        efrt::bridge_publish_all();
+    forward_while_toggling("bridge MAC lookup withdrawn and published", [] {
+        efrt::bridge_withdraw(EF_BRIDGE_SERV_MAC_LOOKUP);
+        efrt::bridge_publish(EF_BRIDGE_SERV_MAC_LOOKUP);
     });
 }
 
