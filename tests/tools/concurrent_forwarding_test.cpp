@@ -405,7 +405,10 @@ TEST_F(ConcurrentForwardingTest, PacketWorkersForwardWhileResynchronisationsRun)
 // it toggled.
 void ConcurrentForwardingTest::forward_while_toggling(const char *what, const std::function<void()> &toggle)
 {
+    // Bounded by count as well as time: the platform keeps every replaced
+    // version of its service and hook tables until it is reset.
     constexpr std::chrono::seconds kToggleFor{3};
+    constexpr int kMaxToggles = 40000;
     const long buffers_at_start = efrt::buff_live_total();
     start_forwarding();
     ASSERT_TRUE(deliver_and_wait(resync(true)));
@@ -413,7 +416,7 @@ void ConcurrentForwardingTest::forward_while_toggling(const char *what, const st
     Workers workers(*pipeline_, 2);
     const auto stop_at = std::chrono::steady_clock::now() + kToggleFor;
     int toggles = 0;
-    for (; std::chrono::steady_clock::now() < stop_at; ++toggles)
+    for (; toggles < kMaxToggles && std::chrono::steady_clock::now() < stop_at; ++toggles)
         toggle();
     const uint64_t passes = workers.stop();
 
