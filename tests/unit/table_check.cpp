@@ -83,9 +83,20 @@ std::vector<const list_head *> walk(const list_head *head, Name what, Report &r)
 
 bool self_linked(const list_head *node) { return node->next == node && node->prev == node; }
 
+// Equal as the module compares addresses: the same family, then only the
+// bytes that family uses (4 for IPv4, 16 for IPv6). The module copies a
+// tunnel's destination into its adjacencies only when the two differ by that
+// measure, so when an update changes only bytes 4..15 of a tunnel's IPv4
+// destination, its adjacencies keep the bytes they had; those bytes mean
+// nothing for an IPv4 address and must not count. An address of any other
+// family equals nothing in the module and is therefore always copied whole,
+// so all 16 of its bytes must agree.
 bool same_ip(const vxlan_ef_ip_addr_t &a, const vxlan_ef_ip_addr_t &b)
 {
-    return std::memcmp(&a, &b, sizeof a) == 0;
+    if (a.family != b.family)
+        return false;
+    const size_t used = a.family == VXLAN_EF_AF_INET ? 4 : sizeof a.addr;
+    return std::memcmp(a.addr, b.addr, used) == 0;
 }
 
 // The adjacency hash's bucket of a destination address, as the module's

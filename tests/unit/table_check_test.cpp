@@ -74,6 +74,48 @@ TEST_F(TableCheckTest, ReportsAnAdjacencyThatDisagreesWithItsTunnel)
     a->sip.addr[3] ^= 1;
 }
 
+// The module compares an IPv4 address by its first 4 bytes and copies a
+// tunnel's destination into an adjacency only when that comparison differs.
+TEST_F(TableCheckTest, AnIpv4DestinationDifferingOnlyBeyondItsFirstFourBytesIsConsistent)
+{
+    vxlan_ef_adj_t *a = adj(200, 101);
+    ASSERT_NE(a, nullptr);
+    const vxlan_ef_ip_addr_t kept = a->dip;
+    for (size_t i = 4; i < sizeof a->dip.addr; ++i)
+        a->dip.addr[i] = static_cast<uint8_t>(0xA0 + i);
+    EXPECT_EQ(table_problems_text(vsd()), "");
+    a->dip.addr[3] ^= 1;
+    EXPECT_EQ(table_problems(vsd()),
+              std::vector<std::string>{"adjacency (VNI 200, ifx 101) disagrees with its tunnel's addresses"});
+    a->dip = kept;
+    EXPECT_EQ(table_problems_text(vsd()), "");
+}
+
+TEST_F(TableCheckTest, ReportsAnyDifferingByteOfAnIpv6DestinationOrOneOfAnotherFamily)
+{
+    vxlan_ef_adj_t *v6 = adj(100, 106);
+    ASSERT_NE(v6, nullptr);
+    v6->dip.addr[15] ^= 1;
+    EXPECT_EQ(table_problems(vsd()),
+              std::vector<std::string>{"adjacency (VNI 100, ifx 106) disagrees with its tunnel's addresses"});
+    v6->dip.addr[15] ^= 1;
+
+    // The module copies a destination of another family whole, so the check
+    // holds every one of its bytes to the tunnel's.
+    vxlan_ef_ip_addr_t other = ip4("10.0.0.1");
+    other.family = 7;
+    other.addr[12] = 0x5A;
+    deliver_tlvs({set_vtep(101, ip4("192.0.2.1"), other)});
+    vxlan_ef_adj_t *a = adj(200, 101);
+    ASSERT_NE(a, nullptr);
+    ASSERT_EQ(a->dip.family, 7u);
+    EXPECT_EQ(table_problems_text(vsd()), "");
+    a->dip.addr[12] ^= 1;
+    EXPECT_EQ(table_problems(vsd()),
+              std::vector<std::string>{"adjacency (VNI 200, ifx 101) disagrees with its tunnel's addresses"});
+    a->dip.addr[12] ^= 1;
+}
+
 TEST_F(TableCheckTest, ReportsAVlanSlotWithoutItsNode)
 {
     vsd()->vid_vni[29] = 100;
