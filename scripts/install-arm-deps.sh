@@ -8,7 +8,7 @@ set -euo pipefail
 packages=(
   crossbuild-essential-arm64 binutils-aarch64-linux-gnu qemu-user
   cmake ninja-build pkg-config protobuf-c-compiler
-  libc6:arm64 libstdc++6:arm64 libprotobuf-c-dev:arm64 libgtest-dev:arm64
+  libc6:arm64 libstdc++6:arm64 libprotobuf-c-dev:arm64 libgtest-dev:arm64 liburcu-dev:arm64
 )
 
 sudo=""

@@ -20,6 +20,7 @@
 #include "efrt_bcast.h"
 #include "efrt_pipeline.h"
 #include "efrt_services.h"
+#include "published.h"
 #include "sanitized_build.h"
 
 namespace {
@@ -37,11 +38,10 @@ struct Engine {
     std::atomic<bool> recording{true};
     // The port hook and its context, published together.
     struct PortHook {
-        efrt::PortTx fn;
-        void *ctx;
+        efrt::PortTx fn = nullptr;
+        void *ctx = nullptr;
     };
-    std::array<PortHook, 2> port_hooks{};
-    std::atomic<const PortHook *> port_tx{&port_hooks[0]};
+    efrt::Published<PortHook> port_tx;
 };
 
 Engine &engine()
@@ -106,9 +106,9 @@ bool recording() { return engine().recording.load(std::memory_order_relaxed); }
 // Defined beside the records it adds to.
 void efrt::port_send(uint32_t ifindex, const efmp_buff_t *buff, bool vlan_flood)
 {
-    const Engine::PortHook *tx = engine().port_tx.load(std::memory_order_acquire);
-    if (tx->fn != nullptr)
-        tx->fn(ifindex, buff, tx->ctx);
+    const Engine::PortHook &tx = engine().port_tx.read();
+    if (tx.fn != nullptr)
+        tx.fn(ifindex, buff, tx.ctx);
     if (!recording())
         return;
     efrt::PortSend s{ifindex, efmp_buff_tag_vid(buff), buff->flags, vlan_flood, frame_bytes(buff)};
@@ -313,15 +313,12 @@ std::vector<PortSend> port_take_sends()
     return out;
 }
 
-// Alternates between two records, so that a sender still reading the old
-// one sees it whole; hosts change the hook only while no packet thread runs.
 void set_port_tx(PortTx fn, void *ctx)
 {
-    Engine &e = engine();
-    Engine::PortHook *next =
-        e.port_tx.load() == &e.port_hooks[0] ? &e.port_hooks[1] : &e.port_hooks[0];
-    *next = Engine::PortHook{fn, ctx};
-    e.port_tx.store(next, std::memory_order_release);
+    engine().port_tx.update([fn, ctx](Engine::PortHook &hook) {
+        hook = Engine::PortHook{fn, ctx};
+        return true;
+    });
 }
 
 void bcast_set_recording(bool on) { engine().recording.store(on, std::memory_order_relaxed); }

@@ -1,15 +1,15 @@
 // Per-interface hooks of the pipeline: Ethernet-level parsers by (interface
 // index, slot), efmp parser descriptors and encapsulation descriptors by
 // interface. The pipeline runs them; this file only keeps them. Registration
-// works on the tables under a mutex and then publishes a lookup index that
-// packet threads read without a lock.
+// works on the tables under a mutex and then publishes the changed key in a
+// lookup index that packet threads read without a lock.
 #include <map>
 #include <mutex>
-#include <unordered_map>
 #include <utility>
 
 #include "efmp.h"
 #include "efrt_services.h"
+#include "flat_map.h"
 #include "published.h"
 
 namespace {
@@ -20,10 +20,20 @@ struct EthParser {
 };
 
 // What the pipeline asks per packet: the first hook of each kind per key.
+// Interfaces come and go with a fabric, so their hooks are published by
+// shard.
+struct IntfHooks {
+    efmp_parser_fn parser;
+    efmp_encap_fn encap;
+};
+using EthIndex = efrt::FlatMap<uint64_t, void *>;  // ifindex << 32 | slot
+using IntfIndex = efrt::FlatMap<const lsm_intfcb_t *, IntfHooks>;
+
 struct HookIndex {
-    std::unordered_map<uint64_t, void *> eth;  // ifindex << 32 | slot
-    std::unordered_map<const lsm_intfcb_t *, efmp_parser_fn> parsers;
-    std::unordered_map<const lsm_intfcb_t *, efmp_encap_fn> encaps;
+    efrt::Published<EthIndex> eth;
+    efrt::PublishedShards<IntfIndex> intf;
+
+    const IntfHooks *of(const lsm_intfcb_t *intf) const { return this->intf.read(efrt::MixHash{}(intf)).find(intf); }
 };
 
 struct Hooks {
@@ -35,7 +45,7 @@ struct Hooks {
     int fail_parser_reg = 0;
     int fail_parser_dereg = 0;
     int fail_encap = 0;
-    efrt::Published<HookIndex> index;
+    HookIndex index;
 };
 
 Hooks g_hooks;
@@ -44,17 +54,39 @@ Hooks &hooks() { return g_hooks; }
 
 uint64_t eth_key(uint32_t ifindex, uint32_t slot) { return uint64_t{ifindex} << 32 | slot; }
 
-// Rebuilds the lookup index from the tables; the caller holds the lock.
-void publish(Hooks &h)
+// Publishes the Ethernet parser of one (interface, slot); the caller holds
+// the lock.
+void publish_eth(Hooks &h, uint32_t ifindex, uint32_t slot)
 {
-    h.index.update([&h](HookIndex &idx) {
-        idx = HookIndex{};
-        for (const auto &[key, p] : h.eth)
-            idx.eth.emplace(eth_key(key.first, key.second), p.handler);
-        for (const efmp_parser_t &p : h.parsers)
-            idx.parsers.emplace(p.intf, p.handler);
-        for (const auto &[intf, e] : h.encaps)
-            idx.encaps.emplace(intf, e.handler);
+    auto it = h.eth.find({ifindex, slot});
+    void *handler = it == h.eth.end() ? nullptr : it->second.handler;
+    h.index.eth.update([&](EthIndex &idx) {
+        if (handler != nullptr)
+            idx.find_or_insert(eth_key(ifindex, slot)) = handler;
+        else
+            idx.erase(eth_key(ifindex, slot));
+        return true;
+    });
+}
+
+// Publishes the first parser and the encapsulation hook of one interface;
+// the caller holds the lock.
+void publish_intf(Hooks &h, const lsm_intfcb_t *intf)
+{
+    IntfHooks hooks{nullptr, nullptr};
+    for (const efmp_parser_t &p : h.parsers) {
+        if (p.intf == intf) {
+            hooks.parser = p.handler;
+            break;
+        }
+    }
+    if (auto it = h.encaps.find(const_cast<lsm_intfcb_t *>(intf)); it != h.encaps.end())
+        hooks.encap = it->second.handler;
+    h.index.intf.update(efrt::MixHash{}(intf), [&](IntfIndex &idx) {
+        if (hooks.parser != nullptr || hooks.encap != nullptr)
+            idx.find_or_insert(intf) = hooks;
+        else
+            idx.erase(intf);
         return true;
     });
 }
@@ -84,7 +116,7 @@ extern "C" int ef_eth_reg_parser(uint32_t ifindex, void *fn, uint32_t arg, uint3
     if (fn == nullptr)
         return -1;
     h.eth[{ifindex, slot}] = EthParser{fn, arg};
-    publish(h);
+    publish_eth(h, ifindex, slot);
     return 0;
 }
 
@@ -94,7 +126,7 @@ extern "C" int ef_eth_dereg_parser(uint32_t ifindex, uint32_t slot)
     std::lock_guard<std::mutex> g(h.lock);
     if (h.eth.erase({ifindex, slot}) == 0)
         return -1;
-    publish(h);
+    publish_eth(h, ifindex, slot);
     return 0;
 }
 
@@ -111,7 +143,7 @@ extern "C" int efmp_reg_parser(efmp_parser_t *parser)
         if (same_parser(p, *parser))
             return -1;
     h.parsers.push_back(*parser);
-    publish(h);
+    publish_intf(h, parser->intf);
     return 0;
 }
 
@@ -126,7 +158,7 @@ extern "C" int efmp_dereg_parser(efmp_parser_t *parser)
     for (auto it = h.parsers.begin(); it != h.parsers.end(); ++it) {
         if (same_parser(*it, *parser)) {
             h.parsers.erase(it);
-            publish(h);
+            publish_intf(h, parser->intf);
             return 0;
         }
     }
@@ -143,7 +175,7 @@ extern "C" int efmp_reg_encap(efmp_encap_t *encap)
     if (encap == nullptr || encap->handler == nullptr || encap->intf == nullptr)
         return -1;
     h.encaps[encap->intf] = *encap;
-    publish(h);
+    publish_intf(h, encap->intf);
     return 0;
 }
 
@@ -155,7 +187,7 @@ extern "C" int efmp_dereg_encap(efmp_encap_t *encap)
     std::lock_guard<std::mutex> g(h.lock);
     if (h.encaps.erase(encap->intf) == 0)
         return -1;
-    publish(h);
+    publish_intf(h, encap->intf);
     return 0;
 }
 
@@ -205,29 +237,43 @@ std::vector<efmp_encap_t> efmp_encaps()
 
 void *eth_parser_of(uint32_t ifindex, uint32_t slot)
 {
-    const auto &eth = hooks().index.read().eth;
-    auto it = eth.find(eth_key(ifindex, slot));
-    return it == eth.end() ? nullptr : it->second;
+    void *const *handler = hooks().index.eth.read().find(eth_key(ifindex, slot));
+    return handler == nullptr ? nullptr : *handler;
 }
 
 efmp_parser_fn efmp_parser_of(const lsm_intfcb_t *intf)
 {
-    const auto &parsers = hooks().index.read().parsers;
-    auto it = parsers.find(intf);
-    return it == parsers.end() ? nullptr : it->second;
+    const IntfHooks *hooks_of = hooks().index.of(intf);
+    return hooks_of == nullptr ? nullptr : hooks_of->parser;
 }
 
 efmp_encap_fn efmp_encap_of(const lsm_intfcb_t *intf)
 {
-    const auto &encaps = hooks().index.read().encaps;
-    auto it = encaps.find(intf);
-    return it == encaps.end() ? nullptr : it->second;
+    const IntfHooks *hooks_of = hooks().index.of(intf);
+    return hooks_of == nullptr ? nullptr : hooks_of->encap;
 }
 
 void efmp_encap_fail_register(int rc)
 {
     std::lock_guard<std::mutex> g(hooks().lock);
     hooks().fail_encap = rc;
+}
+
+void hooks_move_intf(lsm_intfcb_t *from, lsm_intfcb_t *to)
+{
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    for (efmp_parser_t &p : h.parsers)
+        if (p.intf == from)
+            p.intf = to;
+    if (auto it = h.encaps.find(from); it != h.encaps.end()) {
+        efmp_encap_t e = it->second;
+        e.intf = to;
+        h.encaps.erase(it);
+        h.encaps[to] = e;
+    }
+    publish_intf(h, to);
+    publish_intf(h, from);
 }
 
 void hooks_reset()
@@ -238,7 +284,8 @@ void hooks_reset()
     h.parsers.clear();
     h.encaps.clear();
     h.fail_eth = h.fail_parser_reg = h.fail_parser_dereg = h.fail_encap = 0;
-    h.index.clear();
+    h.index.eth.clear();
+    h.index.intf.clear();
 }
 
 }  // namespace efrt

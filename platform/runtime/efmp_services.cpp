@@ -6,17 +6,18 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
-#include <unordered_map>
 #include <utility>
 
 #include "efmp.h"
 #include "efrt_services.h"
+#include "flat_map.h"
 #include "published.h"
+#include "rcu.h"
 
 namespace {
 
 using Key = std::pair<uint32_t, uint32_t>;
-using Lookup = std::unordered_map<uint64_t, void *>;  // module << 32 | service
+using Lookup = efrt::FlatMap<uint64_t, void *>;  // module << 32 | service
 
 struct Registry {
     std::mutex lock;
@@ -39,8 +40,8 @@ void publish(Registry &r, uint32_t module, uint32_t service, void *handler)
     r.lookup.update([&](Lookup &l) {
         if (handler == nullptr)
             return l.erase(lookup_key(module, service));
-        l[lookup_key(module, service)] = handler;
-        return size_t{1};
+        l.find_or_insert(lookup_key(module, service)) = handler;
+        return true;
     });
 }
 
@@ -101,11 +102,13 @@ extern "C" int efmp_dereg_service(efmp_service_t *serv)
     return 0;
 }
 
+// Any thread may ask (modules do from their change handlers); the section
+// keeps the version it reads alive while it does.
 extern "C" void *efmp_get_service(uint32_t module, uint32_t service)
 {
-    const Lookup &l = registry().lookup.read();
-    auto it = l.find(lookup_key(module, service));
-    return it == l.end() ? nullptr : it->second;
+    efrt::rcu::ReadSection reading;
+    void *const *handler = registry().lookup.read().find(lookup_key(module, service));
+    return handler == nullptr ? nullptr : *handler;
 }
 
 // A handler registered twice is kept once: a module that registers again

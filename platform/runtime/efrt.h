@@ -13,7 +13,9 @@
 namespace efrt {
 
 // Puts every service back to its initial state (captures, injections,
-// interfaces, tasks, registrations). Live memory blocks stay counted.
+// interfaces, tasks, registrations). Live memory blocks stay counted; what
+// the reset retires is freed after its grace period (rcu::barrier() waits
+// for that).
 void reset();
 
 // ---- memory ----
@@ -49,6 +51,10 @@ void tasks_stop_timer_thread();
 // Task runs completed so far; waiting for a count lets a host know that
 // every message delivered before it was processed by the module's task.
 uint64_t tasks_completed_runs();
+// The completed-run count at which a task run that starts after this call
+// has ended: what a host waits for so that a message delivered before the
+// call has been taken by the module's task.
+uint64_t tasks_next_full_run();
 // Waits until at least target runs completed; false after timeout_ms.
 bool tasks_wait_runs(uint64_t target, int timeout_ms);
 
@@ -105,10 +111,18 @@ void syslog_set_listener(SyslogListener fn, void *ctx);
 void syslog_set_keep(bool keep);
 
 // ---- lsm ----
+// Publishes a copy of the block as the interface's block, without events.
+// Adding an index that exists publishes a new block (its hooks move with
+// it) and retires the old one: modules that keep the old pointer learn of
+// the new block only from a creation event (lsm_create).
 void lsm_add(const lsm_intfcb_t &intf);
+// Unpublishes the interface and retires its block, without events.
 void lsm_remove(uint32_t ifindex);
 void lsm_clear();
 // Indexes of every interface, in ascending order.
 std::vector<uint32_t> lsm_indexes();
+// Interface blocks allocated and not yet freed: the published ones and
+// those retired but still in their grace period.
+long lsm_blocks_live();
 
 }  // namespace efrt

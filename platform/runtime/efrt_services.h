@@ -120,7 +120,7 @@ void bridge_set_pvid(uint32_t ifindex, uint16_t pvid);
 void bridge_add_vlan(uint32_t ifindex, uint16_t vid);
 void bridge_remove_vlan(uint32_t ifindex, uint16_t vid);
 // The member ports of a VLAN in ascending index order, without a lock; the
-// list stays valid until the next reset.
+// list stays valid until the calling thread's next quiescent state (rcu.h).
 const std::vector<uint32_t> &bridge_vlan_members(uint16_t vid);
 
 // ---- capability service ----

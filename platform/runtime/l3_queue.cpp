@@ -7,6 +7,7 @@
 
 #include "efrt.h"
 #include "efrt_l3.h"
+#include "published.h"
 
 namespace {
 
@@ -24,11 +25,10 @@ std::array<std::atomic<uint64_t>, kCpus> g_wakes{};
 
 // The function and its context are published together, as one record.
 struct Wake {
-    efrt::L3WakeFn fn;
-    void *ctx;
+    efrt::L3WakeFn fn = nullptr;
+    void *ctx = nullptr;
 };
-std::array<Wake, 2> g_wake_records{};
-std::atomic<const Wake *> g_wake{&g_wake_records[0]};
+efrt::Published<Wake> g_wake;
 
 efmp_skip_slot_t &slot_of(uint32_t cpu) { return g_slots[cpu % kCpus]; }
 
@@ -40,9 +40,9 @@ __thread uint32_t g_efmp_cpu_num;
 extern "C" void efmp_vth_active_async(void *, uint32_t cpu)
 {
     g_wakes[cpu % kCpus].fetch_add(1, std::memory_order_relaxed);
-    const Wake *w = g_wake.load(std::memory_order_acquire);
-    if (w->fn != nullptr)
-        w->fn(cpu, w->ctx);
+    const Wake &w = g_wake.read();
+    if (w.fn != nullptr)
+        w.fn(cpu, w.ctx);
 }
 
 namespace efrt {
@@ -87,14 +87,12 @@ void l3_set_capacity(uint32_t capacity) { efmp_skip_top.capacity = capacity; }
 
 uint64_t l3_wakes(uint32_t cpu) { return g_wakes[cpu % kCpus].load(); }
 
-// Alternates between two records, so that a waker still reading the old one
-// sees it whole; the host changes the wake function only while no packet
-// thread runs (at start and at stop).
 void l3_set_wake(L3WakeFn fn, void *ctx)
 {
-    Wake *next = g_wake.load() == &g_wake_records[0] ? &g_wake_records[1] : &g_wake_records[0];
-    *next = Wake{fn, ctx};
-    g_wake.store(next, std::memory_order_release);
+    g_wake.update([fn, ctx](Wake &w) {
+        w = Wake{fn, ctx};
+        return true;
+    });
 }
 
 void l3_reset()

@@ -1,60 +1,106 @@
-// Interface manager: a table of interface control blocks by index. The blocks
-// stay at a fixed address while they exist, since modules keep pointers.
-// Packet threads look blocks up in a published index without a lock.
+// Interface manager: a table of interface control blocks by index. Modules
+// keep pointers to blocks and packet threads look blocks up in a published
+// index without a lock, so a block is never written once published: adding
+// an interface again publishes a new block, and a replaced or removed block
+// is retired and freed after a grace period (rcu.h).
+#include <array>
+#include <atomic>
 #include <cstdio>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <unordered_map>
 #include <vector>
 
 #include "efrt.h"
+#include "flat_map.h"
 #include "lsm.h"
 #include "published.h"
+#include "rcu.h"
+
+namespace efrt {
+// The per-interface hooks (efmp_hooks.cpp) of a replaced block stay with the
+// interface.
+void hooks_move_intf(lsm_intfcb_t *from, lsm_intfcb_t *to);
+}  // namespace efrt
 
 namespace {
 
 // Interface indexes of ports and tunnels are small numbers: those below
-// kDense are one array load away, the others in a hash map.
+// kDense are one array load away, the others in a flat hash map whose shards
+// are published on their own, since run-time tunnels come and go there.
+constexpr uint32_t kDense = 1024;
+using Dense = std::array<lsm_intfcb_t *, kDense>;
+using Sparse = efrt::FlatMap<uint64_t, lsm_intfcb_t *>;
+
 struct Index {
-    static constexpr uint32_t kDense = 1024;
-    std::vector<lsm_intfcb_t *> dense = std::vector<lsm_intfcb_t *>(kDense, nullptr);
-    std::unordered_map<uint32_t, lsm_intfcb_t *> sparse;
+    efrt::Published<Dense> dense;
+    efrt::PublishedShards<Sparse> sparse;
 
     lsm_intfcb_t *find(uint32_t ifindex) const
     {
         if (ifindex < kDense)
-            return dense[ifindex];
-        auto it = sparse.find(ifindex);
-        return it == sparse.end() ? nullptr : it->second;
+            return dense.read()[ifindex];
+        lsm_intfcb_t *const *block = sparse.read(efrt::MixHash{}(ifindex)).find(ifindex);
+        return block == nullptr ? nullptr : *block;
     }
 
-    bool set(uint32_t ifindex, lsm_intfcb_t *block)
+    void set(uint32_t ifindex, lsm_intfcb_t *block)
     {
-        if (ifindex < kDense)
-            dense[ifindex] = block;
-        else if (block != nullptr)
-            sparse[ifindex] = block;
-        else
-            sparse.erase(ifindex);
-        return true;
+        if (ifindex < kDense) {
+            dense.update([&](Dense &d) { return d[ifindex] = block; });
+            return;
+        }
+        sparse.update(efrt::MixHash{}(ifindex), [&](Sparse &map) {
+            if (block != nullptr)
+                map.find_or_insert(ifindex) = block;
+            else
+                map.erase(ifindex);
+            return true;
+        });
+    }
+
+    void clear()
+    {
+        dense.clear();
+        sparse.clear();
     }
 };
 
 struct Interfaces {
-    std::recursive_mutex lock;
-    std::map<uint32_t, std::unique_ptr<lsm_intfcb_t>> table;
-    efrt::Published<Index> index;
+    std::mutex lock;                           // writers
+    std::map<uint32_t, lsm_intfcb_t *> table;  // the current block of each index, owned
+    Index index;
+
+    ~Interfaces();
 };
 
 Interfaces g_intfs;
+std::atomic<long> g_blocks_live{0};
+
+lsm_intfcb_t *new_block(const lsm_intfcb_t &intf)
+{
+    g_blocks_live.fetch_add(1, std::memory_order_relaxed);
+    return new lsm_intfcb_t(intf);
+}
+
+void free_block(void *block)
+{
+    delete static_cast<lsm_intfcb_t *>(block);
+    g_blocks_live.fetch_sub(1, std::memory_order_relaxed);
+}
 
 Interfaces &intfs() { return g_intfs; }
+
+Interfaces::~Interfaces()
+{
+    for (const auto &entry : table)
+        free_block(entry.second);
+}
 
 int copy_name(uint32_t ifindex, char *buf, int len, bool short_name)
 {
     if (buf == nullptr || len <= 0)
         return -1;
+    efrt::rcu::ReadSection reading;
     lsm_intfcb_t *intf = lsm_get_intfcb(ifindex);
     const char *name = intf == nullptr ? "" : short_name ? intf->sname : intf->name;
     std::snprintf(buf, static_cast<size_t>(len), "%s", name);
@@ -65,7 +111,7 @@ int copy_name(uint32_t ifindex, char *buf, int len, bool short_name)
 
 extern "C" lsm_intfcb_t *lsm_get_intfcb(uint32_t ifindex)
 {
-    return intfs().index.read().find(ifindex);
+    return intfs().index.find(ifindex);
 }
 
 extern "C" int lsm_if_get_name(uint32_t ifindex, char *buf, int len)
@@ -80,29 +126,42 @@ extern "C" int lsm_if_get_sname(uint32_t ifindex, char *buf, int len)
 
 namespace efrt {
 
+// Publishes block as the interface's block and retires the one it replaces;
+// the caller holds the lock.
+void publish(Interfaces &i, uint32_t ifindex, lsm_intfcb_t *block)
+{
+    lsm_intfcb_t *old = nullptr;
+    auto it = i.table.find(ifindex);
+    if (it != i.table.end())
+        old = it->second;
+    if (block != nullptr)
+        i.table[ifindex] = block;
+    else if (it != i.table.end())
+        i.table.erase(it);
+    i.index.set(ifindex, block);
+    if (old != nullptr && block != nullptr)
+        hooks_move_intf(old, block);
+    if (old != nullptr)
+        rcu::retire(old, free_block);
+}
+
 void lsm_add(const lsm_intfcb_t &intf)
 {
     Interfaces &i = intfs();
-    std::lock_guard<std::recursive_mutex> g(i.lock);
-    auto &slot = i.table[intf.ifindex];
-    if (slot == nullptr) {
-        slot = std::make_unique<lsm_intfcb_t>();
-        lsm_intfcb_t *block = slot.get();
-        i.index.update([&](Index &idx) { return idx.set(intf.ifindex, block); });
-    }
-    *slot = intf;
+    std::lock_guard<std::mutex> g(i.lock);
+    publish(i, intf.ifindex, new_block(intf));
 }
 
 void lsm_remove(uint32_t ifindex)
 {
-    std::lock_guard<std::recursive_mutex> g(intfs().lock);
-    intfs().index.update([&](Index &idx) { return idx.set(ifindex, nullptr); });
-    intfs().table.erase(ifindex);
+    Interfaces &i = intfs();
+    std::lock_guard<std::mutex> g(i.lock);
+    publish(i, ifindex, nullptr);
 }
 
 std::vector<uint32_t> lsm_indexes()
 {
-    std::lock_guard<std::recursive_mutex> g(intfs().lock);
+    std::lock_guard<std::mutex> g(intfs().lock);
     std::vector<uint32_t> out;
     for (const auto &entry : intfs().table)
         out.push_back(entry.first);
@@ -111,9 +170,14 @@ std::vector<uint32_t> lsm_indexes()
 
 void lsm_clear()
 {
-    std::lock_guard<std::recursive_mutex> g(intfs().lock);
-    intfs().index.clear();
-    intfs().table.clear();
+    Interfaces &i = intfs();
+    std::lock_guard<std::mutex> g(i.lock);
+    i.index.clear();
+    for (const auto &entry : i.table)
+        rcu::retire(entry.second, free_block);
+    i.table.clear();
 }
+
+long lsm_blocks_live() { return g_blocks_live.load(std::memory_order_relaxed); }
 
 }  // namespace efrt

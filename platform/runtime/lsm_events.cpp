@@ -9,6 +9,7 @@
 #include "efrt.h"
 #include "efrt_services.h"
 #include "lsm.h"
+#include "rcu.h"
 
 namespace {
 
@@ -76,6 +77,7 @@ extern "C" int lsm_walk_through_ex(lsm_walk_fn fn, uint32_t, uint32_t)
 {
     if (fn == nullptr)
         return 0;
+    efrt::rcu::ReadSection reading;
     for (uint32_t ifindex : efrt::lsm_indexes()) {
         if (lsm_intfcb_t *intf = lsm_get_intfcb(ifindex))
             fn(intf);
@@ -93,8 +95,11 @@ void lsm_create(const lsm_intfcb_t &intf)
 
 void lsm_destroy(uint32_t ifindex)
 {
-    if (lsm_intfcb_t *intf = lsm_get_intfcb(ifindex))
-        send(intf->stack, LSM_IF_EVENT_DESTROY, make_msg(ifindex, intf->name));
+    {
+        rcu::ReadSection reading;
+        if (lsm_intfcb_t *intf = lsm_get_intfcb(ifindex))
+            send(intf->stack, LSM_IF_EVENT_DESTROY, make_msg(ifindex, intf->name));
+    }
     lsm_remove(ifindex);
 }
 

@@ -12,6 +12,7 @@
 
 #include "ef_task.h"
 #include "efrt.h"
+#include "rcu.h"
 
 namespace {
 
@@ -75,7 +76,12 @@ void run_until(uint64_t limit)
             task->armed = false;  // every timeout fires once
             task->running = true;
         }
-        task->fn(task->arg);
+        {
+            // A task (the module's configuration) reads interface blocks
+            // and service tables like a packet thread.
+            efrt::rcu::ReadSection reading;
+            task->fn(task->arg);
+        }
         std::lock_guard<std::recursive_mutex> g(s.lock);
         task->running = false;
         if (task->deleted)
@@ -202,6 +208,15 @@ uint64_t tasks_completed_runs()
 {
     std::lock_guard<std::recursive_mutex> g(sched().lock);
     return sched().completed_runs;
+}
+
+uint64_t tasks_next_full_run()
+{
+    Scheduler &s = sched();
+    std::lock_guard<std::recursive_mutex> g(s.lock);
+    const bool under_way = std::any_of(s.tasks.begin(), s.tasks.end(),
+                                       [](const std::unique_ptr<Task> &t) { return t->running; });
+    return s.completed_runs + (under_way ? 2 : 1);
 }
 
 bool tasks_wait_runs(uint64_t target, int timeout_ms)

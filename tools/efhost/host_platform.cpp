@@ -7,6 +7,7 @@
 #include "efrt.h"
 #include "efrt_bcast.h"
 #include "efrt_services.h"
+#include "rcu.h"
 
 namespace efhost {
 
@@ -102,6 +103,7 @@ void Housekeeper::start()
         unsigned ticks = 0;
         while (run_.load()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            efrt::rcu::ReadSection reading;  // the module's database callbacks read interfaces
             efrt::mom_run();
             if (++ticks % 10 == 0)
                 efrt::bridge_age_run();

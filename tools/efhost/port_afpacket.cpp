@@ -27,6 +27,7 @@
 
 #include "frame_fixup.h"
 #include "port.h"
+#include "rcu.h"
 #include "tx_batch.h"
 
 namespace efhost {
@@ -221,10 +222,14 @@ void AfPacketPort::prepare(RxSlots &slots)
     slots.control.resize(slots.control_len * kRxBatch);
 }
 
+// A packet worker: it reads the platform's published tables for its whole
+// life and holds none of their pointers between batches, which is where it
+// lets retired blocks go; it is offline while it waits for frames.
 void AfPacketPort::receive_loop(int fd)
 {
     RxSlots slots;
     prepare(slots);
+    efrt::rcu::ReadSection reading;
     while (running_.load(std::memory_order_relaxed)) {
         for (unsigned i = 0; i < kRxBatch; ++i) {
             slots.iovs[i] = iovec{slots.data.data() + i * kRxSlot, kRxSlot};
@@ -237,16 +242,20 @@ void AfPacketPort::receive_loop(int fd)
         }
         const int n = recvmmsg(fd, slots.msgs.data(), kRxBatch, MSG_TRUNC, nullptr);
         if (n <= 0) {
+            efrt::rcu::Offline waiting;
             wait_for_frames(fd);
             continue;
         }
-        TxBatch batch;
-        for (int i = 0; i < n; ++i) {
-            const mmsghdr &mm = slots.msgs[static_cast<size_t>(i)];
-            deliver(static_cast<const uint8_t *>(mm.msg_hdr.msg_iov->iov_base),
-                    std::min<size_t>(mm.msg_len, kRxSlot), mm.msg_len, mm.msg_hdr);
-            TxBatch::flush_full();
+        {
+            TxBatch batch;
+            for (int i = 0; i < n; ++i) {
+                const mmsghdr &mm = slots.msgs[static_cast<size_t>(i)];
+                deliver(static_cast<const uint8_t *>(mm.msg_hdr.msg_iov->iov_base),
+                        std::min<size_t>(mm.msg_len, kRxSlot), mm.msg_len, mm.msg_hdr);
+                TxBatch::flush_full();
+            }
         }
+        efrt::rcu::quiescent();
     }
 }
 

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "port.h"
+#include "rcu.h"
 
 namespace efhost {
 
@@ -106,16 +107,20 @@ void PcapPort::start(RxHandler rx)
 }
 
 // Input is done at the end of the file, or at the first record that cannot
-// be read, which is reported since what follows it is lost.
+// be read, which is reported since what follows it is lost. The reader is a
+// packet worker: between two frames it holds nothing of the platform's
+// published tables.
 void PcapPort::read_input(const RxHandler &rx)
 {
     pcap_pkthdr *hdr = nullptr;
     const u_char *data = nullptr;
     int status = 0;
+    efrt::rcu::ReadSection reading;
     while (!stopping_.load(std::memory_order_relaxed) &&
            (status = pcap_next_ex(in_, &hdr, &data)) == 1) {
         rx_.fetch_add(1, std::memory_order_relaxed);
         rx(data, hdr->caplen);
+        efrt::rcu::quiescent();
     }
     if (status == PCAP_ERROR)
         std::fprintf(stderr, "efhost: pcap_in '%s': read error after %llu frames: %s\n",
