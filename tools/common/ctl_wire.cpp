@@ -116,7 +116,8 @@ int listen_socket(const std::string &path, std::string &error)
     if (fd < 0)
         return -1;
     unlink(path.c_str());
-    if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || listen(fd, 4) != 0) {
+    // Clients arriving together wait in the backlog, not in connect().
+    if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || listen(fd, SOMAXCONN) != 0) {
         error = errno_text("cannot listen on", path);
         close(fd);
         return -1;

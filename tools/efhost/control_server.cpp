@@ -1,55 +1,46 @@
-// The control socket served on efhost's channel thread.
+// The control socket's listener and its clients; see control_server.h.
 #include "control_server.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <cstdio>
 
 #include "efrt.h"
+#include "rcu.h"
 #include "runtime_interfaces.h"
-#include "vxlan_ef_tlv_catalogue.h"
 
 namespace efhost {
 
 namespace {
 
-constexpr const char *kShowPrefix = "VXLAN-EF-SHOW:";
-// A message delivered now is processed by the task run after the one that
-// may be under way; how long to wait for that is generous for a busy host.
-constexpr int kProcessTimeoutMs = 10000;
+constexpr int kPollMs = 100;
+// Interface blocks and table shards (a few kB each) waiting to be freed.
+constexpr long kMaxRetiredBlocks = 256;
 
-bool has_tlv(const uint8_t *p, uint32_t len, uint16_t type)
+void answer(ControlClient &client, uint32_t seq, const std::vector<std::string> &lines, const std::string &status)
 {
-    for (uint32_t off = 4; off + 4 <= len;) {
-        uint16_t t, l;
-        std::memcpy(&t, p + off, 2);
-        std::memcpy(&l, p + off + 2, 2);
-        if (t == type)
-            return true;
-        off += 4u + l;
-    }
-    return false;
-}
-
-// Requests about efhost itself are answered at once, here: show lines, then
-// the status line in the done envelope.
-void answer(int fd, uint32_t seq, const std::vector<std::string> &lines, const std::string &status,
-            std::mutex &client_lock)
-{
-    std::lock_guard<std::mutex> g(client_lock);
-    std::string error;
     for (const std::string &line : lines)
-        ctl::send_envelope(fd, {seq, 0, ctl::kModuleShowLine, {line.begin(), line.end()}}, error);
-    ctl::send_envelope(fd, {seq, 0, ctl::kModuleDone, {status.begin(), status.end()}}, error);
+        client.send({seq, 0, ctl::kModuleShowLine, {line.begin(), line.end()}});
+    client.send({seq, 0, ctl::kModuleDone, {status.begin(), status.end()}});
 }
 
-void answer_interface_request(int fd, const ctl::Envelope &env, std::mutex &client_lock)
+std::string hex(uint32_t value)
 {
-    const RuntimeReply reply =
-        runtime_interface_request(std::string(env.payload.begin(), env.payload.end()));
-    answer(fd, env.seq, reply.lines, reply.ok ? reply.text : "error: " + reply.text, client_lock);
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%X", value);
+    return text;
+}
+
+// Creating and removing interfaces runs the module's interface events,
+// which read interface blocks.
+void answer_interface_request(ControlClient &client, const ctl::Envelope &env)
+{
+    efrt::rcu::ReadSection reading;
+    const RuntimeReply reply = runtime_interface_request(std::string(env.payload.begin(), env.payload.end()));
+    answer(client, env.seq, reply.lines, reply.ok ? reply.text : "error: " + reply.text);
 }
 
 }  // namespace
@@ -59,11 +50,11 @@ bool ControlServer::start(const std::string &path, std::string &error)
     listen_fd_ = ctl::listen_socket(path, error);
     if (listen_fd_ < 0)
         return false;
+    wake_fd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     path_ = path;
-    efrt::msg_set_sink(&ControlServer::sink, this);
-    efrt::syslog_set_listener(&ControlServer::on_syslog, this);
+    channel_.start();
     run_ = true;
-    thread_ = std::thread([this] { serve(); });
+    thread_ = std::thread([this] { accept_loop(); });
     return true;
 }
 
@@ -71,124 +62,106 @@ void ControlServer::stop()
 {
     if (!run_.exchange(false))
         return;
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t n = write(wake_fd_, &one, sizeof one);
     thread_.join();
-    efrt::msg_set_sink(nullptr, nullptr);
-    efrt::syslog_set_listener(nullptr, nullptr);
+    channel_.stop();
+    reap(true);
     close(listen_fd_);
-    listen_fd_ = -1;
+    close(wake_fd_);
+    listen_fd_ = wake_fd_ = -1;
     unlink(path_.c_str());
-    ready_cv_.notify_all();
 }
 
-bool ControlServer::wait_data_ready(const std::atomic<bool> &stop_flag)
+size_t ControlServer::clients() const
 {
-    std::unique_lock<std::mutex> g(ready_lock_);
-    while (!data_ready_.load() && !stop_flag.load())
-        ready_cv_.wait_for(g, std::chrono::milliseconds(100));
-    return data_ready_.load();
+    std::lock_guard<std::mutex> g(clients_lock_);
+    return clients_.size();
 }
 
-// The module's outgoing messages (called on its task's thread).
-int ControlServer::sink(const ef_msg_t *msg, void *ctx)
-{
-    auto *self = static_cast<ControlServer *>(ctx);
-    self->note_data_ready(msg->data, msg->len);
-    std::lock_guard<std::mutex> g(self->client_lock_);
-    if (self->client_fd_ < 0)
-        return 0;
-    ctl::Envelope env{0, 0, ctl::kModuleVxlan, std::vector<uint8_t>(msg->data, msg->data + msg->len)};
-    std::string error;
-    ctl::send_envelope(self->client_fd_, env, error);
-    return 0;
-}
-
-void ControlServer::note_data_ready(const uint8_t *payload, uint32_t len)
-{
-    if (!has_tlv(payload, len, vxlan_ef::tlv::kEfDataReady))
-        return;
-    std::lock_guard<std::mutex> g(ready_lock_);
-    data_ready_ = true;
-    ready_cv_.notify_all();
-}
-
-void ControlServer::on_syslog(const std::string &text, void *ctx)
-{
-    auto *self = static_cast<ControlServer *>(ctx);
-    if (text.rfind(kShowPrefix, 0) != 0)
-        return;
-    std::lock_guard<std::mutex> g(self->show_lock_);
-    if (self->collecting_)
-        self->show_lines_.push_back(text);
-}
-
-void ControlServer::serve()
+void ControlServer::accept_loop()
 {
     while (run_.load()) {
-        pollfd p{listen_fd_, POLLIN, 0};
-        if (poll(&p, 1, 100) <= 0)
-            continue;
-        const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd >= 0)
-            serve_client(fd);
+        pollfd p[2] = {{listen_fd_, POLLIN, 0}, {wake_fd_, POLLIN, 0}};
+        if (poll(p, 2, kPollMs) > 0 && (p[0].revents & POLLIN) != 0) {
+            const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd >= 0)
+                admit(fd);
+        }
+        reap(false);
     }
 }
 
-void ControlServer::serve_client(int fd)
+// Serves a new client, or tells it that there are too many.
+void ControlServer::admit(int fd)
 {
-    {
-        std::lock_guard<std::mutex> g(client_lock_);
-        client_fd_ = fd;
-    }
-    efrt::msg_connect(EF_MSG_MODULE_VXLAN, true);
-    while (run_.load()) {
-        ctl::Envelope env;
+    std::unique_lock<std::mutex> g(clients_lock_);
+    if (clients_.size() >= limits_.max_clients) {
+        g.unlock();
+        std::fprintf(stderr, "efhost: control client refused: %zu clients are served already\n",
+                     limits_.max_clients);
         std::string error;
-        const int r = ctl::recv_envelope(fd, env, 100, error);
-        if (r < 0)
-            break;
-        if (r == 1)
-            handle(fd, env);
+        const std::string status = "error: efhost serves at most " + std::to_string(limits_.max_clients) +
+                                   " control clients at once; try again later";
+        ctl::send_envelope(fd, {0, 0, ctl::kModuleDone, {status.begin(), status.end()}}, error);
+        close(fd);
+        return;
     }
-    efrt::msg_connect(EF_MSG_MODULE_VXLAN, false);
-    std::lock_guard<std::mutex> g(client_lock_);
-    client_fd_ = -1;
-    close(fd);
+    auto client = std::make_shared<ControlClient>(fd, next_id_++, limits_);
+    clients_.push_back(client);
+    const bool first = clients_.size() == 1;
+    g.unlock();
+    if (first)
+        efrt::msg_connect(EF_MSG_MODULE_VXLAN, true);
+    client->start([this](ControlClient &c, const ctl::Envelope &env) { handle(c, env); });
 }
 
-void ControlServer::handle(int fd, const ctl::Envelope &env)
+// Joins the clients that ended (every client when all is set); the module
+// hears that the channel is down when the last one has gone.
+void ControlServer::reap(bool all)
 {
-    if (env.module == ctl::kModuleInterfaceRequest) {
-        answer_interface_request(fd, env, client_lock_);
+    std::vector<std::shared_ptr<ControlClient>> gone;
+    bool none_left;
+    {
+        std::lock_guard<std::mutex> g(clients_lock_);
+        for (auto it = clients_.begin(); it != clients_.end();) {
+            if (all || (*it)->finished()) {
+                gone.push_back(*it);
+                it = clients_.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        none_left = clients_.empty();
+    }
+    for (const auto &client : gone) {
+        client->close();
+        client->join();
+    }
+    if (!gone.empty() && none_left)
+        efrt::msg_connect(EF_MSG_MODULE_VXLAN, false);
+}
+
+// On the client's own thread.
+void ControlServer::handle(ControlClient &client, const ctl::Envelope &env)
+{
+    if (env.module == ctl::kModuleVxlan) {
+        channel_.submit(client.shared_from_this(), env);
         return;
     }
     if (env.module == ctl::kModuleCountersRequest) {
-        answer(fd, env.seq, counters_ ? counters_() : std::vector<std::string>{}, "ok", client_lock_);
+        answer(client, env.seq, counters_ ? counters_() : std::vector<std::string>{}, "ok");
         return;
     }
-    if (env.module != ctl::kModuleVxlan)
+    if (env.module == ctl::kModuleInterfaceRequest) {
+        answer_interface_request(client, env);
+        // A client creating and removing interfaces without pause waits
+        // here while retired blocks pile up, so that efhost's memory stays
+        // flat under any churn.
+        efrt::rcu::catch_up(kMaxRetiredBlocks);
         return;
-    const bool reply = (env.flags & ctl::kFlagReplyWhenDone) != 0;
-    if (reply) {
-        std::lock_guard<std::mutex> g(show_lock_);
-        show_lines_.clear();
-        collecting_ = true;
     }
-    const uint64_t processed = efrt::tasks_completed_runs() + 2;
-    efrt::msg_deliver(EF_MSG_MODULE_VXLAN, env.payload);
-    if (!reply)
-        return;
-    efrt::tasks_wait_runs(processed, kProcessTimeoutMs);
-    std::vector<std::string> lines;
-    {
-        std::lock_guard<std::mutex> g(show_lock_);
-        collecting_ = false;
-        lines.swap(show_lines_);
-    }
-    std::lock_guard<std::mutex> g(client_lock_);
-    std::string error;
-    for (const std::string &line : lines)
-        ctl::send_envelope(fd, {env.seq, 0, ctl::kModuleShowLine, {line.begin(), line.end()}}, error);
-    ctl::send_envelope(fd, {env.seq, 0, ctl::kModuleDone, {}}, error);
+    answer(client, env.seq, {}, "error: unknown request module " + hex(env.module));
 }
 
 }  // namespace efhost

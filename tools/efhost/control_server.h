@@ -1,60 +1,61 @@
-// efhost's side of the control socket: one vxlanctl at a time. Its
-// messages reach the module's channel as the platform's channel thread
-// would deliver them; the module's own messages go back to it; a request
-// that asks for it is answered, once the module's task has processed it,
-// with the show lines it produced and a done envelope.
+// efhost's side of the control socket: every client is served at once, on a
+// thread of its own (control_client.h), up to a cap; one more is told so and
+// closed. A client's VXLAN messages go to the module through the one channel
+// they share (channel_dispatcher.h), in arrival order, and the module's
+// answers come back to that client alone; requests about efhost itself (its
+// counters, its run-time tunnel interfaces) are answered on the client's own
+// thread. The module sees its channel connected while at least one client
+// is connected, and disconnected when the last one has gone.
 #pragma once
 
 #include <atomic>
 #include <functional>
-#include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "channel_dispatcher.h"
+#include "control_client.h"
 #include "ctl_wire.h"
-#include "ef_msg.h"
 
 namespace efhost {
 
 class ControlServer {
 public:
+    explicit ControlServer(ControlLimits limits = {}) : limits_(limits) {}
     ~ControlServer() { stop(); }
-    // Listens on the socket path and starts the channel thread.
+    // Listens on the socket path and starts serving.
     bool start(const std::string &path, std::string &error);
-    // Disconnects the client (the module sees it leave) and ends the thread.
+    // Closes every client (the module sees the channel go down) and stops
+    // at once, whatever the clients are doing.
     void stop();
-    // Waits until the module has announced data ready (end of the first
-    // full resynchronisation); false when stop_flag became true first.
-    bool wait_data_ready(const std::atomic<bool> &stop_flag);
-    bool data_ready() const { return data_ready_.load(); }
+    bool wait_data_ready(const std::atomic<bool> &stop_flag) { return channel_.wait_data_ready(stop_flag); }
+    bool data_ready() const { return channel_.data_ready(); }
     // What answers a counters request; set before start().
     void set_counters(std::function<std::vector<std::string>()> lines) { counters_ = std::move(lines); }
+    // Clients connected now.
+    size_t clients() const;
 
 private:
-    static int sink(const ef_msg_t *msg, void *ctx);
-    static void on_syslog(const std::string &text, void *ctx);
-    void serve();
-    void serve_client(int fd);
-    void handle(int fd, const ctl::Envelope &env);
-    void note_data_ready(const uint8_t *payload, uint32_t len);
+    void accept_loop();
+    void admit(int fd);
+    void reap(bool all);
+    void handle(ControlClient &client, const ctl::Envelope &env);
 
+    const ControlLimits limits_;
     std::string path_;
     int listen_fd_ = -1;
+    int wake_fd_ = -1;
     std::atomic<bool> run_{false};
     std::thread thread_;
+    uint64_t next_id_ = 1;
 
-    std::mutex client_lock_;  // the client fd, written by the module's sends
-    int client_fd_ = -1;
+    mutable std::mutex clients_lock_;
+    std::vector<std::shared_ptr<ControlClient>> clients_;
 
-    std::mutex show_lock_;
-    bool collecting_ = false;
-    std::vector<std::string> show_lines_;
-
-    std::mutex ready_lock_;
-    std::condition_variable ready_cv_;
-    std::atomic<bool> data_ready_{false};
+    ChannelDispatcher channel_;
     std::function<std::vector<std::string>()> counters_;
 };
 

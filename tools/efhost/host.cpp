@@ -9,6 +9,7 @@
 #include "efrt.h"
 #include "efrt_l3.h"
 #include "counters.h"
+#include "rcu.h"
 #include "runtime_interfaces.h"
 #include "vxlan_ef_msg_frame.h"
 #include "vxlan_ef_tlv_catalogue.h"
@@ -186,6 +187,9 @@ void Host::withdraw_configuration()
     efrt::tasks_wait_runs(processed, kWithdrawTimeoutMs);
 }
 
+// The counters are read once everything that counts has stopped and before
+// anything is reset, so that the report at exit shows the same figures a
+// counters request would have shown at that moment.
 void Host::shutdown()
 {
     if (stopping_.exchange(true))
@@ -201,15 +205,18 @@ void Host::shutdown()
         pipeline_->detach_from_platform();
     housekeeper_.stop();
     efrt::tasks_stop_timer_thread();
+    if (pipeline_)
+        final_counters_ = counter_lines(counter_sources());
     module_.unload();
     runtime_interfaces_reset();
     efrt::l3_reset();
     efrt::reset();
+    efrt::rcu::barrier();  // every retired block is given back before exit
 }
 
 void Host::report() const
 {
-    for (const std::string &line : counter_lines(counter_sources()))
+    for (const std::string &line : final_counters_)
         std::fprintf(stderr, "efhost: %s\n", line.c_str());
 }
 

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "config.h"
 #include "control_server.h"
@@ -49,6 +50,7 @@ private:
     Housekeeper housekeeper_;
     std::atomic<bool> stopping_{false};
     bool platform_threads_ = false;
+    std::vector<std::string> final_counters_;  // read at shutdown, printed by report()
 };
 
 }  // namespace efhost

@@ -12,12 +12,6 @@
 
 namespace vxlanctl {
 
-namespace {
-
-constexpr int kExitRefused = 4;
-
-}  // namespace
-
 std::optional<std::string> interface_request_text(const std::vector<std::string> &args, std::string &error)
 {
     const std::string usage = "usage: tunnel-intf create IFX NAME | remove IFX | list";

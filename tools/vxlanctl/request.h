@@ -18,6 +18,7 @@ enum ExitCode : int {
     kExitConnection = 1,  // cannot connect, or the connection failed
     kExitUsage = 2,       // bad command line or apply file; nothing sent
     kExitTimeout = 3,     // efhost did not answer in time
+    kExitRefused = 4,     // efhost answered with an error
 };
 
 struct Request {

@@ -63,6 +63,17 @@ bool take_module_message(const std::vector<uint8_t> &payload, bool quiet, std::o
     return ready;
 }
 
+// A done envelope whose text starts with "error: " (efhost refused the
+// connection, or the module did not take the request) is printed.
+bool refused(const std::vector<uint8_t> &payload, std::ostream &err)
+{
+    const std::string status(payload.begin(), payload.end());
+    if (status.rfind("error: ", 0) != 0)
+        return false;
+    err << "vxlanctl: efhost: " << status << '\n';
+    return true;
+}
+
 }  // namespace
 
 int run_request(int fd, const Request &request, double timeout_s, std::ostream &out, std::ostream &err)
@@ -93,6 +104,8 @@ int run_request(int fd, const Request &request, double timeout_s, std::ostream &
         else if (env.module == ctl::kModuleVxlan)
             finished = take_module_message(env.payload, request.until_data_ready, out, err) &&
                        request.until_data_ready;
+        else if (env.module == ctl::kModuleDone && refused(env.payload, err))
+            return kExitRefused;
         else if (env.module == ctl::kModuleDone)
             finished = !request.until_data_ready;
         if (finished) {
