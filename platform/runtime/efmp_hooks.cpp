@@ -273,7 +273,13 @@ void hooks_move_intf(lsm_intfcb_t *from, lsm_intfcb_t *to)
         h.encaps[to] = e;
     }
     publish_intf(h, to);
-    publish_intf(h, from);
+}
+
+void hooks_forget_intf(const lsm_intfcb_t *intf)
+{
+    Hooks &h = hooks();
+    std::lock_guard<std::mutex> g(h.lock);
+    publish_intf(h, intf);
 }
 
 void hooks_reset()

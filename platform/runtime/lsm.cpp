@@ -18,8 +18,11 @@
 
 namespace efrt {
 // The per-interface hooks (efmp_hooks.cpp) of a replaced block stay with the
-// interface.
+// interface: they are published for the new block before it replaces the old
+// one, and the old block's are unpublished after, so that no packet finds
+// either block without its hooks.
 void hooks_move_intf(lsm_intfcb_t *from, lsm_intfcb_t *to);
+void hooks_forget_intf(const lsm_intfcb_t *intf);
 }  // namespace efrt
 
 namespace {
@@ -138,9 +141,12 @@ void publish(Interfaces &i, uint32_t ifindex, lsm_intfcb_t *block)
         i.table[ifindex] = block;
     else if (it != i.table.end())
         i.table.erase(it);
-    i.index.set(ifindex, block);
-    if (old != nullptr && block != nullptr)
+    const bool replaced = old != nullptr && block != nullptr;
+    if (replaced)
         hooks_move_intf(old, block);
+    i.index.set(ifindex, block);
+    if (replaced)
+        hooks_forget_intf(old);
     if (old != nullptr)
         rcu::retire(old, free_block);
 }
