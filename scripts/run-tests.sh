@@ -26,7 +26,7 @@ echo "== AddressSanitizer + UndefinedBehaviorSanitizer build =="
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   build_and_test build-asan asan-ubsan
 echo "== ThreadSanitizer build (concurrency tests) =="
-TSAN_OPTIONS=halt_on_error=1 build_and_test build-tsan tsan -R Concurrent
+TSAN_OPTIONS=halt_on_error=1 build_and_test build-tsan tsan -R "Concurrent|ControlServer"
 echo "== fuzz targets (clang, libFuzzer), ${FUZZ_SECONDS:-20}s each =="
 ./fuzz/run.sh "${FUZZ_SECONDS:-20}"
 echo "== 64-bit Arm build (unit tests under qemu) =="
