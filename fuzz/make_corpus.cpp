@@ -3,8 +3,9 @@
 // encoder) and whole resynchronisations, VXLAN packets over IPv4 and IPv6,
 // untagged, tagged and double-tagged frames, ARP and neighbour discovery,
 // TCP super-frames, efhost configuration files and apply files taken from
-// the documentation, and command lines of the send, raw, show and debug
-// verbs. Each seed is framed as its target reads its input.
+// the documentation, command lines of the send, raw, show and debug verbs,
+// and control-socket datagrams, whole and malformed. Each seed is framed as
+// its target reads its input.
 //
 //   fuzz_make_corpus OUT_DIR DOCS_DIR
 #include <arpa/inet.h>
@@ -22,6 +23,7 @@
 #include <vector>
 
 #include "apply_config.h"
+#include "ctl_wire.h"
 #include "efmp.h"
 #include "request.h"
 #include "tlv_catalogue.h"
@@ -735,6 +737,31 @@ void args_seeds()
     write_seed("vxlanctl_args", "hex", args_input(4, {"01:08 00-01 ab CD"}));
 }
 
+// Datagrams as clients send them to efhost's control socket: envelopes
+// vxlanctl builds, and three that efhost refuses.
+void control_envelope_seeds()
+{
+    using vxlanctl::TlvWriter;
+    const Bytes message = one_message({TlvWriter(vxlanctl::kSetEntry).number("vni", 100).number("oper", 1).tlv()});
+    const Bytes vxlan = ctl::encode({1, ctl::kFlagReplyWhenDone, ctl::kModuleVxlan, message});
+    write_seed("control_envelope", "vxlan_message_reply_when_done", vxlan);
+    const std::string counters = "counters";
+    write_seed("control_envelope", "counters_request",
+               ctl::encode({1, ctl::kFlagReplyWhenDone, ctl::kModuleCountersRequest,
+                            Bytes(counters.begin(), counters.end())}));
+    const std::string create = "create 1000 evpn-10.0.0.2";
+    write_seed("control_envelope", "interface_request_create",
+               ctl::encode({1, ctl::kFlagReplyWhenDone, ctl::kModuleInterfaceRequest,
+                            Bytes(create.begin(), create.end())}));
+    write_seed("control_envelope", "empty_payload", ctl::encode({7, 0, ctl::kModuleVxlan, {}}));
+    write_seed("control_envelope", "ten_bytes", Bytes(vxlan.begin(), vxlan.begin() + 10));
+    Bytes wrong_magic = vxlan;
+    wrong_magic[0] ^= 0xFF;
+    write_seed("control_envelope", "wrong_magic", wrong_magic);
+    // The length field still counts the payload that is no longer there.
+    write_seed("control_envelope", "length_beyond_carried", Bytes(vxlan.begin(), vxlan.end() - 5));
+}
+
 }  // namespace
 
 int main(int argc, char **argv)
@@ -752,5 +779,6 @@ int main(int argc, char **argv)
     l3_seeds();
     config_seeds(docs);
     args_seeds();
+    control_envelope_seeds();
     return 0;
 }

@@ -18,7 +18,7 @@ if [ $# -lt 1 ] || ! [[ $1 =~ ^[0-9]+$ ]]; then
 fi
 seconds=$1
 shift
-all_targets=(channel parser forward frame_fixup l3_input efhost_config vxlanctl_apply vxlanctl_args)
+all_targets=(channel parser forward frame_fixup l3_input efhost_config vxlanctl_apply vxlanctl_args control_envelope)
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all_targets[@]}")
 
@@ -29,10 +29,12 @@ fi
 ninja -C "$build" fuzz_targets >/dev/null
 
 # Messages reach 8196 bytes and frames 9000; the text inputs stay small.
+# efhost reads control datagrams of up to 28 + 65536 bytes.
 max_len() {
   case $1 in
     channel) echo 20000 ;;
     parser|forward|frame_fixup) echo 10000 ;;
+    control_envelope) echo 70000 ;;
     *) echo 4096 ;;
   esac
 }
