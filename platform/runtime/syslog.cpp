@@ -127,6 +127,7 @@ void syslog_reset()
     std::lock_guard<std::mutex> g(l.lock);
     l.records.clear();
     l.time_text.clear();
+    l.keep = true;
 }
 
 void syslog_set_listener(SyslogListener fn, void *ctx)

@@ -63,6 +63,9 @@ int vxlan_ef_com_connect(void *, int8_t connected)
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
     if (vsd == nullptr)
         return -1;
+    // The channel's thread changes the flags word while the module's task
+    // may read or change it too.
+    vxlan_ef::WriteLock lock(vsd);
     if (connected) {
         VXLAN_EF_EVENT("VXLAN-EF-EVENT: [vsd %d %s] Connect to VXLAN EF success.\n");
         vsd->flags |= VXLAN_EF_F_NL_CONN;

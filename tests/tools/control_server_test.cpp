@@ -33,7 +33,6 @@ using namespace std::chrono_literals;
 
 constexpr uint16_t kShowEntries = 1;
 constexpr uint16_t kShowStatus = 3;
-constexpr uint32_t kFlagConnected = 0x1;
 constexpr int kAnswerMs = 5000;
 
 struct Answer {
@@ -61,6 +60,7 @@ protected:
     {
         ModuleTest::SetUp();
         start("1");
+        set_mask(VXLAN_EF_DBG_EVENT);  // the connection callback's lines show the channel's state
         efrt::tasks_start_timer_thread();
         path_ = "/tmp/efhost-ctl-test-" + std::to_string(getpid()) + ".sock";
     }
@@ -147,7 +147,19 @@ protected:
         return true;
     }
 
-    static bool channel_up() { return (g_vxlan_vsd->flags & kFlagConnected) != 0; }
+    // What the module said of its channel, in order: its connection
+    // callback's log lines, shortened to "up" and "down".
+    static std::vector<std::string> channel_events()
+    {
+        std::vector<std::string> out;
+        for (const std::string &text : efrt::syslog_texts()) {
+            if (text.find("Connect to VXLAN EF success") != std::string::npos)
+                out.push_back("up");
+            else if (text.find("Connect to VXLAN EF failed") != std::string::npos)
+                out.push_back("down");
+        }
+        return out;
+    }
 
     // Configures count VNIs, so that the entry show has lines for each.
     void configure_vnis(int count)
@@ -174,20 +186,23 @@ protected:
 
 TEST_F(ControlServerTest, TheModuleChannelIsUpWhileAtLeastOneClientIsConnected)
 {
+    using Events = std::vector<std::string>;
     serve();
-    EXPECT_FALSE(channel_up());
+    EXPECT_EQ(channel_events(), Events{});
     const int a = connect_client();
     const int b = connect_client();
     EXPECT_TRUE(eventually([&] { return server_->clients() == 2; }));
-    EXPECT_TRUE(channel_up());
+    EXPECT_EQ(channel_events(), Events{"up"});
     close(a);
     fds_.erase(fds_.begin());
     EXPECT_TRUE(eventually([&] { return server_->clients() == 1; }));
-    EXPECT_TRUE(channel_up());
+    EXPECT_EQ(channel_events(), Events{"up"});
     close(b);
     fds_.clear();
-    EXPECT_TRUE(eventually([] { return !channel_up(); }));
+    EXPECT_TRUE(eventually([] { return channel_events() == Events{"up", "down"}; }));
     EXPECT_EQ(server_->clients(), 0u);
+    connect_client();
+    EXPECT_TRUE(eventually([] { return channel_events() == Events{"up", "down", "up"}; }));
 }
 
 TEST_F(ControlServerTest, ClientsAskingAtOnceEachGetTheirOwnShowAndNothingElse)
@@ -314,7 +329,9 @@ TEST_F(ControlServerTest, StoppingClosesEveryClientAtOnceWhateverTheyDo)
                 static_cast<long long>(took.count()));
     EXPECT_LT(took.count(), 1000);
     EXPECT_TRUE(closed_by_efhost(idle, 100));
-    EXPECT_FALSE(channel_up());
+    const std::vector<std::string> events = channel_events();
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events.back(), "down");
 }
 
 }  // namespace

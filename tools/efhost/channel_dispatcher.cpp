@@ -78,6 +78,19 @@ void ChannelDispatcher::submit(const std::shared_ptr<ControlClient> &client, ctl
     queued_.notify_all();
 }
 
+void ChannelDispatcher::connection(bool up)
+{
+    {
+        std::lock_guard<std::mutex> g(lock_);
+        if (!stop_) {
+            queue_.push_back(Item{nullptr, {}, up});
+            queued_.notify_all();
+            return;
+        }
+    }
+    efrt::msg_connect(EF_MSG_MODULE_VXLAN, up);
+}
+
 bool ChannelDispatcher::wait_data_ready(const std::atomic<bool> &stop_flag)
 {
     std::unique_lock<std::mutex> g(ready_lock_);
@@ -121,6 +134,10 @@ void ChannelDispatcher::run()
 {
     Item item;
     while (take_next(item)) {
+        if (item.client == nullptr) {
+            efrt::msg_connect(EF_MSG_MODULE_VXLAN, item.up);
+            continue;
+        }
         deliver(item);
         if ((item.env.flags & ctl::kFlagReplyWhenDone) != 0) {
             answer(item.env.seq, wait_processed());
@@ -130,8 +147,9 @@ void ChannelDispatcher::run()
     }
 }
 
-// The next message to deliver: the current client's next one, or, once the
-// current run has ended, the oldest one. False when stopping.
+// The next item: a change of the channel, the current client's next message,
+// or, once the current run has ended, the oldest message. False when
+// stopping.
 bool ChannelDispatcher::take_next(Item &item)
 {
     std::unique_lock<std::mutex> lk(lock_);
@@ -141,7 +159,8 @@ bool ChannelDispatcher::take_next(Item &item)
             std::lock_guard<std::mutex> g(out_lock_);
             current = current_;
         }
-        if (!queue_.empty() && (current == nullptr || queue_.front().client == current)) {
+        if (!queue_.empty() && (current == nullptr || queue_.front().client == current ||
+                                queue_.front().client == nullptr)) {
             item = std::move(queue_.front());
             queue_.pop_front();
             return true;

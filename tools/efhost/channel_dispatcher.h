@@ -1,10 +1,12 @@
-// The module's one message channel, shared by every control client. Clients'
-// VXLAN messages reach the module in the order they arrived, one client's run
-// of messages at a time; what the module answers while it processes a
-// client's messages (its own messages, the show lines it prints) goes to that
-// client alone. A client's run ends once the module has processed it and
-// another client's message waits, so the module never holds two clients'
-// messages at once and no answer can reach the wrong client.
+// The module's one message channel, shared by every control client, and the
+// channel's thread. Clients' VXLAN messages reach the module in the order
+// they arrived, one client's run of messages at a time; what the module
+// answers while it processes a client's messages (its own messages, the show
+// lines it prints) goes to that client alone. A client's run ends once the
+// module has processed it and another client's message waits, so the module
+// never holds two clients' messages at once and no answer can reach the
+// wrong client. The module hears of its channel going up or down on the same
+// thread, in order with the messages.
 #pragma once
 
 #include <atomic>
@@ -35,15 +37,20 @@ public:
     // client is sent the show lines the module printed and a done envelope
     // (with env.seq) once the module has processed it.
     void submit(const std::shared_ptr<ControlClient> &client, ctl::Envelope env);
+    // Tells the module that its channel went up or down, in order with the
+    // messages queued before; at once when the dispatcher has stopped.
+    void connection(bool up);
     // Whether the module has announced data ready (end of its first full
     // resynchronisation), and waiting for it; false when stop_flag came first.
     bool data_ready() const { return data_ready_.load(); }
     bool wait_data_ready(const std::atomic<bool> &stop_flag);
 
 private:
+    // A client's message, or (without a client) a change of the channel.
     struct Item {
         std::shared_ptr<ControlClient> client;
         ctl::Envelope env;
+        bool up = false;
     };
 
     static int sink(const ef_msg_t *msg, void *ctx);

@@ -112,7 +112,7 @@ void ControlServer::admit(int fd)
     const bool first = clients_.size() == 1;
     g.unlock();
     if (first)
-        efrt::msg_connect(EF_MSG_MODULE_VXLAN, true);
+        channel_.connection(true);
     client->start([this](ControlClient &c, const ctl::Envelope &env) { handle(c, env); });
 }
 
@@ -139,7 +139,7 @@ void ControlServer::reap(bool all)
         client->join();
     }
     if (!gone.empty() && none_left)
-        efrt::msg_connect(EF_MSG_MODULE_VXLAN, false);
+        channel_.connection(false);
 }
 
 // On the client's own thread.
