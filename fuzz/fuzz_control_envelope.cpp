@@ -27,9 +27,6 @@
 
 namespace {
 
-// What vxlanctl and efhost read in one datagram.
-constexpr size_t kReceiveRoom = ctl::kHeaderLen + 65536;
-
 [[noreturn]] void fail(const std::string &what)
 {
     std::fprintf(stderr, "\n==== fuzz check failed ====\n%s\n", what.c_str());
@@ -111,7 +108,7 @@ void check_answer(const std::string &reason)
     if (bytes.size() != ctl::kHeaderLen + status.size())
         fail("the answer to a refusal encodes to " + std::to_string(bytes.size()) + " bytes for a payload of " +
              std::to_string(status.size()));
-    if (bytes.size() > kReceiveRoom)
+    if (bytes.size() > ctl::kMaxDatagram)
         fail("the answer to a refusal is longer than a client reads: " + std::to_string(bytes.size()) + " bytes");
     ctl::Envelope back{0xA5A5A5A5u, 0xA5A5A5A5u, 0xA5A5A5A5u, {0xA5}};
     std::string error;

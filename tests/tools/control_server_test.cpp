@@ -303,6 +303,21 @@ TEST_F(ControlServerTest, ADatagramThatIsNoEnvelopeIsAnsweredWithTheReasonAndClo
     EXPECT_TRUE(closed_by_efhost(fd, 1000));
 }
 
+// A longer datagram used to be cut to the room efhost reads and then taken
+// for the shorter envelope its header described.
+TEST_F(ControlServerTest, ADatagramLongerThanAnyEnvelopeIsRefusedWholeAndClosed)
+{
+    serve();
+    const int fd = connect_client();
+    Bytes big = ctl::encode(ctl::Envelope{1, 0, ctl::kModuleCountersRequest, Bytes(65536, 0)});
+    big.resize(70000, 0xAB);
+    ASSERT_EQ(::send(fd, big.data(), big.size(), 0), 70000);
+    const Answer a = answer(fd, 0);
+    EXPECT_EQ(a.status, "error: datagram of 70000 bytes is longer than the largest envelope (65564 bytes)");
+    EXPECT_TRUE(a.lines.empty());
+    EXPECT_TRUE(closed_by_efhost(fd, 1000));
+}
+
 TEST_F(ControlServerTest, ARequestForAnUnknownModuleIsAnsweredWithAnError)
 {
     serve();

@@ -153,17 +153,34 @@ int recv_envelope(int fd, Envelope &env, int timeout_ms, std::string &error)
         error = std::string("poll failed: ") + std::strerror(errno);
         return -1;
     }
-    std::vector<uint8_t> buf(kHeaderLen + 65536);
-    const ssize_t n = recv(fd, buf.data(), buf.size(), 0);
-    if (n == 0) {
-        error = "the peer closed the connection";
+    std::vector<uint8_t> buf;
+    if (read_datagram(fd, buf, 0, error) != DatagramRead::Whole)
         return -1;
+    return decode(buf.data(), buf.size(), env, error) ? 1 : -1;
+}
+
+// MSG_TRUNC makes recv tell the datagram's real length, so that one longer
+// than the buffer is refused rather than cut to a shorter envelope.
+DatagramRead read_datagram(int fd, std::vector<uint8_t> &buf, int flags, std::string &error)
+{
+    buf.resize(kMaxDatagram);
+    ssize_t n;
+    do {
+        n = recv(fd, buf.data(), buf.size(), flags | MSG_TRUNC);
+    } while (n < 0 && errno == EINTR);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        return DatagramRead::None;
+    if (n <= 0) {
+        error = n == 0 ? "the peer closed the connection" : std::string("receive failed: ") + std::strerror(errno);
+        return DatagramRead::Closed;
     }
-    if (n < 0) {
-        error = std::string("receive failed: ") + std::strerror(errno);
-        return -1;
+    if (static_cast<size_t>(n) > kMaxDatagram) {
+        error = "datagram of " + std::to_string(n) + " bytes is longer than the largest envelope (" +
+                std::to_string(kMaxDatagram) + " bytes)";
+        return DatagramRead::TooLong;
     }
-    return decode(buf.data(), static_cast<size_t>(n), env, error) ? 1 : -1;
+    buf.resize(static_cast<size_t>(n));
+    return DatagramRead::Whole;
 }
 
 }  // namespace ctl

@@ -24,6 +24,8 @@ constexpr uint32_t kModuleInterfaceRequest = 0xEF10;
 constexpr uint32_t kModuleCountersRequest = 0xEF11;
 constexpr uint32_t kMaxPayload = 8196;           // largest VXLAN message
 constexpr size_t kHeaderLen = 28;
+// The longest datagram either end reads; a longer one is refused whole.
+constexpr size_t kMaxDatagram = kHeaderLen + 65536;
 
 struct Envelope {
     uint32_t seq = 0;
@@ -46,6 +48,17 @@ int listen_socket(const std::string &path, std::string &error);
 
 // Sends one envelope as one datagram; false with error set on failure.
 bool send_envelope(int fd, const Envelope &env, std::string &error);
+// What reading one datagram found.
+enum class DatagramRead {
+    Whole,    // buf holds the datagram
+    None,     // nothing waits (non-blocking socket)
+    TooLong,  // longer than kMaxDatagram; it is consumed, error says so
+    Closed,   // the peer closed the connection, or the read failed (error)
+};
+// Reads one datagram into buf (resized to its length), without waiting
+// when the socket or flags say so.
+DatagramRead read_datagram(int fd, std::vector<uint8_t> &buf, int flags, std::string &error);
+
 // Waits up to timeout_ms (-1 forever) for one envelope. Returns 1 with env
 // filled, 0 on timeout, -1 on error or a closed peer (error says which).
 int recv_envelope(int fd, Envelope &env, int timeout_ms, std::string &error);

@@ -14,8 +14,6 @@ namespace efhost {
 namespace {
 
 constexpr int kPollMs = 100;
-// A datagram larger than any envelope is cut here and refused by decode.
-constexpr size_t kReceiveRoom = ctl::kHeaderLen + 65536;
 
 bool would_block(int err) { return err == EAGAIN || err == EWOULDBLOCK || err == EINTR; }
 
@@ -144,19 +142,18 @@ bool ControlClient::poll_once(bool &readable, bool &writable)
 bool ControlClient::receive(const Handler &handler)
 {
     std::vector<uint8_t> &buf = receive_buffer_;
-    buf.resize(kReceiveRoom);
-    const ssize_t n = recv(fd_, buf.data(), buf.size(), MSG_DONTWAIT);
-    if (n < 0)
-        return would_block(errno);
-    if (n == 0)
+    std::string error;
+    const ctl::DatagramRead got = ctl::read_datagram(fd_, buf, MSG_DONTWAIT, error);
+    if (got == ctl::DatagramRead::None)
+        return true;
+    if (got == ctl::DatagramRead::Closed)
         return false;
     {
         std::lock_guard<std::mutex> g(out_lock_);
         last_heard_ = Clock::now();
     }
     ctl::Envelope env;
-    std::string error;
-    if (!ctl::decode(buf.data(), static_cast<size_t>(n), env, error)) {
+    if (got == ctl::DatagramRead::TooLong || !ctl::decode(buf.data(), buf.size(), env, error)) {
         const std::string status = "error: " + error;
         send(ctl::Envelope{0, 0, ctl::kModuleDone, {status.begin(), status.end()}});
         end("sent a datagram that is not an envelope: " + error);
