@@ -92,13 +92,14 @@ vxlanctl apply "$E2E_DIR/many.yaml" > /dev/null || fail "vxlanctl apply"
 lines=$(vxlanctl show entry | wc -l)
 echo "a whole entry show is $lines lines"
 [ "$lines" -gt "$VNIS" ] || fail "the entry show has only $lines lines"
-quiet_counters=$(timed vxlanctl counters)
-quiet_show=$(timed vxlanctl show status)
+quiet_counters=$(timed vxlanctl counters) || exit 1
+quiet_show=$(timed vxlanctl show status) || exit 1
 echo "on a quiet socket: counters in $quiet_counters ms, show status in $quiet_show ms"
 
 say "an idle client, one that does not read a long show and one that sent half an envelope"
 start_stalled_clients
-half_ms=$(wait_for_line "$E2E_DIR/efhost.out" "control client [0-9]+ closed: sent a datagram that is not an envelope" 2000)
+half_ms=$(wait_for_line "$E2E_DIR/efhost.out" "control client [0-9]+ closed: sent a datagram that is not an envelope" 2000) \
+    || exit 1
 echo "the half envelope was refused after $half_ms ms"
 
 say "eight concurrent counters requests and a module show meanwhile"
@@ -125,21 +126,23 @@ say "the EVPN follower adds and withdraws a remote VTEP meanwhile"
 control_namespace
 ip netns exec "$NS_C1" "$EVPN_FOLLOWER" --socket "$E2E_DIR/ctl.sock" --poll-ms 200 > "$E2E_DIR/follower.out" 2>&1 &
 FOLLOWER_PID=$!
-wait_for_line "$E2E_DIR/follower.out" "full resynchronisation|data ready" "$FOLLOWER_BOUND_MS" > /dev/null
+wait_for_line "$E2E_DIR/follower.out" "full resynchronisation|data ready" "$FOLLOWER_BOUND_MS" > /dev/null || exit 1
 in_ns "$NS_C1" bridge fdb append 00:00:00:00:00:00 dev vxlan100 dst 10.99.0.2
-ms=$(wait_for_line "$E2E_DIR/follower.out" "tunnel [0-9]+ .*10.99.0.2.* created" "$FOLLOWER_BOUND_MS")
+ms=$(wait_for_line "$E2E_DIR/follower.out" "tunnel [0-9]+ .*10.99.0.2.* created" "$FOLLOWER_BOUND_MS") || exit 1
 vxlanctl tunnel-intf list | grep -q "evpn-10.99.0.2" || fail "efhost has no tunnel interface for 10.99.0.2"
 echo "the follower created the tunnel to 10.99.0.2 in $ms ms"
 in_ns "$NS_C1" bridge fdb del 00:00:00:00:00:00 dev vxlan100 dst 10.99.0.2
-ms=$(wait_for_line "$E2E_DIR/follower.out" "tunnel [0-9]+ .*10.99.0.2.* removed" "$FOLLOWER_BOUND_MS")
+ms=$(wait_for_line "$E2E_DIR/follower.out" "tunnel [0-9]+ .*10.99.0.2.* removed" "$FOLLOWER_BOUND_MS") || exit 1
 ! vxlanctl tunnel-intf list | grep -q "evpn-10.99.0.2" || fail "efhost still has the withdrawn tunnel"
 echo "the follower removed the withdrawn tunnel in $ms ms"
 grep -Eq "control client [0-9]+ closed: (idle|it read nothing)" "$E2E_DIR/efhost.out" \
     && fail "a stalled client was closed before the others were served"
 
 say "the idle and the stalled client are closed after ${CLIENT_TIMEOUT_S} s"
-wait_for_line "$E2E_DIR/efhost.out" "control client [0-9]+ closed: idle for ${CLIENT_TIMEOUT_S} s" 15000 > /dev/null
-wait_for_line "$E2E_DIR/efhost.out" "control client [0-9]+ closed: it read nothing for ${CLIENT_TIMEOUT_S} s" 15000 > /dev/null
+wait_for_line "$E2E_DIR/efhost.out" "control client [0-9]+ closed: idle for ${CLIENT_TIMEOUT_S} s" 15000 > /dev/null \
+    || exit 1
+wait_for_line "$E2E_DIR/efhost.out" "control client [0-9]+ closed: it read nothing for ${CLIENT_TIMEOUT_S} s" 15000 \
+    > /dev/null || exit 1
 grep -E "control client [0-9]+ closed" "$E2E_DIR/efhost.out"
 kill "$STALLED_PID" 2>/dev/null; wait "$STALLED_PID" 2>/dev/null; STALLED_PID=
 
