@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -26,6 +27,10 @@ struct Workload {
     // drop, nothing queued, a refused message).
     std::function<bool()> run;
 };
+
+// Runs between two quiescent states of the measuring thread, as efhost's
+// packet threads pass one after each receive batch of up to 64 frames.
+constexpr uint64_t kRunsPerBatch = 64;
 
 // Every workload name, in report order: each path with a minimal reference
 // is followed by the reference, named with this prefix.

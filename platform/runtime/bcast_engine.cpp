@@ -44,11 +44,9 @@ struct Engine {
     efrt::Published<PortHook> port_tx;
 };
 
-Engine &engine()
-{
-    static Engine e;
-    return e;
-}
+Engine g_engine;
+
+Engine &engine() { return g_engine; }
 
 // An armed injection is taken once; while none is armed this is one load.
 bool take_injection(std::atomic<unsigned> &armed)

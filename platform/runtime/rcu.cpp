@@ -17,6 +17,7 @@
 
 #include <urcu/urcu-qsbr.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -39,7 +40,13 @@ extern "C" void __tsan_release(void *addr);
 
 namespace efrt::rcu {
 
+namespace detail {
+thread_local bool t_online __attribute__((tls_model("initial-exec"))) = false;
+}  // namespace detail
+
 namespace {
+
+using detail::t_online;
 
 #ifdef EFRT_TSAN_BUILD
 char g_grace_sync;  // what the sanitizer's happens-before edges hang on
@@ -50,47 +57,69 @@ void tsan_happens_before() {}
 void tsan_happens_after() {}
 #endif
 
+// Threads inside a section now. A retired block was unpublished before it
+// was retired, so only threads online at that moment can hold it: when there
+// are none it is freed at once, and when the retiring thread is the only one
+// it is freed at that thread's next quiescent state, without the reclaimer.
+// A host that reads on one thread only (tests, benchmarks, fuzz targets) so
+// frees at the same points every run. The fences pair a thread coming online
+// with a writer retiring: either the writer counts the thread, or the thread
+// reads the tables only after the writer's unpublish.
+std::atomic<long> g_online{0};
+
+struct Retired {
+    void *block;
+    void (*free_fn)(void *);
+};
+
+void free_all(std::vector<Retired> &blocks)
+{
+    for (const Retired &r : blocks)
+        r.free_fn(r.block);
+    blocks.clear();
+}
+
+
 // The calling thread's standing with the library. Registered threads are
 // offline unless inside a section, so that a thread that stops reading never
 // holds a grace period up.
 struct ThreadState {
     bool registered = false;
-    bool online = false;
+    std::vector<Retired> own;  // retired while no other thread was online
 
     void go_online()
     {
+        t_online = true;
+        g_online.fetch_add(1, std::memory_order_seq_cst);
+        std::atomic_thread_fence(std::memory_order_seq_cst);
         if (!registered) {
             urcu_qsbr_register_thread();  // registers online
             registered = true;
         } else {
             urcu_qsbr_thread_online();
         }
-        online = true;
     }
 
     void go_offline()
     {
         tsan_happens_before();
         urcu_qsbr_thread_offline();
-        online = false;
+        t_online = false;
+        g_online.fetch_sub(1, std::memory_order_release);
+        free_all(own);
     }
 
     ~ThreadState()
     {
         if (!registered)
             return;
-        if (online)
+        if (t_online)
             go_offline();
         urcu_qsbr_unregister_thread();
     }
 };
 
 thread_local ThreadState t_state;
-
-struct Retired {
-    void *block;
-    void (*free_fn)(void *);
-};
 
 // Frees what was retired, one batch per grace period. Started with the
 // first retirement; stopped (after freeing the rest) when the process ends.
@@ -173,19 +202,11 @@ Reclaimer g_reclaimer;
 
 }  // namespace
 
-ReadSection::ReadSection() : brought_online_(!t_state.online)
-{
-    if (brought_online_)
-        t_state.go_online();
-}
+void detail::come_online() { t_state.go_online(); }
 
-ReadSection::~ReadSection()
-{
-    if (brought_online_)
-        t_state.go_offline();
-}
+void detail::go_offline() { t_state.go_offline(); }
 
-Offline::Offline() : was_online_(t_state.online)
+Offline::Offline() : was_online_(t_online)
 {
     if (was_online_)
         t_state.go_offline();
@@ -199,25 +220,37 @@ Offline::~Offline()
 
 void quiescent()
 {
-    if (!t_state.online)
+    if (!t_online)
         return;
+    ThreadState &t = t_state;
     tsan_happens_before();
     urcu_qsbr_quiescent_state();
+    free_all(t.own);
 }
 
-bool reading() { return t_state.online; }
+bool reading() { return t_online; }
 
 void retire(void *block, void (*free_fn)(void *))
 {
     if (block == nullptr)
         return;
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    const long online = g_online.load(std::memory_order_seq_cst);
+    if (online == 0) {
+        free_fn(block);
+        return;
+    }
+    if (online == 1 && t_online) {
+        t_state.own.push_back(Retired{block, free_fn});
+        return;
+    }
     tsan_happens_before();  // the writer's own last reads and writes of the block
     g_reclaimer.retire(block, free_fn);
 }
 
 void barrier()
 {
-    if (t_state.online) {
+    if (t_online) {
         std::fprintf(stderr, "efrt: waiting for freed blocks from inside a read section would wait for itself\n");
         std::abort();
     }

@@ -25,12 +25,30 @@
 
 namespace efrt::rcu {
 
+namespace detail {
+// Whether the calling thread is inside a section. Every lookup a packet
+// thread makes asks, so it is a plain thread_local in the process's initial
+// TLS block (the platform is linked into the process, never loaded later):
+// one load, inline.
+extern thread_local bool t_online __attribute__((tls_model("initial-exec")));
+void come_online();
+void go_offline();
+}  // namespace detail
+
 // The calling thread reads published tables until the section ends.
 // Sections nest; the one that brought the thread online takes it offline.
 class ReadSection {
 public:
-    ReadSection();
-    ~ReadSection();
+    ReadSection() : brought_online_(!detail::t_online)
+    {
+        if (brought_online_)
+            detail::come_online();
+    }
+    ~ReadSection()
+    {
+        if (brought_online_)
+            detail::go_offline();
+    }
     ReadSection(const ReadSection &) = delete;
     ReadSection &operator=(const ReadSection &) = delete;
 
@@ -59,7 +77,10 @@ void quiescent();
 bool reading();
 
 // Calls free_fn(block) once every thread that may have seen the block has
-// passed a quiescent state. Never waits; any thread may call it.
+// passed a quiescent state: at once when no thread is inside a section,
+// else on the reclaimer thread after a grace period. The block must no
+// longer be reachable from any published table. Never waits; any thread may
+// call it.
 void retire(void *block, void (*free_fn)(void *));
 
 template <class T>
