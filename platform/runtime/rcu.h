@@ -90,8 +90,10 @@ void retire(T *block)
         retire(static_cast<void *>(block), [](void *p) { delete static_cast<T *>(p); });
 }
 
-// Waits until every block retired before the call has been freed. For
-// resets and tests; the caller must not be inside a section.
+// Waits until every block handed to the reclaimer before the call has been
+// freed (a block a reading thread retired while it read alone is freed at
+// that thread's next quiescent state instead). For resets and tests; the
+// caller must not be inside a section.
 void barrier();
 
 // For a writer that may change tables faster than grace periods end: when
@@ -99,7 +101,7 @@ void barrier();
 // that what waits stays bounded. Outside any section, holding no lock.
 void catch_up(long max_pending);
 
-// Blocks retired and not yet freed.
+// Blocks handed to the reclaimer and not yet freed.
 long pending();
 
 }  // namespace efrt::rcu
