@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "channel_fuzz_input.h"
 #include "forward_fixture.h"
 #include "table_check.h"
 #include "table_fixture.h"
@@ -43,64 +44,13 @@ protected:
         ASSERT_EQ(table_problems_text(vsd()), "");
     }
 
-    // The target's reading of an input (fuzz/fuzz_channel.cpp): an options
-    // byte, then up to 32 payloads, each a little-endian u16 length and that
-    // many bytes (the last takes what is left when it is short). With option
-    // bit 5 each payload is a TLV area that gets a message header in front,
-    // the last TLV's length cut to what is left.
-    static std::vector<std::vector<uint8_t>> channel_payloads(const std::vector<uint8_t> &input)
-    {
-        std::vector<std::vector<uint8_t>> out;
-        size_t at = 1;
-        while (out.size() < 32 && at < input.size()) {
-            size_t len = input.size() - at;
-            if (len >= 2) {
-                const size_t stated = input[at] | static_cast<size_t>(input[at + 1]) << 8;
-                at += 2;
-                len = std::min(stated, input.size() - at);
-            } else {
-                at = input.size();
-                len = 0;
-            }
-            std::vector<uint8_t> payload(input.begin() + at, input.begin() + at + len);
-            at += len;
-            out.push_back((input[0] & 0x20) != 0 ? framed(payload) : payload);
-        }
-        return out;
-    }
-
-    static std::vector<uint8_t> framed(const std::vector<uint8_t> &area)
-    {
-        std::vector<uint8_t> m(4);
-        m.insert(m.end(), area.begin(), area.begin() + std::min<size_t>(area.size(), 8196 - 4));
-        uint8_t count = 0;
-        size_t at = 4;
-        while (at + 4 <= m.size() && count < 255) {
-            const size_t room = m.size() - at - 4;
-            size_t tlv_len = m[at + 2] | static_cast<size_t>(m[at + 3]) << 8;
-            if (tlv_len > room) {
-                tlv_len = room;
-                m[at + 2] = static_cast<uint8_t>(tlv_len);
-                m[at + 3] = static_cast<uint8_t>(tlv_len >> 8);
-            }
-            at += 4 + tlv_len;
-            count++;
-        }
-        m.resize(at);
-        m[0] = 1;
-        m[1] = static_cast<uint8_t>(at);
-        m[2] = static_cast<uint8_t>(at >> 8);
-        m[3] = count;
-        return m;
-    }
-
     // Delivers the payloads on the channel, running the task after each one
     // (option bit 0) and checking the tables after every task run, as the
     // target does.
     void replay(const std::vector<uint8_t> &input)
     {
-        const bool task_after_each = (input[0] & 0x01) != 0;
-        for (const std::vector<uint8_t> &payload : channel_payloads(input)) {
+        const bool task_after_each = (input[0] & channel_input::kTaskAfterEach) != 0;
+        for (const std::vector<uint8_t> &payload : channel_input::payloads(input.data(), input.size())) {
             ASSERT_EQ(efrt::msg_deliver(EF_MSG_MODULE_VXLAN, payload), 0);
             if (task_after_each) {
                 efrt::clock_advance(100);
