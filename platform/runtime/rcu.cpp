@@ -81,7 +81,6 @@ void free_all(std::vector<Retired> &blocks)
     blocks.clear();
 }
 
-
 // The calling thread's standing with the library. Registered threads are
 // offline unless inside a section, so that a thread that stops reading never
 // holds a grace period up.

@@ -156,7 +156,7 @@ bool ControlClient::receive(const Handler &handler)
     if (got == ctl::DatagramRead::TooLong || !ctl::decode(buf.data(), buf.size(), env, error)) {
         const std::string status = "error: " + error;
         send(ctl::Envelope{0, 0, ctl::kModuleDone, {status.begin(), status.end()}});
-        end("sent a datagram that is not an envelope: " + error);
+        say_closed("sent a datagram that is not an envelope: " + error);
         return false;
     }
     handler(*this, env);
@@ -177,11 +177,11 @@ bool ControlClient::timed_out(Clock::time_point now)
     }
     if (why.empty())
         return false;
-    end(why);
+    say_closed(why);
     return true;
 }
 
-void ControlClient::end(const std::string &why)
+void ControlClient::say_closed(const std::string &why)
 {
     std::fprintf(stderr, "efhost: control client %llu closed: %s\n", static_cast<unsigned long long>(id_),
                  why.c_str());

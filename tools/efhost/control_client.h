@@ -55,7 +55,6 @@ public:
     void close();
     bool finished() const { return finished_.load(); }
     void join();
-    uint64_t id() const { return id_; }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -65,7 +64,7 @@ private:
     bool receive(const Handler &handler);
     bool flush();
     bool timed_out(Clock::time_point now);
-    void end(const std::string &why);
+    void say_closed(const std::string &why);
     bool wake();
 
     int fd_;
