@@ -32,6 +32,7 @@
 #include "rcu.h"
 #include "runtime_interfaces.h"
 #include "table_fixture.h"
+#include "vxlan_ef_requests.h"
 
 namespace {
 
@@ -327,15 +328,18 @@ protected:
 constexpr int kChurnRounds = 8;
 constexpr int kWorkers = 4;
 
-// EF_SHOW with an id (1 status, 4 entries, 5 interfaces, 6 VRFs) and EF_CTRL
-// with the tech-support bit.
+// Every show (the status, the VNI's entry, interfaces, VRFs, sub-interfaces)
+// and EF_CTRL with the tech-support bit.
 Bytes shows_and_dump()
 {
     using namespace vxtest;
+    using vxlan_ef::tlv::ShowId;
+    const auto id = [](ShowId s) { return static_cast<uint16_t>(s); };
     std::vector<uint8_t> ctrl(5, 0);
-    ctrl[0] = 0x4;
+    ctrl[0] = vxlan_ef::tlv::kCtrlTechDump;
     ctrl[4] = 1;
-    return make_msg({show(1), show(4, kVni), show(5), show(6), Tlv{66, ctrl}});
+    return make_msg({show(id(ShowId::Status)), show(id(ShowId::Entry), kVni), show(id(ShowId::Intf)),
+                     show(id(ShowId::Vrf)), show(id(ShowId::Subif)), Tlv{vxlan_ef::tlv::kEfCtrl, ctrl}});
 }
 
 // Each pass offers every kind of frame once: from the access host to the
