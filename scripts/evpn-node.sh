@@ -15,7 +15,7 @@ FRR_DIR=${FRR_DIR:-/usr/lib/frr}
 
 die() { echo "evpn-node: $*" >&2; exit 2; }
 
-# Reads FILE into VTEP, ROUTER_ID, ASN, PEERS and VNI_LIST ("vni:vlan:port").
+# Reads FILE into VTEP, ROUTER_ID, ASN, PEERS and VNI_LIST ("vni:vlan:port:suppress").
 read_node() {
     local file=$1 n=0 key a b c d e
     [ -r "$file" ] || die "cannot read $file"
@@ -32,18 +32,19 @@ read_node() {
         vni)
             [[ "$a" =~ ^[0-9]+$ ]] && [ "$a" -ge 1 ] && [ "$a" -le 16777215 ] \
                 || die "$file:$n: VNI '$a' is not 1..16777215"
-            local vlan= port=
+            local vlan= port= suppress=off
             set -- $b $c $d $e
             while [ $# -gt 0 ]; do
                 case "$1" in
                 vlan) vlan=${2:-}; [[ "$vlan" =~ ^[0-9]+$ ]] && [ "$vlan" -ge 1 ] && [ "$vlan" -le 4094 ] \
                         || die "$file:$n: VLAN '$vlan' is not 1..4094"; shift 2 ;;
                 port) port=${2:-}; [ -n "$port" ] || die "$file:$n: port needs a device name"; shift 2 ;;
+                suppress) suppress=on; shift ;;
                 '#'*) break ;;
-                *) die "$file:$n: unknown word '$1' (vni N [vlan V] [port DEV])" ;;
+                *) die "$file:$n: unknown word '$1' (vni N [vlan V] [port DEV] [suppress])" ;;
                 esac
             done
-            VNI_LIST+=("$a:$vlan:$port") ;;
+            VNI_LIST+=("$a:$vlan:$port:$suppress") ;;
         *) die "$file:$n: unknown key '$key' (vtep, router-id, as, timers, peer, vni)" ;;
         esac
     done < "$file"
@@ -51,8 +52,25 @@ read_node() {
     [ -n "$ROUTER_ID" ] || ROUTER_ID=$VTEP
 }
 
-vni_up() {   # vni vlan port
-    local vni=$1 vlan=$2 port=$3
+# On an efhost node the bridge gets a local port that carries no traffic:
+# the EVPN follower writes the MACs efhost learns on its access ports there,
+# where zebra reads local MACs. Its peer end only keeps it up; neither end
+# gets an IPv6 link-local address, so neither sends anything.
+local_port_up() {   # vni
+    local lp=local$1
+    if ! ip link show "$lp" >/dev/null 2>&1; then
+        ip link add "$lp" type veth peer name "${lp}p"
+        ip link set "$lp" addrgenmode none
+        ip link set "${lp}p" addrgenmode none
+        ip link set "$lp" master "br$1"
+        bridge link set dev "$lp" learning off
+    fi
+    ip link set up dev "${lp}p"
+    ip link set up dev "$lp"
+}
+
+vni_up() {   # vni vlan port suppress
+    local vni=$1 vlan=$2 port=$3 suppress=$4
     if ! ip link show "vxlan$vni" >/dev/null 2>&1; then
         ip link add "br$vni" type bridge stp_state 0
         ip link add "vxlan$vni" type vxlan id "$vni" local "$VTEP" dstport 4789 nolearning
@@ -66,14 +84,18 @@ vni_up() {   # vni vlan port
     ip link set up dev "br$vni"
     ip link set up dev "vxlan$vni"
     [ -z "$port" ] || ip link set up dev "$port"
+    [ -z "$vlan" ] || local_port_up "$vni"
+    # ARP and ND suppression: the kernel answers for its own hosts, and the
+    # follower switches efhost's on from the same flag.
+    bridge link set dev "vxlan$vni" neigh_suppress "$suppress"
 }
 
 devices() {
     read_node "$1"
     local entry want=" "
     for entry in "${VNI_LIST[@]}"; do
-        IFS=: read -r vni vlan port <<< "$entry"
-        vni_up "$vni" "$vlan" "$port"
+        IFS=: read -r vni vlan port suppress <<< "$entry"
+        vni_up "$vni" "$vlan" "$port" "$suppress"
         want+="$vni "
     done
     local dev
@@ -81,6 +103,7 @@ devices() {
         local vni=${dev#vxlan}
         case "$want" in *" $vni "*) continue ;; esac
         ip link del "$dev"; ip link del "br$vni" 2>/dev/null || true
+        ip link del "local$vni" 2>/dev/null || true
         echo "evpn-node: VNI $vni removed"
     done
 }
@@ -89,8 +112,9 @@ down() {
     read_node "$1"
     local entry
     for entry in "${VNI_LIST[@]}"; do
-        IFS=: read -r vni _ _ <<< "$entry"
+        IFS=: read -r vni _ _ _ <<< "$entry"
         ip link del "vxlan$vni" 2>/dev/null || true
+        ip link del "local$vni" 2>/dev/null || true
         ip link del "br$vni" 2>/dev/null || true
     done
 }

@@ -22,6 +22,12 @@ constexpr uint32_t kModuleInterfaceRequest = 0xEF10;
 // client -> efhost: efhost's counters (any payload); answered by one show
 // line per counter group and a done envelope whose payload is "ok".
 constexpr uint32_t kModuleCountersRequest = 0xEF11;
+// client -> efhost: a bridge MAC table request as text (list, remote
+// entries, efhost's locally learned MACs); answered as an interface request.
+constexpr uint32_t kModuleMacRequest = 0xEF12;
+// client -> efhost: a neighbour suppression request as text (list, remote
+// bindings, snooped local bindings, per-VNI switches); answered the same way.
+constexpr uint32_t kModuleNeighbourRequest = 0xEF13;
 constexpr uint32_t kMaxPayload = 8196;           // largest VXLAN message
 constexpr size_t kHeaderLen = 28;
 // The longest datagram either end reads; a longer one is refused whole.

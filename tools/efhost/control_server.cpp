@@ -9,6 +9,8 @@
 #include <cstdio>
 
 #include "efrt.h"
+#include "mac_request.h"
+#include "neighbour_request.h"
 #include "rcu.h"
 #include "runtime_interfaces.h"
 
@@ -35,11 +37,12 @@ std::string hex(uint32_t value)
 }
 
 // Creating and removing interfaces runs the module's interface events,
-// which read interface blocks.
-void answer_interface_request(ControlClient &client, const ctl::Envelope &env)
+// and the tables' requests name interfaces: all of them read interface blocks.
+void answer_text_request(ControlClient &client, const ctl::Envelope &env,
+                         RequestReply (*carry_out)(const std::string &))
 {
     efrt::rcu::ReadSection reading;
-    const RuntimeReply reply = runtime_interface_request(std::string(env.payload.begin(), env.payload.end()));
+    const RequestReply reply = carry_out(std::string(env.payload.begin(), env.payload.end()));
     answer(client, env.seq, reply.lines, reply.ok ? reply.text : "error: " + reply.text);
 }
 
@@ -154,11 +157,19 @@ void ControlServer::handle(ControlClient &client, const ctl::Envelope &env)
         return;
     }
     if (env.module == ctl::kModuleInterfaceRequest) {
-        answer_interface_request(client, env);
+        answer_text_request(client, env, runtime_interface_request);
         // A client creating and removing interfaces without pause waits
         // here while retired blocks pile up, so that efhost's memory stays
         // flat under any churn.
         efrt::rcu::catch_up(kMaxRetiredBlocks);
+        return;
+    }
+    if (env.module == ctl::kModuleMacRequest) {
+        answer_text_request(client, env, mac_request);
+        return;
+    }
+    if (env.module == ctl::kModuleNeighbourRequest) {
+        answer_text_request(client, env, neighbour_request);
         return;
     }
     answer(client, env.seq, {}, "error: unknown request module " + hex(env.module));

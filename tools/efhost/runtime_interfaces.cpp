@@ -28,8 +28,6 @@ Registry &registry()
     return r;
 }
 
-RuntimeReply refuse(const std::string &why) { return {false, why, {}}; }
-
 bool parse_index(const std::string &text, uint32_t &ifx)
 {
     const char *end = text.data() + text.size();
@@ -37,7 +35,7 @@ bool parse_index(const std::string &text, uint32_t &ifx)
     return ec == std::errc() && p == end && ifx != 0;
 }
 
-RuntimeReply create(uint32_t ifx, const std::string &name)
+RequestReply create(uint32_t ifx, const std::string &name)
 {
     if (name.empty() || name.size() >= LSM_IF_NAME_LEN)
         return refuse("interface name must have 1.." + std::to_string(LSM_IF_NAME_LEN - 1) + " characters");
@@ -56,7 +54,7 @@ RuntimeReply create(uint32_t ifx, const std::string &name)
     return {true, "ok created tunnel interface " + std::to_string(ifx) + " " + name, {}};
 }
 
-RuntimeReply remove(uint32_t ifx)
+RequestReply remove(uint32_t ifx)
 {
     Registry &r = registry();
     std::lock_guard<std::mutex> g(r.lock);
@@ -71,11 +69,11 @@ RuntimeReply remove(uint32_t ifx)
     return {true, "ok removed tunnel interface " + std::to_string(ifx), {}};
 }
 
-RuntimeReply list()
+RequestReply list()
 {
     Registry &r = registry();
     std::lock_guard<std::mutex> g(r.lock);
-    RuntimeReply reply{true, "ok " + std::to_string(r.made.size()) + " run-time tunnel interfaces", {}};
+    RequestReply reply{true, "ok " + std::to_string(r.made.size()) + " run-time tunnel interfaces", {}};
     for (const auto &[ifx, name] : r.made)
         reply.lines.push_back(std::to_string(ifx) + " " + name);
     return reply;
@@ -83,7 +81,7 @@ RuntimeReply list()
 
 }  // namespace
 
-RuntimeReply runtime_interface_request(const std::string &request)
+RequestReply runtime_interface_request(const std::string &request)
 {
     std::istringstream in(request);
     std::string verb, index, name, extra;

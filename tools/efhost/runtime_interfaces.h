@@ -8,13 +8,9 @@
 #include <string>
 #include <vector>
 
-namespace efhost {
+#include "request_reply.h"
 
-struct RuntimeReply {
-    bool ok = false;
-    std::string text;                // "ok ..." or the reason of a refusal
-    std::vector<std::string> lines;  // list: one "IFX NAME" per interface
-};
+namespace efhost {
 
 // Carries out one request text:
 //   create IFX NAME   a tunnel interface; repeating an existing run-time
@@ -23,7 +19,7 @@ struct RuntimeReply {
 //                     accepted, one of the YAML file is refused
 //   list              the run-time tunnel interfaces, by index
 // Safe to call from the control socket's thread while packets flow.
-RuntimeReply runtime_interface_request(const std::string &request);
+RequestReply runtime_interface_request(const std::string &request);
 
 // Forgets the run-time interfaces (efhost's shut-down destroys every
 // interface with the platform).

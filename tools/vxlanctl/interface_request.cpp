@@ -111,6 +111,15 @@ int run_counters_verb(const std::string &socket_path, double timeout_s, std::ost
                         err);
 }
 
+int run_table_verb(const std::string &socket_path, uint32_t module, const std::vector<std::string> &words,
+                   double timeout_s, std::ostream &out, std::ostream &err)
+{
+    std::string text;
+    for (const std::string &w : words)
+        text += (text.empty() ? "" : " ") + w;
+    return print_answer(interface_request(socket_path, text, timeout_s, module), out, err);
+}
+
 int run_interface_verb(const std::string &socket_path, const std::vector<std::string> &args, double timeout_s,
                        std::ostream &out, std::ostream &err)
 {

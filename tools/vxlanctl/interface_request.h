@@ -35,6 +35,11 @@ InterfaceAnswer interface_request(const std::string &socket_path, const std::str
 int run_interface_verb(const std::string &socket_path, const std::vector<std::string> &args, double timeout_s,
                        std::ostream &out, std::ostream &err);
 
+// The mac and suppress verbs: sends the words as one request text to
+// efhost's table request module and prints the listed lines and its status.
+int run_table_verb(const std::string &socket_path, uint32_t module, const std::vector<std::string> &words,
+                   double timeout_s, std::ostream &out, std::ostream &err);
+
 // The counters verb: prints efhost's counters as they are now.
 int run_counters_verb(const std::string &socket_path, double timeout_s, std::ostream &out, std::ostream &err);
 

@@ -73,6 +73,14 @@ int run(int argc, char **argv)
         ->add_option("ARGS", args.words)
         ->required();
     app.add_subcommand("counters", "efhost's counters: ports, pipeline, L3 engine, MAC table");
+    app.add_subcommand("mac", "efhost's MAC table: list [vni V] [mac M] | remote add VNI MAC IFX | "
+                              "remote remove VNI MAC IFX | local [since G]")
+        ->add_option("ARGS", args.words)
+        ->required();
+    app.add_subcommand("suppress", "efhost's neighbour suppression: list [vni V] | remote add VNI IP MAC | "
+                                   "remote remove VNI IP | local [since G] | switch VNI arp|nd on|off | switches")
+        ->add_option("ARGS", args.words)
+        ->required();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -80,6 +88,11 @@ int run(int argc, char **argv)
     }
     if (app.got_subcommand("counters"))
         return run_counters_verb(args.socket, args.timeout, std::cout, std::cerr);
+    if (app.got_subcommand("mac"))
+        return run_table_verb(args.socket, ctl::kModuleMacRequest, args.words, args.timeout, std::cout, std::cerr);
+    if (app.got_subcommand("suppress"))
+        return run_table_verb(args.socket, ctl::kModuleNeighbourRequest, args.words, args.timeout, std::cout,
+                              std::cerr);
     if (app.got_subcommand("tunnel-intf"))
         return run_interface_verb(args.socket, args.words, args.timeout, std::cout, std::cerr);
     std::string error;
