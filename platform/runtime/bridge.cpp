@@ -1,6 +1,6 @@
 // The bridge module (module number 14): a MAC table keyed by bridge domain
-// (VLAN id, or VNI with EF_BRIDGE_KEY_VNI) and MAC, with learned and filtering
-// entries; learned entries age out on the platform clock; port VLANs and VLAN
+// (VLAN id, or VNI with EF_BRIDGE_KEY_VNI) and MAC, with learned, configured,
+// remote and filtering entries; learned entries age out on the platform clock; port VLANs and VLAN
 // membership per interface; the layer-2 protocol frame test. It publishes its
 // services in the efmp registry.
 #include <algorithm>
@@ -68,6 +68,7 @@ struct Bridge {
     std::atomic<size_t> entries{0};
     std::atomic<size_t> capacity{kDefaultMacCapacity};
     std::atomic<uint64_t> refused{0};
+    std::atomic<uint64_t> generation{0};
 };
 
 Bridge g_bridge;
@@ -121,8 +122,11 @@ bool reserve_entry()
     return false;
 }
 
+void count_change() { bridge().generation.fetch_add(1, std::memory_order_relaxed); }
+
 // A learned MAC never replaces a filtering entry; a MAC seen again where it
-// was only has its time refreshed.
+// was only has its time refreshed, and a configured or remote entry seen
+// where it points stays as it is.
 int add_mac(const ef_bridge_mac_req_t *req)
 {
     if (req == nullptr)
@@ -136,10 +140,15 @@ int add_mac(const ef_bridge_mac_req_t *req)
         if (!reserve_entry())
             return -1;
         e = &sh.macs.insert(req->key, mac);
+        count_change();
     } else if (e->filter) {
         return -1;
+    } else if (e->ifindex == req->ifindex && e->kind != efrt::MacKind::Learned) {
+        return 0;
+    } else if (e->ifindex != req->ifindex || e->kind != efrt::MacKind::Learned) {
+        count_change();
     }
-    *e = efrt::MacEntry{req->ifindex, req->vid, false, true, now};
+    *e = efrt::MacEntry{req->ifindex, req->vid, false, efrt::MacKind::Learned, now};
     return 0;
 }
 
@@ -262,7 +271,7 @@ std::vector<BridgeMac> bridge_macs()
     std::vector<BridgeMac> out;
     for_each_shard([&out](const MacTable &macs) {
         macs.for_each([&out](uint64_t domain, uint64_t mac, const MacEntry &e) {
-            BridgeMac m{domain, {}, e.ifindex, e.vid, e.filter};
+            BridgeMac m{domain, {}, e.ifindex, e.vid, e.filter, e.kind, e.seen_ms};
             mac_bytes(mac, m.mac);
             out.push_back(m);
         });
@@ -282,6 +291,8 @@ size_t bridge_mac_count()
 
 uint64_t bridge_mac_refused() { return bridge().refused.load(std::memory_order_relaxed); }
 
+uint64_t bridge_mac_generation() { return bridge().generation.load(std::memory_order_relaxed); }
+
 void bridge_set_mac_capacity(size_t entries) { bridge().capacity.store(entries); }
 
 namespace {
@@ -296,6 +307,9 @@ void set_configured(uint64_t domain, const uint8_t *mac, const MacEntry &entry)
     if (e == nullptr) {
         bridge().entries.fetch_add(1, std::memory_order_relaxed);
         e = &sh.macs.insert(domain, n);
+        count_change();
+    } else if (e->ifindex != entry.ifindex || e->kind != entry.kind || e->filter != entry.filter) {
+        count_change();
     }
     *e = entry;
 }
@@ -304,12 +318,31 @@ void set_configured(uint64_t domain, const uint8_t *mac, const MacEntry &entry)
 
 void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t vid)
 {
-    set_configured(key, mac, MacEntry{ifindex, vid, false, false, 0});
+    set_configured(key, mac, MacEntry{ifindex, vid, false, MacKind::Configured, 0});
 }
 
 void bridge_add_filter(uint64_t key, const uint8_t *mac)
 {
-    set_configured(key, mac, MacEntry{0, 0, true, false, 0});
+    set_configured(key, mac, MacEntry{0, 0, true, MacKind::Configured, 0});
+}
+
+void bridge_add_remote(uint64_t key, const uint8_t *mac, uint32_t ifindex)
+{
+    set_configured(key, mac, MacEntry{ifindex, 0, false, MacKind::Remote, 0});
+}
+
+bool bridge_remove_remote(uint64_t key, const uint8_t *mac, uint32_t ifindex)
+{
+    const uint64_t n = mac_number(mac);
+    Shard &sh = shard_of(key, n);
+    std::lock_guard<efrt::SpinLock> g(sh.lock);
+    const MacEntry *e = sh.macs.find(key, n);
+    if (e == nullptr || e->kind != MacKind::Remote || e->ifindex != ifindex)
+        return false;
+    sh.macs.erase(key, n);
+    bridge().entries.fetch_sub(1, std::memory_order_relaxed);
+    count_change();
+    return true;
 }
 
 void bridge_set_age_time(uint64_t ms) { bridge().age_ms.store(ms); }
@@ -321,9 +354,11 @@ size_t bridge_age_run()
     size_t removed = 0;
     for_each_shard([&](MacTable &macs) {
         removed += macs.erase_if(
-            [&](const MacEntry &e) { return e.learned && now - e.seen_ms >= age; });
+            [&](const MacEntry &e) { return e.kind == MacKind::Learned && now - e.seen_ms >= age; });
     });
     bridge().entries.fetch_sub(removed, std::memory_order_relaxed);
+    if (removed != 0)
+        count_change();
     return removed;
 }
 
@@ -363,6 +398,7 @@ void bridge_reset()
     for_each_shard([](MacTable &macs) { macs.clear(); });
     bridge().entries.store(0);
     bridge().refused.store(0);
+    bridge().generation.store(0);
     bridge().capacity.store(kDefaultMacCapacity);
     bridge().ports.clear();
     bridge().age_ms.store(kDefaultAgeMs);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ef_bridge.h"
+#include "mac_table.h"
 #include "ef_mom.h"
 #include "efmp.h"
 #include "libtq_cap.h"
@@ -101,9 +102,14 @@ struct BridgeMac {
     uint32_t ifindex;
     uint16_t vid;
     bool filter;
+    MacKind kind;
+    uint64_t seen_ms;  // platform clock when last learned
 };
-// Learned and configured MAC entries, ordered by (key, MAC).
+// Learned, configured and remote MAC entries, ordered by (key, MAC).
 std::vector<BridgeMac> bridge_macs();
+// Changes whenever an entry appears, goes, moves to another interface or
+// changes kind; not when a MAC is merely seen again where it was.
+uint64_t bridge_mac_generation();
 // Entries of the MAC table, without listing them.
 size_t bridge_mac_count();
 // Learning stops at the capacity (65536 entries after reset); configured
@@ -112,6 +118,13 @@ void bridge_set_mac_capacity(size_t entries);
 uint64_t bridge_mac_refused();
 void bridge_add_mac(uint64_t key, const uint8_t *mac, uint32_t ifindex, uint16_t vid);
 void bridge_add_filter(uint64_t key, const uint8_t *mac);
+// A remote host's MAC toward a tunnel interface: does not age, and traffic
+// from that tunnel leaves it remote; traffic from anywhere else means the
+// host moved, and learning takes the entry over.
+void bridge_add_remote(uint64_t key, const uint8_t *mac, uint32_t ifindex);
+// Removes the remote entry of the MAC if it still points at ifindex; an
+// entry that has moved, or is learned or configured, stays. True if removed.
+bool bridge_remove_remote(uint64_t key, const uint8_t *mac, uint32_t ifindex);
 // Learned entries older than the age time (300 s after reset) on the
 // platform clock are removed by an ageing run; returns how many went.
 void bridge_set_age_time(uint64_t ms);

@@ -10,11 +10,16 @@
 
 namespace efrt {
 
+// How an entry came to be: learned entries age; configured ones (the
+// platform's own) and remote ones (a control process's, toward a tunnel) do
+// not, and traffic seen where they point leaves them as they are.
+enum class MacKind : uint8_t { Learned, Configured, Remote };
+
 struct MacEntry {
     uint32_t ifindex;
     uint16_t vid;
     bool filter;
-    bool learned;      // learned entries age, configured ones do not
+    MacKind kind;
     uint64_t seen_ms;  // platform clock when last learned
 };
 
@@ -48,6 +53,8 @@ public:
     {
         return table_.erase_if([&drop](const Key &, const MacEntry &e) { return drop(e); });
     }
+
+    bool erase(uint64_t domain, uint64_t mac) { return table_.erase(Key{domain, mac}); }
 
     size_t size() const { return table_.size(); }
     void clear() { table_.clear(); }

@@ -129,6 +129,104 @@ TEST_F(PlatformBridgeTest, LearnedMacsAgeOutAndConfiguredOnesStay)
     EXPECT_EQ(out.ifindex, 3u);
 }
 
+TEST_F(PlatformBridgeTest, RemoteEntryStaysRemoteUnderTrafficFromItsTunnelAndMovesWithTheHost)
+{
+    auto add = service<ef_bridge_add_mac_fn>(EF_BRIDGE_SERV_ADD_MAC);
+    auto lookup = service<ef_bridge_mac_lookup_fn>(EF_BRIDGE_SERV_MAC_LOOKUP);
+    constexpr uint64_t kKey = EF_BRIDGE_KEY_VNI | 100;
+    efrt::bridge_add_remote(kKey, kMac, 1001);
+    ef_bridge_mac_req_t req{};
+    std::memcpy(req.mac, kMac, 6);
+    req.key = kKey;
+    req.ifindex = 1001;  // the tunnel the route names
+    ASSERT_EQ(add(&req), 0);
+    auto macs = efrt::bridge_macs();
+    ASSERT_EQ(macs.size(), 1u);
+    EXPECT_EQ(macs[0].kind, efrt::MacKind::Remote);
+    EXPECT_EQ(macs[0].ifindex, 1001u);
+
+    req.ifindex = 3;  // the host now sends from an access port
+    req.vid = 10;
+    ASSERT_EQ(add(&req), 0);
+    macs = efrt::bridge_macs();
+    ASSERT_EQ(macs.size(), 1u);
+    EXPECT_EQ(macs[0].kind, efrt::MacKind::Learned);
+    ef_bridge_mac_out_t out{};
+    EXPECT_EQ(lookup(3, kKey, kMac, &out), EF_BRIDGE_MAC_FOUND);
+    EXPECT_EQ(out.ifindex, 3u);
+    EXPECT_EQ(out.vid, 10);
+
+    // The withdrawal of the old route comes after the move: the host stays.
+    EXPECT_FALSE(efrt::bridge_remove_remote(kKey, kMac, 1001));
+    EXPECT_EQ(lookup(3, kKey, kMac, &out), EF_BRIDGE_MAC_FOUND);
+    EXPECT_EQ(out.ifindex, 3u);
+}
+
+TEST_F(PlatformBridgeTest, RemoteEntryNeverAgesAndGoesWhenWithdrawnTowardItsTunnel)
+{
+    auto lookup = service<ef_bridge_mac_lookup_fn>(EF_BRIDGE_SERV_MAC_LOOKUP);
+    constexpr uint64_t kKey = EF_BRIDGE_KEY_VNI | 100;
+    efrt::bridge_set_age_time(1000);
+    efrt::bridge_add_remote(kKey, kMac, 1001);
+    efrt::clock_advance(5000);
+    EXPECT_EQ(efrt::bridge_age_run(), 0u);
+    ef_bridge_mac_out_t out{};
+    ASSERT_EQ(lookup(3, kKey, kMac, &out), EF_BRIDGE_MAC_FOUND);
+    EXPECT_EQ(out.ifindex, 1001u);
+    EXPECT_EQ(out.vid, 0);
+    EXPECT_FALSE(efrt::bridge_remove_remote(kKey, kMac, 1002));  // another tunnel's withdrawal
+    EXPECT_FALSE(efrt::bridge_remove_remote(EF_BRIDGE_KEY_VNI | 200, kMac, 1001));
+    EXPECT_EQ(efrt::bridge_mac_count(), 1u);
+    EXPECT_TRUE(efrt::bridge_remove_remote(kKey, kMac, 1001));
+    EXPECT_EQ(lookup(3, kKey, kMac, &out), EF_BRIDGE_MAC_NOT_FOUND);
+    EXPECT_EQ(efrt::bridge_mac_count(), 0u);
+}
+
+TEST_F(PlatformBridgeTest, ConfiguredEntryStaysConfiguredUnderTrafficWhereItPoints)
+{
+    auto add = service<ef_bridge_add_mac_fn>(EF_BRIDGE_SERV_ADD_MAC);
+    efrt::bridge_add_mac(10, kMac, 3, 10);
+    efrt::bridge_set_age_time(1000);
+    ef_bridge_mac_req_t req{};
+    std::memcpy(req.mac, kMac, 6);
+    req.key = 10;
+    req.ifindex = 3;
+    ASSERT_EQ(add(&req), 0);
+    efrt::clock_advance(2000);
+    EXPECT_EQ(efrt::bridge_age_run(), 0u);
+    const auto macs = efrt::bridge_macs();
+    ASSERT_EQ(macs.size(), 1u);
+    EXPECT_EQ(macs[0].kind, efrt::MacKind::Configured);
+}
+
+TEST_F(PlatformBridgeTest, GenerationCountsNewMovedRemovedAndAgedEntriesButNotRefreshes)
+{
+    auto add = service<ef_bridge_add_mac_fn>(EF_BRIDGE_SERV_ADD_MAC);
+    efrt::bridge_set_age_time(1000);
+    ef_bridge_mac_req_t req{};
+    std::memcpy(req.mac, kMac, 6);
+    req.key = EF_BRIDGE_KEY_VNI | 100;
+    req.ifindex = 3;
+    uint64_t g = efrt::bridge_mac_generation();
+    ASSERT_EQ(add(&req), 0);
+    EXPECT_EQ(efrt::bridge_mac_generation(), g + 1);  // new
+    ASSERT_EQ(add(&req), 0);
+    EXPECT_EQ(efrt::bridge_mac_generation(), g + 1);  // seen again where it was
+    req.ifindex = 4;
+    ASSERT_EQ(add(&req), 0);
+    EXPECT_EQ(efrt::bridge_mac_generation(), g + 2);  // moved
+    efrt::bridge_add_remote(req.key, kMac, 1001);
+    EXPECT_EQ(efrt::bridge_mac_generation(), g + 3);  // became remote
+    efrt::bridge_add_remote(req.key, kMac, 1001);
+    EXPECT_EQ(efrt::bridge_mac_generation(), g + 3);  // the same route again
+    EXPECT_TRUE(efrt::bridge_remove_remote(req.key, kMac, 1001));
+    EXPECT_EQ(efrt::bridge_mac_generation(), g + 4);
+    ASSERT_EQ(add(&req), 0);
+    efrt::clock_advance(1000);
+    ASSERT_EQ(efrt::bridge_age_run(), 1u);
+    EXPECT_EQ(efrt::bridge_mac_generation(), g + 6);  // learned, then aged out
+}
+
 TEST_F(PlatformBridgeTest, ServicesCanBeWithdrawnAndPublishedAgain)
 {
     for (uint32_t n : {4u, 8u, 20u, 22u, 25u}) {

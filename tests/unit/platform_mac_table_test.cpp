@@ -39,7 +39,7 @@ TEST(MacTableTest, EveryKeyIsFoundAfterRandomInsertionsAndRemovals)
         for (int i = 0; i < 40; ++i) {
             const Key key{rng() % 4, rng() % 512};
             const auto ifindex = static_cast<uint32_t>(rng() % 1000);
-            table.find_or_insert(key.first, key.second) = efrt::MacEntry{ifindex, 0, false, true, 0};
+            table.find_or_insert(key.first, key.second) = efrt::MacEntry{ifindex, 0, false, efrt::MacKind::Learned, 0};
             model[key] = ifindex;
         }
         const uint32_t cut = static_cast<uint32_t>(rng() % 1000);
