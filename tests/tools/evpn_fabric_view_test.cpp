@@ -177,7 +177,7 @@ TEST(EvpnFabricView, KernelChangesAreLoggedPerVni)
     KernelState after{{100, vni_on("10.0.0.1", 10, {"10.0.0.2"})}, {300, vni_on("10.0.0.1", std::nullopt, {})}};
     EXPECT_EQ(describe_change(before, after),
               (std::vector<std::string>{
-                  "kernel: VNI 300 on vxlan, local 10.0.0.1, no VLAN, flood to nobody, 0 remote MACs",
+                  "kernel: VNI 300 on vxlan, local 10.0.0.1, no VLAN, flood to nobody, 0 remote MACs, 0 remote IPs",
                   "kernel: VNI 200 gone (vxlan)"}));
 }
 

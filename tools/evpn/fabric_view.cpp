@@ -43,6 +43,21 @@ vxlanctl::Tlv vtep_tlv(uint32_t ifx, const TunnelKey &key, int64_t oper)
         .tlv();
 }
 
+// Both switches go together: a VXLAN device has one neigh_suppress flag.
+void suppress_tlvs(uint32_t vni, bool on, std::vector<vxlanctl::Tlv> &tlvs)
+{
+    for (uint16_t type : {vxlanctl::kSetVniArpSuppress, vxlanctl::kSetVniNdSuppress})
+        tlvs.push_back(TlvWriter(type).number("vni", vni).number("enable", on ? 1 : 0).tlv());
+}
+
+// The follower's own writes are not news of the fabric.
+bool same_but_own_entries(KernelVni a, KernelVni b)
+{
+    a.own_macs = b.own_macs;
+    a.own_ips = b.own_ips;
+    return a == b;
+}
+
 std::string vlan_text(const std::optional<uint16_t> &vlan)
 {
     return vlan ? "VLAN " + std::to_string(*vlan) : "no VLAN";
@@ -73,6 +88,8 @@ ModuleView module_view(const KernelState &kernel)
     ModuleView view;
     for (const auto &[vni, k] : kernel) {
         view.vnis[vni] = k.vlan;
+        if (k.suppress)
+            view.suppressed.insert(vni);
         if (k.local.empty())
             continue;
         for (const std::string &remote : k.flood)
@@ -133,6 +150,8 @@ vxlanctl::ApplyConfig apply_config(const ModuleView &view, TunnelIndexes &indexe
         v.vni = vni;
         if (vlan)
             v.vlans.push_back(*vlan);
+        if (view.suppressed.contains(vni))
+            v.arp_suppress = v.nd_suppress = true;
         config.vnis.push_back(v);
     }
     for (const auto &[key, vnis] : view.tunnels) {
@@ -165,6 +184,13 @@ Change change(const ModuleView &from, const ModuleView &to, TunnelIndexes &index
                 c.tlvs.push_back(vlan_tlv(vni, *vlan, kAdd));
             c.log.push_back("VNI " + std::to_string(vni) + " moved from " + vlan_text(old->second) + " to " +
                             vlan_text(vlan));
+        }
+    }
+    for (const auto &[vni, vlan] : to.vnis) {
+        const bool on = to.suppressed.contains(vni);
+        if (on != from.suppressed.contains(vni) && (on || from.vnis.contains(vni))) {
+            suppress_tlvs(vni, on, c.tlvs);
+            c.log.push_back("VNI " + std::to_string(vni) + " ARP and ND suppression " + (on ? "on" : "off"));
         }
     }
     // New tunnels, then the associations they gain.
@@ -218,7 +244,7 @@ std::vector<std::string> describe_change(const KernelState &from, const KernelSt
     std::vector<std::string> lines;
     for (const auto &[vni, k] : to) {
         auto old = from.find(vni);
-        if (old != from.end() && old->second == k)
+        if (old != from.end() && same_but_own_entries(old->second, k))
             continue;
         std::string line = "kernel: VNI " + std::to_string(vni) + " on " + k.device + ", local " +
                            (k.local.empty() ? "none" : k.local) + ", " + vlan_text(k.vlan) + ", flood to";
@@ -226,7 +252,10 @@ std::vector<std::string> describe_change(const KernelState &from, const KernelSt
             line += " nobody";
         for (const std::string &r : k.flood)
             line += " " + r;
-        line += ", " + std::to_string(k.remote_macs) + " remote MACs";
+        line += ", " + std::to_string(k.remote_macs.size()) + " remote MACs, " +
+                std::to_string(k.remote_ips.size()) + " remote IPs";
+        if (k.suppress)
+            line += ", suppression on";
         lines.push_back(line);
     }
     for (const auto &[vni, k] : from)

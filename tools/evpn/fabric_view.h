@@ -26,7 +26,15 @@ struct KernelVni {
     std::string local;              // its local (VTEP) address, as text
     std::optional<uint16_t> vlan;   // from the device's alias "vlan=N"
     std::set<std::string> flood;    // remote VTEPs: all-zero-MAC FDB entries
-    size_t remote_macs = 0;         // FDB entries of remote MACs (type-2)
+    std::map<std::string, std::string> remote_macs;  // MAC -> remote VTEP (type-2)
+    std::map<std::string, std::string> remote_ips;   // IP -> MAC (type-2 MAC/IP)
+    bool suppress = false;          // the device's neigh_suppress
+    int bridge = 0;                 // interface index of the VNI's bridge
+    int local_port = 0;             // of its port "localVNI", where efhost's MACs go
+    // What the follower itself wrote there for efhost's hosts: static FDB
+    // entries on the local port, never-probed neighbours on the bridge.
+    std::set<std::string> own_macs;
+    std::map<std::string, std::string> own_ips;  // IP -> MAC
     bool operator==(const KernelVni &) const = default;
 };
 using KernelState = std::map<uint32_t, KernelVni>;
@@ -39,6 +47,7 @@ using TunnelKey = std::pair<std::string, std::string>;  // local, remote
 
 struct ModuleView {
     std::map<uint32_t, std::optional<uint16_t>> vnis;    // VNI -> its VLAN
+    std::set<uint32_t> suppressed;                       // VNIs with ARP and ND suppression on
     std::map<TunnelKey, std::set<uint32_t>> tunnels;     // tunnel -> VNIs it carries
     bool operator==(const ModuleView &) const = default;
 };
@@ -55,6 +64,12 @@ public:
     explicit TunnelIndexes(uint32_t base) : base_(base) {}
     // Index of a tunnel, allocated when new.
     uint32_t index(const TunnelKey &key);
+    // Index of a tunnel that has one, without allocating.
+    std::optional<uint32_t> find(const TunnelKey &key) const
+    {
+        auto it = by_key_.find(key);
+        return it == by_key_.end() ? std::nullopt : std::optional<uint32_t>(it->second);
+    }
     // Takes over an interface that efhost already has (from its list):
     // remembered for the next tunnel to that remote VTEP.
     void adopt(uint32_t ifx, const std::string &name);
@@ -71,7 +86,7 @@ private:
 };
 
 // The apply configuration of a full resynchronisation to the view: every
-// VNI with its VLAN, every tunnel with remote MAC learning on (the module
+// VNI with its VLAN and suppression, every tunnel with remote MAC learning on (the module
 // learns remote MACs from the packets it decapsulates).
 vxlanctl::ApplyConfig apply_config(const ModuleView &view, TunnelIndexes &indexes);
 

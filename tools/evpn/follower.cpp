@@ -4,11 +4,11 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <cstdio>
-#include <ctime>
 #include <sstream>
 #include <thread>
 
+#include "ctl_wire.h"
+#include "follower_log.h"
 #include "interface_request.h"
 #include "request.h"
 #include "session.h"
@@ -20,24 +20,9 @@ namespace {
 
 constexpr int kRetryMs = 500;
 
-std::string now_text()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_REALTIME, &ts);
-    tm t{};
-    gmtime_r(&ts.tv_sec, &t);
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%03ld", t.tm_hour, t.tm_min, t.tm_sec, ts.tv_nsec / 1000000);
-    return buf;
-}
-
 }  // namespace
 
-void Follower::log(const std::string &line) const
-{
-    std::printf("evpn-follower %s %s\n", now_text().c_str(), line.c_str());
-    std::fflush(stdout);
-}
+void Follower::log(const std::string &line) const { follower_log(line); }
 
 bool Follower::efhost_changed()
 {
@@ -158,6 +143,51 @@ bool Follower::incremental(const ModuleView &view)
     return true;
 }
 
+bool Follower::send_text(uint32_t module, const std::string &text)
+{
+    const auto answer = vxlanctl::interface_request(options_.socket, text, options_.timeout_s, module);
+    if (!answer.ok)
+        log("efhost: '" + text + "' failed: " + (answer.status.empty() ? answer.error : answer.status));
+    return answer.ok;
+}
+
+bool Follower::read_host_tables(HostTables &out)
+{
+    const auto macs = vxlanctl::interface_request(options_.socket, "list", options_.timeout_s, ctl::kModuleMacRequest);
+    const auto bindings =
+        vxlanctl::interface_request(options_.socket, "list", options_.timeout_s, ctl::kModuleNeighbourRequest);
+    const auto switches =
+        vxlanctl::interface_request(options_.socket, "switches", options_.timeout_s, ctl::kModuleNeighbourRequest);
+    if (!macs.ok || !bindings.ok || !switches.ok) {
+        log("efhost: cannot list its MAC and suppression tables");
+        return false;
+    }
+    out = host_tables_from_listing(macs.lines, bindings.lines, switches.lines);
+    return true;
+}
+
+bool Follower::sync_host_tables(const KernelState &kernel)
+{
+    const HostTables wanted = host_tables(kernel, indexes_);
+    HostTables held;
+    if (applied_host_)
+        held = *applied_host_;
+    else if (!read_host_tables(held))
+        return false;
+    const HostChange c = host_change(held, wanted);
+    applied_host_.reset();
+    for (const std::string &text : c.mac)
+        if (!send_text(ctl::kModuleMacRequest, text))
+            return false;
+    for (const std::string &text : c.neighbour)
+        if (!send_text(ctl::kModuleNeighbourRequest, text))
+            return false;
+    for (const std::string &line : c.log)
+        log(line);
+    applied_host_ = wanted;
+    return true;
+}
+
 int Follower::run(const std::atomic<bool> &stop)
 {
     std::string error;
@@ -166,6 +196,10 @@ int Follower::run(const std::atomic<bool> &stop)
         return 1;
     }
     log("following the kernel's EVPN state for efhost at " + options_.socket);
+    if (!mirror_.start(error)) {
+        log(error);
+        return 1;
+    }
     bool first_read = true;
     while (!stop.load()) {
         KernelState kernel;
@@ -194,9 +228,15 @@ int Follower::run(const std::atomic<bool> &stop)
                 applied_ = view;
             else
                 applied_.reset();  // unknown: the next round resynchronises in full
+            if (restarted || !done)
+                applied_host_.reset();
+            if (done)
+                done = sync_host_tables(kernel);
         }
+        mirror_.follow(kernel);
         kernel_.wait_event(done && !efhost_gone_ ? options_.poll_ms : kRetryMs);
     }
+    mirror_.stop();
     log("stopping; the module keeps its configuration");
     return 0;
 }

@@ -11,7 +11,9 @@
 #include <sys/types.h>
 
 #include "fabric_view.h"
+#include "host_tables.h"
 #include "kernel_reader.h"
+#include "local_mirror.h"
 
 namespace evpn {
 
@@ -20,17 +22,27 @@ struct FollowerOptions {
     uint32_t tunnel_base = 1000; // first interface index of the tunnels
     double timeout_s = 10;       // efhost's answer
     int poll_ms = 1000;          // re-read the kernel at least this often
+    int local_poll_ms = 200;     // ask efhost for its own hosts this often
 };
 
 class Follower {
 public:
-    explicit Follower(FollowerOptions options) : options_(std::move(options)), indexes_(options_.tunnel_base) {}
+    explicit Follower(FollowerOptions options)
+        : options_(std::move(options)), indexes_(options_.tunnel_base),
+          mirror_(options_.socket, options_.timeout_s, options_.local_poll_ms)
+    {
+    }
     // Runs until stop becomes true; 0, or 1 when netlink cannot be opened.
     int run(const std::atomic<bool> &stop);
 
 private:
     bool full_resync(const ModuleView &view);
     bool incremental(const ModuleView &view);
+    // Brings efhost's remote MACs, remote bindings and suppression switches
+    // to what the kernel holds; false when efhost could not be told.
+    bool sync_host_tables(const KernelState &kernel);
+    bool read_host_tables(HostTables &out);
+    bool send_text(uint32_t module, const std::string &text);
     bool send_tlvs(const std::vector<vxlanctl::Tlv> &tlvs, bool until_data_ready);
     bool create_interface(uint32_t ifx, const std::string &name);
     void remove_interface(uint32_t ifx);
@@ -44,6 +56,8 @@ private:
     TunnelIndexes indexes_;
     KernelState last_kernel_;
     std::optional<ModuleView> applied_;  // what the module holds; none = unknown
+    std::optional<HostTables> applied_host_;  // what efhost's tables hold; none = unknown
+    LocalMirror mirror_;
     ino_t socket_inode_ = 0;
     int64_t socket_ctime_ns_ = 0;
     bool efhost_gone_ = false;

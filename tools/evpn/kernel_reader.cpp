@@ -14,6 +14,8 @@
 #include <netlink/route/neighbour.h>
 #include <poll.h>
 
+#include <cstdio>
+#include <fstream>
 #include <map>
 #include <memory>
 
@@ -102,18 +104,44 @@ bool KernelReader::open(std::string &error)
     return true;
 }
 
-bool KernelReader::read(KernelState &out, std::string &error)
+namespace {
+
+std::string mac_text(nl_addr *mac)
 {
-    out.clear();
+    if (mac == nullptr || nl_addr_get_len(mac) != 6)
+        return {};
+    const auto *b = static_cast<const uint8_t *>(nl_addr_get_binary_addr(mac));
+    char text[18];
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4], b[5]);
+    return text;
+}
+
+// The bridge port flag has no libnl accessor; sysfs shows it for the
+// network namespace the follower runs in.
+bool neigh_suppress_on(const std::string &device)
+{
+    std::ifstream in("/sys/class/net/" + device + "/brport/neigh_suppress");
+    int value = 0;
+    return in >> value && value != 0;
+}
+
+bool dump_links(nl_sock *sock, Cache &links, std::string &error)
+{
     nl_cache *raw = nullptr;
-    int rc = rtnl_link_alloc_cache(dump_, AF_UNSPEC, &raw);
+    const int rc = rtnl_link_alloc_cache(sock, AF_UNSPEC, &raw);
     if (rc < 0) {
         error = std::string("netlink link dump: ") + nl_geterror(rc);
         return false;
     }
-    Cache links(raw);
-    std::map<int, uint32_t> vni_by_ifindex;
-    for (nl_object *o = nl_cache_get_first(links.get()); o != nullptr; o = nl_cache_get_next(o)) {
+    links.reset(raw);
+    return true;
+}
+
+// The VXLAN devices that are up, with their bridge and its local port.
+void read_devices(nl_cache *links, KernelState &out, std::map<int, uint32_t> &vni_by_device)
+{
+    std::map<int, uint32_t> vni_by_bridge;
+    for (nl_object *o = nl_cache_get_first(links); o != nullptr; o = nl_cache_get_next(o)) {
         auto *link = reinterpret_cast<rtnl_link *>(o);
         uint32_t vni = 0;
         if (!rtnl_link_is_vxlan(link) || rtnl_link_vxlan_get_id(link, &vni) < 0)
@@ -130,40 +158,121 @@ bool KernelReader::read(KernelState &out, std::string &error)
         }
         if (const char *alias = rtnl_link_get_ifalias(link))
             k.vlan = vlan_from_alias(alias);
-        vni_by_ifindex[rtnl_link_get_ifindex(link)] = vni;
+        k.suppress = neigh_suppress_on(k.device);
+        k.bridge = rtnl_link_get_master(link);
+        if (k.bridge != 0)
+            vni_by_bridge[k.bridge] = vni;
+        vni_by_device[rtnl_link_get_ifindex(link)] = vni;
         out[vni] = k;
     }
+    for (nl_object *o = nl_cache_get_first(links); o != nullptr; o = nl_cache_get_next(o)) {
+        auto *link = reinterpret_cast<rtnl_link *>(o);
+        auto vni = vni_by_bridge.find(rtnl_link_get_master(link));
+        if (vni != vni_by_bridge.end() && rtnl_link_get_name(link) == "local" + std::to_string(vni->second))
+            out[vni->second].local_port = rtnl_link_get_ifindex(link);
+    }
+}
 
-    // The bridge FDB is dumped with family AF_BRIDGE only: libnl's neighbour
-    // dump of all families leaves the VXLAN devices' own entries out.
-    raw = nullptr;
-    rc = nl_cache_alloc_name("route/neigh", &raw);
-    if (rc == 0)
-        rc = request_fdb_dump(dump_);
-    if (rc >= 0)
-        rc = nl_cache_pickup(dump_, raw);
+// The bridge FDB is dumped with family AF_BRIDGE only: libnl's neighbour
+// dump of all families leaves the VXLAN devices' own entries out.
+bool dump_neighbours(nl_sock *sock, int family, Cache &neighbours, std::string &error)
+{
+    nl_cache *raw = nullptr;
+    int rc = 0;
+    if (family == AF_BRIDGE) {
+        rc = nl_cache_alloc_name("route/neigh", &raw);
+        if (rc == 0)
+            rc = request_fdb_dump(sock);
+        if (rc >= 0)
+            rc = nl_cache_pickup(sock, raw);
+    } else {
+        rc = rtnl_neigh_alloc_cache(sock, &raw);
+    }
     if (rc < 0) {
         if (raw != nullptr)
             nl_cache_free(raw);
         error = std::string("netlink neighbour dump: ") + nl_geterror(rc);
         return false;
     }
-    Cache neighbours(raw);
-    for (nl_object *o = nl_cache_get_first(neighbours.get()); o != nullptr; o = nl_cache_get_next(o)) {
+    neighbours.reset(raw);
+    return true;
+}
+
+std::map<int, uint32_t> vni_by(const KernelState &state, int KernelVni::*field)
+{
+    std::map<int, uint32_t> by;
+    for (const auto &[vni, k] : state)
+        if (k.*field != 0)
+            by[k.*field] = vni;
+    return by;
+}
+
+// The static entries on a VNI's local port: the follower's own.
+void read_own_fdb(rtnl_neigh *n, const std::map<int, uint32_t> &vni_by_port, KernelState &out)
+{
+    auto vni = vni_by_port.find(rtnl_neigh_get_ifindex(n));
+    if (vni != vni_by_port.end() && (rtnl_neigh_get_state(n) & NUD_NOARP) != 0)
+        out[vni->second].own_macs.insert(mac_text(rtnl_neigh_get_lladdr(n)));
+}
+
+// The flood list and the remote MACs zebra installed on the VXLAN devices.
+void read_fdb(nl_cache *fdb, const std::map<int, uint32_t> &vni_by_device, KernelState &out)
+{
+    const std::map<int, uint32_t> vni_by_port = vni_by(out, &KernelVni::local_port);
+    for (nl_object *o = nl_cache_get_first(fdb); o != nullptr; o = nl_cache_get_next(o)) {
         auto *n = reinterpret_cast<rtnl_neigh *>(o);
         if (rtnl_neigh_get_family(n) != AF_BRIDGE)
             continue;
-        auto vni = vni_by_ifindex.find(rtnl_neigh_get_ifindex(n));
-        if (vni == vni_by_ifindex.end())
+        read_own_fdb(n, vni_by_port, out);
+        auto vni = vni_by_device.find(rtnl_neigh_get_ifindex(n));
+        if (vni == vni_by_device.end())
             continue;
         const std::string remote = address_text(rtnl_neigh_get_dst(n));
         if (remote.empty())
             continue;
         if (all_zero_mac(rtnl_neigh_get_lladdr(n)))
             out[vni->second].flood.insert(remote);
-        else
-            ++out[vni->second].remote_macs;
+        else if ((rtnl_neigh_get_flags(n) & NTF_EXT_LEARNED) != 0)
+            out[vni->second].remote_macs[mac_text(rtnl_neigh_get_lladdr(n))] = remote;
     }
+}
+
+// The remote IP bindings zebra installed on the VNIs' bridges, and the
+// follower's own (never probed, not learned from outside).
+void read_ip_bindings(nl_cache *neighbours, KernelState &out)
+{
+    const std::map<int, uint32_t> vni_by_bridge = vni_by(out, &KernelVni::bridge);
+    for (nl_object *o = nl_cache_get_first(neighbours); o != nullptr; o = nl_cache_get_next(o)) {
+        auto *n = reinterpret_cast<rtnl_neigh *>(o);
+        const int family = rtnl_neigh_get_family(n);
+        auto vni = vni_by_bridge.find(rtnl_neigh_get_ifindex(n));
+        if ((family != AF_INET && family != AF_INET6) || vni == vni_by_bridge.end())
+            continue;
+        const std::string ip = address_text(rtnl_neigh_get_dst(n));
+        const std::string mac = mac_text(rtnl_neigh_get_lladdr(n));
+        if (ip.empty() || mac.empty())
+            continue;
+        if ((rtnl_neigh_get_flags(n) & NTF_EXT_LEARNED) != 0)
+            out[vni->second].remote_ips[ip] = mac;
+        else if ((rtnl_neigh_get_state(n) & NUD_NOARP) != 0)
+            out[vni->second].own_ips[ip] = mac;
+    }
+}
+
+}  // namespace
+
+bool KernelReader::read(KernelState &out, std::string &error)
+{
+    out.clear();
+    Cache links, fdb, neighbours;
+    std::map<int, uint32_t> vni_by_device;
+    if (!dump_links(dump_, links, error))
+        return false;
+    read_devices(links.get(), out, vni_by_device);
+    if (!dump_neighbours(dump_, AF_BRIDGE, fdb, error) || !dump_neighbours(dump_, AF_UNSPEC, neighbours, error))
+        return false;
+    read_fdb(fdb.get(), vni_by_device, out);
+    read_ip_bindings(neighbours.get(), out);
     return true;
 }
 
