@@ -11,7 +11,9 @@
 #    +-----------+-----------+------------+---------+---- [ul: underlay bridge]
 #  c1/c2: FRR + evpn-follower, vxlanN local = .1/.2 (efhost's VTEP address)
 #
-# VNI 100 = VLAN 10, hosts 192.168.50.1-3; VNI 200 = VLAN 20, .11-13;
+# hm: h1a's twin behind k3 (same MAC and IP), for a host that moves.
+#
+# VNI 100 = VLAN 10 with ARP and ND suppression, hosts 192.168.50.1-3; VNI 200 = VLAN 20, .11-13;
 # VNI 300 = VLAN 30, .21-23 (on e2 and k3 from the start, added to e1 later).
 # Underlay 10.99.0.0/24. FRR 8.4 (Debian 12) handles IPv4 VTEP addresses only.
 # EFHOST, VXLANCTL and EVPN_FOLLOWER name the binaries.
@@ -24,7 +26,7 @@ NODE_SH=$HERE/../../scripts/evpn-node.sh
 NS_UL=$E2E_PREFIX-ul
 NODES="e1 e2"
 HOSTS="h1a h1b h1c h2a h2b h2c h3a h3b h3c"
-ALL_NS="$NS_UL $E2E_PREFIX-e1 $E2E_PREFIX-c1 $E2E_PREFIX-e2 $E2E_PREFIX-c2 $E2E_PREFIX-k3"
+ALL_NS="$NS_UL $E2E_PREFIX-e1 $E2E_PREFIX-c1 $E2E_PREFIX-e2 $E2E_PREFIX-c2 $E2E_PREFIX-k3 $E2E_PREFIX-hm"
 for h in $HOSTS; do ALL_NS="$ALL_NS $E2E_PREFIX-$h"; done
 declare -A PIDS=()
 ns() { echo "$E2E_PREFIX-$1"; }
@@ -79,7 +81,7 @@ router-id 10.99.0.11
 timers 3 9
 peer 10.99.0.12
 peer 10.99.0.3
-vni 100 vlan 10
+vni 100 vlan 10 suppress
 vni 200 vlan 20
 CONF
     [ "$vni300_on_e1" = yes ] && echo "vni 300 vlan 30" >> "$E2E_DIR/e1.conf"
@@ -89,7 +91,7 @@ router-id 10.99.0.12
 timers 3 9
 peer 10.99.0.11
 peer 10.99.0.3
-vni 100 vlan 10
+vni 100 vlan 10 suppress
 vni 200 vlan 20
 vni 300 vlan 30
 CONF
@@ -99,7 +101,7 @@ vtep 10.99.0.3
 timers 3 9
 peer 10.99.0.11
 peer 10.99.0.12
-vni 100 port hport100
+vni 100 port hport100 suppress
 vni 200 port hport200
 vni 300 port hport300
 CONF
@@ -245,6 +247,77 @@ vni_has_tunnel() {   # node vni address: the VNI's adjacency list names the addr
         END { exit !found }'
 }
 
+host_mac() { ip -n "$(ns "$1")" -br link show eth0 | awk '{print $3}'; }
+vtysh_k3() { in_ns "$(ns k3)" vtysh --vty_socket "$E2E_DIR/frr-k3" -c "$1"; }
+counters() { "$VXLANCTL" --socket "$E2E_DIR/$1.sock" counters; }
+mac_list() { "$VXLANCTL" --socket "$E2E_DIR/$1.sock" mac list "${@:2}"; }
+
+# k3's BGP table holds both type-2 routes of a host: its MAC, and its MAC with its IP.
+k3_has_type2() {   # mac ip
+    local routes
+    routes=$(vtysh_k3 "show bgp l2vpn evpn route type macip")
+    echo "$routes" | grep -qF "[48]:[$1]:[32]:[$2]" && echo "$routes" | grep -qE "\[48\]:\[$1\]\s*$"
+}
+mac_kind_is() { mac_list "$1" mac "$2" | grep -qE "^$2 .* $3 "; }
+mac_absent() { mac_list "$1" mac "$2" | grep -q "ok 0 MAC entries"; }
+
+# Counts frames of a kind arriving at a device while the caller sends.
+start_count() {   # file namespace device seconds kind [target]
+    local file=$1 namespace=$2
+    shift 2
+    ip netns exec "$namespace" python3 "$HERE/count_frames.py" "$@" > "$file" 2>&1 &
+    COUNT_PID=$!
+    for _ in $(seq 50); do grep -q ready "$file" && return 0; sleep 0.1; done
+    fail "count_frames.py did not start: $(cat "$file")"
+}
+end_count() { wait "$COUNT_PID"; tail -1 "$1"; }
+
+# 1,000 datagrams from one host to another; the VXLAN copies that reach a
+# third VTEP's underlay port meanwhile are flooding of known unicast.
+no_copies_at() {   # from to third-node
+    local file=$E2E_DIR/count-$1-$2 copies
+    start_count "$file" "$(ns "$3")" ul0 2.5 vxlan
+    in_ns "$(ns "$1")" python3 "$HERE/udp_stream.py" "$(host_ip "$2")" 9 64 1000 1 >/dev/null
+    copies=$(end_count "$file")
+    echo "FLOODED COPIES: $copies at $3 for 1000 datagrams $1 -> $2"
+    [ "$copies" = 0 ] || fail "$copies copies of unicast $1 -> $2 reached $3"
+}
+
+# No ARP request for the target reaches it while the asker pings it: the
+# asker's own VTEP answered.
+answered_locally() {   # asker target
+    local file=$E2E_DIR/arp-$1-$2 seen
+    in_ns "$(ns "$1")" ip neigh flush all
+    start_count "$file" "$(ns "$2")" eth0 2 arp-request "$(host_ip "$2")"
+    ping_ok "$(ns "$1")" "$(host_ip "$2")" 1 | sed "s/^/$1 -> $2: /"
+    [ "${PIPESTATUS[0]}" = 0 ] || fail "$1 cannot reach $2 with ARP suppression on"
+    seen=$(end_count "$file")
+    echo "ARP requests for $2 that reached it: $seen"
+    [ "$seen" = 0 ] || fail "$seen ARP requests from $1 crossed the underlay to $2"
+}
+
+# h1a's twin behind k3, down until h1a moves there.
+twin_create() {
+    link "$(ns hm)" eth0 "$(ns k3)" hportm
+    ip -n "$(ns k3)" link set hportm master br100 up
+    ip -n "$(ns hm)" link set dev eth0 address "$(host_mac h1a)"
+    ip -n "$(ns hm)" link set dev eth0 mtu 1450
+    ip -n "$(ns hm)" addr add "$(host_ip h1a)/24" dev eth0
+    ip -n "$(ns hm)" link set up dev lo
+}
+
+# The host leaves one place and speaks from the other, as a moved virtual
+# machine announces itself; h2a then reaches it there.
+move_host() {   # from-ns to-ns label
+    local t
+    ip -n "$1" link set dev eth0 down
+    ip -n "$2" link set dev eth0 up
+    t=$(now_ms)
+    in_ns "$2" ping -c 1 -W 1 "$(host_ip h2a)" >/dev/null 2>&1 || true
+    wait_for "h2a reaches h1a $3" 10 pings h2a "$(host_ip h1a)" || fail "h2a cannot reach h1a $3"
+    echo "MOVE: $(( $(now_ms) - t )) ms until h1a is reached $3"
+}
+
 require_evpn_facilities
 topo_create_evpn
 write_node_files no
@@ -281,6 +354,46 @@ all_pairs a
 all_pairs b
 say "hosts of different VNIs do not reach each other"
 no_reach h1a h2b; no_reach h2b h3a; no_reach h3b h1a
+
+say "type-2 routes: every efhost host is advertised with its MAC and its IP"
+for h in h1a h1b h2a h2b; do
+    wait_for "k3's BGP table has $h ($(host_mac "$h"), $(host_ip "$h"))" 10 k3_has_type2 "$(host_mac "$h")" "$(host_ip "$h")" \
+        || fail "k3 has no MAC and MAC/IP routes for $h"
+done
+in_ns "$(ns k3)" bridge fdb show dev vxlan100 | grep -F "$(host_mac h1a)" | sed 's/^/  k3 vxlan100 fdb: /'
+grep -E "local (MAC|IP)" "$E2E_DIR/e1-follower.out" | head -4 | sed 's/^/  /'
+say "e1's MAC table: its own hosts learned, k3's and e2's remote toward their tunnels"
+mac_list e1 vni 100 | sed 's/^/  /'
+mac_kind_is e1 "$(host_mac h3a)" remote || fail "h3a is not a remote entry in e1's bridge"
+
+say "known unicast is never flooded: no copy reaches the VTEP that hosts neither end"
+no_copies_at h3a h1a e2
+no_copies_at h1b h3b e2
+no_copies_at h1a h2a k3
+no_copies_at h2b h1b k3
+
+say "a MAC k3 knows but that never crossed the fabric is in e1's bridge before any traffic"
+quiet=02:33:00:00:00:99
+in_ns "$(ns k3)" bridge fdb add "$quiet" dev hport100 master static
+wait_for "e1's bridge has $quiet as remote" 10 mac_kind_is e1 "$quiet" remote || fail "e1 did not install $quiet"
+in_ns "$(ns k3)" bridge fdb del "$quiet" dev hport100 master
+wait_for "e1's bridge dropped $quiet once withdrawn" 10 mac_absent e1 "$quiet" || fail "e1 kept the withdrawn $quiet"
+
+say "ARP suppression on VNI 100: the asker's own VTEP answers"
+answered_locally h1a h3a
+answered_locally h3a h1a
+answered_locally h1a h2a
+counters e1 | grep "^suppression" | sed 's/^/  e1 /'
+counters e1 | grep -qE "arp answered [1-9]" || fail "e1 counted no ARP request answered"
+
+say "h1a moves behind k3 (same MAC and IP) and back"
+twin_create
+move_host "$(ns h1a)" "$(ns hm)" "behind k3"
+wait_for "e1's bridge points h1a at k3" 10 mac_kind_is e1 "$(host_mac h1a)" remote || fail "e1 did not follow the move"
+move_host "$(ns hm)" "$(ns h1a)" "back behind e1"
+wait_for "e1's bridge has h1a on its port again" 10 mac_kind_is e1 "$(host_mac h1a)" learned \
+    || fail "e1 did not take h1a back"
+all_pairs a
 
 say "VNI 300 exists on e2 and k3 only; e1 has no tunnel for it"
 vni_has_tunnel e2 300 10.99.0.3 || fail "e2's VNI 300 has no tunnel to k3"

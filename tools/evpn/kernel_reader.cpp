@@ -237,6 +237,15 @@ void read_fdb(nl_cache *fdb, const std::map<int, uint32_t> &vni_by_device, Kerne
     }
 }
 
+// The kernel keeps group addresses as neighbours of their own; no host has them.
+bool is_unicast(nl_addr *addr)
+{
+    const auto *b = static_cast<const uint8_t *>(nl_addr_get_binary_addr(addr));
+    if (nl_addr_get_family(addr) == AF_INET6)
+        return b[0] != 0xFF;
+    return b[0] < 224;
+}
+
 // The remote IP bindings zebra installed on the VNIs' bridges, and the
 // follower's own (never probed, not learned from outside).
 void read_ip_bindings(nl_cache *neighbours, KernelState &out)
@@ -246,7 +255,8 @@ void read_ip_bindings(nl_cache *neighbours, KernelState &out)
         auto *n = reinterpret_cast<rtnl_neigh *>(o);
         const int family = rtnl_neigh_get_family(n);
         auto vni = vni_by_bridge.find(rtnl_neigh_get_ifindex(n));
-        if ((family != AF_INET && family != AF_INET6) || vni == vni_by_bridge.end())
+        if ((family != AF_INET && family != AF_INET6) || vni == vni_by_bridge.end() ||
+            rtnl_neigh_get_dst(n) == nullptr || !is_unicast(rtnl_neigh_get_dst(n)))
             continue;
         const std::string ip = address_text(rtnl_neigh_get_dst(n));
         const std::string mac = mac_text(rtnl_neigh_get_lladdr(n));

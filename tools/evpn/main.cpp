@@ -30,6 +30,9 @@ int main(int argc, char **argv)
         ->check(CLI::Range(0.1, 3600.0));
     app.add_option("--poll-ms", options.poll_ms, "re-read the kernel at least this often (default 1000)")
         ->check(CLI::Range(50, 60000));
+    app.add_option("--local-poll-ms", options.local_poll_ms,
+                   "ask efhost this often whether its own hosts changed (default 200)")
+        ->check(CLI::Range(20, 60000));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
