@@ -3,7 +3,9 @@
 # follows (per VNI a bridge and a VXLAN device, nolearning, local = the
 # node's VTEP address) and FRR itself (zebra and bgpd with a private run
 # directory, iBGP l2vpn evpn to the peers). Run it inside the node's network
-# namespace (or on the node). The file format is in docs/evpn.md.
+# namespace (or on the node). A route reflector is a node of the same file
+# format with the reflector key, and needs neither a VTEP address nor VNIs.
+# The file format is in docs/evpn.md.
 #
 # Usage: evpn-node.sh devices FILE         create or remove devices until they match FILE
 #        evpn-node.sh frr-start FILE DIR   write FRR's configuration into DIR and start zebra, bgpd
@@ -15,11 +17,12 @@ FRR_DIR=${FRR_DIR:-/usr/lib/frr}
 
 die() { echo "evpn-node: $*" >&2; exit 2; }
 
-# Reads FILE into VTEP, ROUTER_ID, ASN, PEERS and VNI_LIST ("vni:vlan:port:suppress").
+# Reads FILE into VTEP, ROUTER_ID, ASN, PEERS, REFLECTOR (yes/no) and
+# VNI_LIST ("vni:vlan:port:suppress").
 read_node() {
     local file=$1 n=0 key a b c d e
     [ -r "$file" ] || die "cannot read $file"
-    VTEP= ROUTER_ID= ASN=65000 PEERS=() VNI_LIST=() TIMERS="3 9"
+    VTEP= ROUTER_ID= ASN=65000 PEERS=() VNI_LIST=() TIMERS="3 9" REFLECTOR=no
     while read -r key a b c d e; do
         n=$((n + 1))
         case "$key" in
@@ -29,6 +32,9 @@ read_node() {
         as) ASN=$a ;;
         timers) TIMERS="$a $b" ;;
         peer) PEERS+=("$a") ;;
+        reflector)
+            case "$a" in ''|'#'*) ;; *) die "$file:$n: 'reflector' takes no value, found '$a'" ;; esac
+            REFLECTOR=yes ;;
         vni)
             [[ "$a" =~ ^[0-9]+$ ]] && [ "$a" -ge 1 ] && [ "$a" -le 16777215 ] \
                 || die "$file:$n: VNI '$a' is not 1..16777215"
@@ -45,10 +51,16 @@ read_node() {
                 esac
             done
             VNI_LIST+=("$a:$vlan:$port:$suppress") ;;
-        *) die "$file:$n: unknown key '$key' (vtep, router-id, as, timers, peer, vni)" ;;
+        *) die "$file:$n: unknown key '$key' (vtep, router-id, as, timers, peer, reflector, vni)" ;;
         esac
     done < "$file"
-    [ -n "$VTEP" ] || die "$file: no 'vtep ADDRESS' line"
+    # A reflector that is no VTEP only passes routes on: it has no local
+    # address for VXLAN devices, so its router id must be given.
+    if [ -z "$VTEP" ]; then
+        [ "$REFLECTOR" = yes ] || die "$file: no 'vtep ADDRESS' line"
+        [ ${#VNI_LIST[@]} -eq 0 ] || die "$file: 'vni' lines need a 'vtep ADDRESS' line"
+        [ -n "$ROUTER_ID" ] || die "$file: a reflector without 'vtep' needs a 'router-id' line"
+    fi
     [ -n "$ROUTER_ID" ] || ROUTER_ID=$VTEP
 }
 
@@ -140,8 +152,13 @@ frr_start() {
             echo " neighbor $peer timers connect 1"
         done
         echo " address-family l2vpn evpn"
-        for peer in "${PEERS[@]}"; do echo "  neighbor $peer activate"; done
-        echo "  advertise-all-vni"
+        for peer in "${PEERS[@]}"; do
+            echo "  neighbor $peer activate"
+            [ "$REFLECTOR" = no ] || echo "  neighbor $peer route-reflector-client"
+        done
+        # A reflector without a VTEP address has no VNI of its own to
+        # advertise; it keeps and passes on its clients' routes all the same.
+        [ -z "$VTEP" ] || echo "  advertise-all-vni"
         echo " exit-address-family"
     } > "$dir/bgpd.conf"
     local common=(-d --vty_socket "$dir" -z "$dir/zserv.api" -P 0)
@@ -153,7 +170,9 @@ frr_start() {
     [ -S "$dir/zserv.api" ] || die "zebra did not start (see $dir/zebra.log, $dir/startup.log)"
     "$FRR_DIR/bgpd" "${common[@]}" -f "$dir/bgpd.conf" -i "$dir/bgpd.pid" \
         2>> "$dir/startup.log" || die "bgpd did not start: $(tail -3 "$dir/startup.log")"
-    echo "evpn-node: FRR started in $dir (router-id $ROUTER_ID, VTEP $VTEP, peers ${PEERS[*]})"
+    local role="VTEP ${VTEP:-none}"
+    [ "$REFLECTOR" = no ] || role+=", route reflector"
+    echo "evpn-node: FRR started in $dir (router-id $ROUTER_ID, $role, peers ${PEERS[*]})"
 }
 
 frr_stop() {
