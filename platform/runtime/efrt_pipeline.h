@@ -1,8 +1,8 @@
 // The platform's packet pipeline, written once for every host (efhost, the
 // benchmarks, the tests): a frame received on a port goes through the
 // receiving interface's Ethernet parser, the tunnel's parser once it has been
-// decapsulated, the VXLAN forwarding service, the destination interface's
-// encapsulation hook and leaves through the port hook.
+// decapsulated, ARP and ND suppression, the VXLAN forwarding service, the
+// destination interface's encapsulation hook and leaves through the port hook.
 #pragma once
 
 #include <cstddef>
@@ -21,8 +21,9 @@ enum class PipeOutcome : uint8_t {
     Dropped,      // any other answer, or nowhere to send it
     Routed,       // handed to the switch engine: no overlay routing here
     Sent,         // sent on a port
+    Answered,     // an ARP or ND request answered from the suppression table
 };
-constexpr size_t kPipeOutcomes = 7;
+constexpr size_t kPipeOutcomes = 8;
 
 // The frame as the Ethernet layer hands it on: a new buffer (reason EFMP_REASON_SW_USER)
 // holding a copy of the frame, received on ifindex, classified (L2 length,
@@ -38,8 +39,9 @@ void pipeline_set_underlay_mtu(uint32_t mtu);
 // The receive parsers: EF_Drop or EF_Normal. The buffer stays the caller's.
 int pipeline_parse(efmp_buff_t *buff);
 
-// The whole way, from the receive parsers to a port. Takes the buffer: it is
-// freed here unless the module consumed it.
+// The whole way, from the receive parsers to a port, with ARP and ND
+// suppression (suppress.h) between the parsers and forwarding. Takes the
+// buffer: it is freed here unless the module consumed it.
 PipeOutcome pipeline_run(efmp_buff_t *buff);
 
 // A buffer the forwarding decision left to the pipeline: through the

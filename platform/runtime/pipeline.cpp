@@ -1,12 +1,14 @@
 // The packet pipeline: the order every received frame takes through the
-// hooks that modules registered (efmp_hooks.cpp, efmp_services.cpp), and the
-// classification and tunnel MTU the Ethernet layer gives each frame.
+// hooks that modules registered (efmp_hooks.cpp, efmp_services.cpp) and the
+// platform's ARP and ND suppression (suppress.h), and the classification and
+// tunnel MTU the Ethernet layer gives each frame.
 #include <atomic>
 #include <cstring>
 
 #include "efrt_pipeline.h"
 #include "efrt_services.h"
 #include "lsm.h"
+#include "suppress.h"
 
 namespace efrt {
 
@@ -116,28 +118,45 @@ PipeOutcome pipeline_deliver(efmp_buff_t *buff)
     return PipeOutcome::Sent;
 }
 
+namespace {
+
+// A parsed frame of a VNI through the forwarding service and on to its
+// destination. The buffer stays the caller's unless Consumed.
+PipeOutcome forward_in_vni(efmp_buff_t *buff, FrameHook forward)
+{
+    const int r = forward(buff);
+    if (r == EF_Lost)
+        return PipeOutcome::Consumed;
+    if (r == EF_Drop)
+        return PipeOutcome::ForwardDrop;
+    if (r != EF_Normal)
+        return PipeOutcome::Dropped;
+    if ((buff->flags & EFMP_F_SWITCH_ENGINE) != 0 && buff->dst_intf != nullptr)
+        return PipeOutcome::Routed;
+    return pipeline_deliver(buff);
+}
+
+// Parsers, suppression and forwarding. The buffer stays the caller's unless
+// Consumed.
+PipeOutcome run_parsed(efmp_buff_t *buff)
+{
+    if (pipeline_parse(buff) != EF_Normal)
+        return PipeOutcome::ParserDrop;
+    auto forward = reinterpret_cast<FrameHook>(efmp_get_service(EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_FORWARD));
+    if (efmp_buff_vni(buff) == 0 || forward == nullptr)
+        return PipeOutcome::NoVni;
+    // The receive parsers have removed the tags and classified the frame:
+    // only ARP and IPv6 frames go any further into suppression.
+    if (suppress_may_concern(buff->pkt_type) && suppress_frame(buff) == SuppressVerdict::Answered)
+        return PipeOutcome::Answered;
+    return forward_in_vni(buff, forward);
+}
+
+}  // namespace
+
 PipeOutcome pipeline_run(efmp_buff_t *buff)
 {
-    PipeOutcome out = PipeOutcome::ParserDrop;
-    if (pipeline_parse(buff) == EF_Normal) {
-        auto forward = reinterpret_cast<FrameHook>(
-            efmp_get_service(EFMP_MODULE_VXLAN, EFMP_VXLAN_SERV_FORWARD));
-        if (efmp_buff_vni(buff) == 0 || forward == nullptr) {
-            out = PipeOutcome::NoVni;
-        } else {
-            const int r = forward(buff);
-            if (r == EF_Lost)
-                return PipeOutcome::Consumed;
-            if (r == EF_Drop)
-                out = PipeOutcome::ForwardDrop;
-            else if (r != EF_Normal)
-                out = PipeOutcome::Dropped;
-            else if ((buff->flags & EFMP_F_SWITCH_ENGINE) != 0 && buff->dst_intf != nullptr)
-                out = PipeOutcome::Routed;
-            else
-                out = pipeline_deliver(buff);
-        }
-    }
+    const PipeOutcome out = run_parsed(buff);
     if (out != PipeOutcome::Consumed)
         efmp_buff_free_sw_user(EFMP_REASON_SW_USER, buff);
     return out;

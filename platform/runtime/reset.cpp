@@ -4,6 +4,7 @@
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
 #include "efrt_services.h"
+#include "suppress.h"
 
 namespace efrt {
 
@@ -35,6 +36,7 @@ void reset()
     appdb_reset();
     l3_reset();
     bcast_reset();
+    suppress_reset();
     buff_pool_trim();
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "efrt_services.h"
+#include "suppress.h"
 
 namespace efhost {
 
@@ -35,9 +36,10 @@ std::vector<std::string> counter_lines(const CounterSources &from)
         const PipelineStats s = from.pipeline->stats();
         lines.push_back(format("pipeline: received %llu, sent on ports %llu, taken by the module %llu, "
                                "parser drops %llu, without VNI %llu, dropped %llu, routed %llu, "
-                               "underlay %llu",
+                               "underlay %llu, answered %llu",
                                ull{s.received}, ull{s.forwarded}, ull{s.consumed}, ull{s.parser_drops},
-                               ull{s.no_vni}, ull{s.dropped}, ull{s.routed}, ull{s.underlay}));
+                               ull{s.no_vni}, ull{s.dropped}, ull{s.routed}, ull{s.underlay},
+                               ull{s.answered}));
     }
     if (from.ports != nullptr && from.cfg != nullptr) {
         for (const auto &[ifx, port] : *from.ports) {
@@ -62,6 +64,11 @@ std::vector<std::string> counter_lines(const CounterSources &from)
     }
     lines.push_back(format("mac table: %llu entries, %llu refused", ull{efrt::bridge_mac_count()},
                            ull{efrt::bridge_mac_refused()}));
+    const efrt::SuppressCounters n = efrt::suppress_counters();
+    lines.push_back(format("suppression: arp answered %llu, arp handed on %llu, nd answered %llu, "
+                           "nd handed on %llu, local bindings learned %llu, refused %llu",
+                           ull{n.arp_answered}, ull{n.arp_handed_on}, ull{n.nd_answered},
+                           ull{n.nd_handed_on}, ull{n.local_learned}, ull{n.local_refused}));
     lines.push_back(format("buffers: %ld in use", efrt::buff_live_total()));
     return lines;
 }

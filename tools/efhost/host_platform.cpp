@@ -8,6 +8,7 @@
 #include "efrt_bcast.h"
 #include "efrt_services.h"
 #include "rcu.h"
+#include "suppress.h"
 
 namespace efhost {
 
@@ -71,6 +72,8 @@ bool prepare_platform(const Config &cfg, std::string &error)
     for (const auto &[name, on] : cfg.capabilities)
         efrt::cap_define(capability_path(name), on);
     efrt::bridge_set_age_time(static_cast<uint64_t>(cfg.mac_age_seconds) * 1000);
+    // A snooped IP binding lives as long as its host's MAC would.
+    efrt::suppress_set_age_time(static_cast<uint64_t>(cfg.mac_age_seconds) * 1000);
     efrt::bridge_set_mac_capacity(cfg.mac_table_capacity);
     efrt::bridge_publish_all();
     return true;
@@ -105,8 +108,10 @@ void Housekeeper::start()
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
             efrt::rcu::ReadSection reading;  // the module's database callbacks read interfaces
             efrt::mom_run();
-            if (++ticks % 10 == 0)
+            if (++ticks % 10 == 0) {
                 efrt::bridge_age_run();
+                efrt::suppress_age_run();
+            }
         }
     });
 }

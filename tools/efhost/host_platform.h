@@ -13,7 +13,7 @@ namespace efhost {
 
 // Before the module loads: VSDID and TMPDIR (with the module's log
 // directory below it), the syslog file, capabilities, the bridge's services
-// and ageing time. False with a message on failure.
+// and ageing time (which snooped IP bindings share). False with a message on failure.
 bool prepare_platform(const Config &cfg, std::string &error);
 
 // After the module started: creates every configured interface (creation
@@ -23,7 +23,7 @@ void create_interfaces(const Config &cfg);
 void connect_appdb(const Config &cfg);
 
 // Periodic platform work of threaded mode: application-database
-// notifications and MAC ageing.
+// notifications, MAC ageing and the ageing of snooped IP bindings.
 class Housekeeper {
 public:
     void start();

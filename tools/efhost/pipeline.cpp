@@ -88,6 +88,8 @@ void Pipeline::receive(uint32_t ifindex, const uint8_t *frame, size_t len)
         return count(counters_.routed);
     case efrt::PipeOutcome::Sent:
         return count(counters_.forwarded);
+    case efrt::PipeOutcome::Answered:
+        return count(counters_.answered);
     }
 }
 
@@ -121,7 +123,7 @@ PipelineStats Pipeline::stats() const
     const Counters &c = counters_;
     return PipelineStats{c.received.load(), c.parser_drops.load(), c.no_vni.load(),
                          c.forwarded.load(), c.consumed.load(), c.dropped.load(),
-                         c.routed.load(), c.underlay.load()};
+                         c.routed.load(), c.underlay.load(), c.answered.load()};
 }
 
 }  // namespace efhost

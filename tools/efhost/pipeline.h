@@ -25,6 +25,7 @@ struct PipelineStats {
     uint64_t dropped = 0;       // forwarding said drop, or nowhere to send
     uint64_t routed = 0;        // handed to the switch engine: no overlay routing here
     uint64_t underlay = 0;      // ARP / ND for our own addresses
+    uint64_t answered = 0;      // ARP / ND of a VNI answered from the suppression table
 };
 
 class Pipeline {
@@ -56,7 +57,7 @@ private:
     uint32_t underlay_mtu_ = 0;
     struct Counters {
         std::atomic<uint64_t> received{0}, parser_drops{0}, no_vni{0}, forwarded{0}, consumed{0},
-            dropped{0}, routed{0}, underlay{0};
+            dropped{0}, routed{0}, underlay{0}, answered{0};
     } counters_;
 };
 
