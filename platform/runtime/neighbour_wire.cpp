@@ -118,7 +118,7 @@ std::optional<NdMessage> read_nd(const uint8_t *p, size_t len)
     const uint8_t wanted = body.type == kNeighbourSolicit ? kOptSourceLinkAddr : kOptTargetLinkAddr;
     if (!read_options(msg + sizeof body, payload - sizeof body, wanted, m.link_addr))
         return std::nullopt;
-    if (body.type == kNeighbourSolicit && ipv6_unspecified(m.src) && m.link_addr)
+    if (body.type == kNeighbourSolicit && ipv6_all_zero(m.src) && m.link_addr)
         return std::nullopt;
     return m;
 }
@@ -167,7 +167,7 @@ bool host_mac(const MacAddr &mac)
     return (mac[0] & 0x01) == 0 && std::any_of(mac.begin(), mac.end(), [](uint8_t b) { return b != 0; });
 }
 
-bool ipv6_unspecified(const Ipv6Bytes &ip)
+bool ipv6_all_zero(const Ipv6Bytes &ip)
 {
     return std::all_of(ip.begin(), ip.end(), [](uint8_t b) { return b == 0; });
 }

@@ -131,7 +131,7 @@ struct NdMessage {
 // bytes, perhaps followed by padding) when it is valid as a node must check
 // it: version 6, ICMPv6 right after the fixed header, hop limit 255, code 0,
 // a correct checksum, neither source nor target multicast, options that fill
-// their lengths, no source link-layer option from the unspecified address.
+// their lengths, no source link-layer option from the all-zero address.
 // Nothing for anything else.
 std::optional<NdMessage> read_nd(const uint8_t *p, size_t len);
 
@@ -149,7 +149,7 @@ uint16_t icmpv6_checksum(const Ipv6Bytes &src, const Ipv6Bytes &dst, const uint8
 // ---- address kinds ----
 // A MAC a host can have: neither a group address nor all zeros.
 bool host_mac(const MacAddr &mac);
-bool ipv6_unspecified(const Ipv6Bytes &ip);
+bool ipv6_all_zero(const Ipv6Bytes &ip);
 bool ipv6_multicast(const Ipv6Bytes &ip);
 // Neither 0.0.0.0 nor multicast, reserved or broadcast (224.0.0.0 up).
 bool ipv4_host(const Ipv4Bytes &ip);

@@ -127,7 +127,7 @@ bool answer_ns(const efmp_buff_t *request, const nwire::NdMessage &ns, const Mac
 
 SuppressVerdict solicitation(efmp_buff_t *buff, uint32_t vni, const FrameView &view, const nwire::NdMessage &ns)
 {
-    const bool from_nobody = nwire::ipv6_unspecified(ns.src);
+    const bool from_nobody = nwire::ipv6_all_zero(ns.src);
     if (!from_nobody && ns.link_addr && nwire::host_mac(*ns.link_addr))
         suppress_learn_local(vni, nwire::neighbour_ip(ns.src), *ns.link_addr);
     MacAddr solicitor;
@@ -154,7 +154,7 @@ SuppressVerdict nd_from_access(efmp_buff_t *buff, uint32_t vni, const FrameView 
     if (nd->type == nwire::kNeighbourSolicit)
         return solicitation(buff, vni, view, *nd);
     // An unsolicited advertisement tells of a host's new or moved address.
-    if (!nd->solicited && nd->link_addr && nwire::host_mac(*nd->link_addr) && !nwire::ipv6_unspecified(nd->target))
+    if (!nd->solicited && nd->link_addr && nwire::host_mac(*nd->link_addr) && !nwire::ipv6_all_zero(nd->target))
         suppress_learn_local(vni, nwire::neighbour_ip(nd->target), *nd->link_addr);
     return hand_on(buff);
 }

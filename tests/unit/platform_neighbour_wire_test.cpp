@@ -108,7 +108,7 @@ TEST(NeighbourWireTest, NeighbourReaderRefusesWhatANodeMustDiscard)
     cases.push_back({"hop limit 254", solicitation_packet(ns_message(kTarget, kHostA), kSrc, 254)});
     cases.push_back({"multicast target", solicitation_packet(ns_message(v6("ff02::1"), kHostA))});
     cases.push_back({"multicast source", solicitation_packet(ns_message(kTarget, kHostA), v6("ff02::5"))});
-    cases.push_back({"option from the unspecified address", solicitation_packet(ns_message(kTarget, kHostA), v6("::"))});
+    cases.push_back({"option from the all-zero address", solicitation_packet(ns_message(kTarget, kHostA), v6("::"))});
     cases.push_back({"router solicitation", solicitation_packet(Bytes{133, 0, 0, 0, 0, 0, 0, 0})});
     Bytes c = good;
     c[40 + 1] = 1;
@@ -153,8 +153,8 @@ TEST(NeighbourWireTest, AddressKindsTellHostsFromTheRest)
     EXPECT_FALSE(nwire::ipv4_host(v4("0.0.0.0")));
     EXPECT_FALSE(nwire::ipv4_host(v4("224.0.0.1")));
     EXPECT_FALSE(nwire::ipv4_host(v4("255.255.255.255")));
-    EXPECT_TRUE(nwire::ipv6_unspecified(v6("::")));
-    EXPECT_FALSE(nwire::ipv6_unspecified(v6("::1")));
+    EXPECT_TRUE(nwire::ipv6_all_zero(v6("::")));
+    EXPECT_FALSE(nwire::ipv6_all_zero(v6("::1")));
     EXPECT_TRUE(nwire::ipv6_multicast(v6("ff02::1")));
     EXPECT_FALSE(nwire::ipv6_multicast(kSrc));
 }

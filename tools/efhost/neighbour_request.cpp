@@ -34,7 +34,7 @@ std::optional<uint32_t> vni_word(const std::string &text, std::string &error)
 bool ip_is_host(const efrt::NeighbourIp &ip)
 {
     if (ip.v6)
-        return !efrt::nwire::ipv6_unspecified(ip.bytes) && !efrt::nwire::ipv6_multicast(ip.bytes);
+        return !efrt::nwire::ipv6_all_zero(ip.bytes) && !efrt::nwire::ipv6_multicast(ip.bytes);
     return efrt::nwire::ipv4_host({ip.bytes[0], ip.bytes[1], ip.bytes[2], ip.bytes[3]});
 }
 
@@ -50,7 +50,7 @@ std::optional<efrt::NeighbourIp> ip_word(const std::string &text, std::string &e
         return std::nullopt;
     }
     if (!ip_is_host(ip)) {
-        error = "'" + text + "' is not a host's address (unspecified, multicast or broadcast)";
+        error = "'" + text + "' is not a host's address (all-zero, multicast or broadcast)";
         return std::nullopt;
     }
     return ip;
