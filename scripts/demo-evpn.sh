@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # The EVPN demo: two efhost VTEPs and one Linux kernel VTEP that find each
-# other through BGP EVPN (FRR), with no tunnel written anywhere.
+# other through BGP EVPN (FRR), with no tunnel written anywhere: type-3
+# routes make the tunnels, type-2 MAC and MAC/IP routes go both ways (no
+# flooding of known unicast, a host that moves is followed), and VNI 100
+# answers ARP at the asker's own VTEP (suppression).
 #
 #   h1a h1b h1c            h2a h2b h2c            h3a   h3b   h3c
 #    |   |   | VLAN 10/20/30 |   |   |              |     |     |
@@ -30,7 +33,7 @@ cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo > "$BUIL
 ninja -C "$BUILD" tq_vxlan_ef efhost vxlanctl evpn-follower | tail -1 || { echo "FAIL: build"; exit 1; }
 
 step "The fabric"
-sed -n '5,11p' "$0" | sed 's/^# \{0,1\}/  /'
+sed -n '8,14p' "$0" | sed 's/^# \{0,1\}/  /'
 echo
 echo "  Each node is described by a small file (docs/evpn.md); scripts/evpn-node.sh turns it into"
 echo "  bridges + VXLAN devices and an FRR configuration. The steps below print what each part did."

@@ -1,13 +1,16 @@
 // The pipeline's suppression step (suppress.h): what becomes of an ARP or ND
-// frame of a VNI whose switch for it is on, before the module sees it.
+// frame before the module sees it.
 //
 // From an access port or sub-interface, senders are snooped into local
-// bindings, a request or solicitation for a bound address is answered out of
-// the receiving interface and goes no further, and everything else is
-// marked as a local frame, which the module floods although its own
-// suppression drops frames that are not. A frame decapsulated from a tunnel
-// is only marked: the VTEP that sent it already decided not to answer it,
-// and its hosts are not ours to snoop.
+// bindings in every VNI: a control process advertises them as MAC/IP routes
+// whether or not this VTEP answers for the VNI. Where the VNI's switch is
+// on, a request or solicitation for a bound address is answered out of the
+// receiving interface and goes no further, and everything else is marked as
+// a local frame, which the module floods although its own suppression drops
+// frames that are not. A frame decapsulated from a tunnel is only marked
+// (where the switch is on): the VTEP that sent it already decided not to
+// answer it, and its hosts are not ours to snoop. With the switch off the
+// frame itself goes on exactly as it came.
 #include <algorithm>
 #include <cstring>
 
@@ -89,11 +92,11 @@ SuppressVerdict arp_from_access(efmp_buff_t *buff, uint32_t vni)
     const std::optional<FrameView> view = view_of(buff);
     const std::optional<nwire::ArpMessage> arp =
         view ? nwire::read_arp(view->l3, view->l3_len) : std::nullopt;
-    if (!arp)
-        return hand_on(buff);
-    if (nwire::ipv4_host(arp->sender_ip) && nwire::host_mac(arp->sender_mac))
+    if (arp && nwire::ipv4_host(arp->sender_ip) && nwire::host_mac(arp->sender_mac))
         suppress_learn_local(vni, nwire::neighbour_ip(arp->sender_ip), arp->sender_mac);
-    if (arp->op != nwire::kArpRequest)
+    if (!suppress_switch_on(vni, SuppressProto::Arp))
+        return SuppressVerdict::Untouched;
+    if (!arp || arp->op != nwire::kArpRequest)
         return hand_on(buff);
     // A host asking for its own address (gratuitous ARP) finds its own MAC
     // and is handed on, so that the others hear of it.
@@ -110,9 +113,9 @@ SuppressVerdict arp_from_access(efmp_buff_t *buff, uint32_t vni)
 
 SuppressVerdict arp_frame(efmp_buff_t *buff, uint32_t vni)
 {
-    if (!suppress_switch_on(vni, SuppressProto::Arp))
-        return SuppressVerdict::Untouched;
-    return decapsulated(buff) ? hand_on(buff) : arp_from_access(buff, vni);
+    if (!decapsulated(buff))
+        return arp_from_access(buff, vni);
+    return suppress_switch_on(vni, SuppressProto::Arp) ? hand_on(buff) : SuppressVerdict::Untouched;
 }
 
 // ---- neighbour discovery ----
@@ -125,11 +128,20 @@ bool answer_ns(const efmp_buff_t *request, const nwire::NdMessage &ns, const Mac
     return send_answer(request, frame, sizeof frame);
 }
 
+void snoop_nd(uint32_t vni, const nwire::NdMessage &nd)
+{
+    if (nd.type == nwire::kNeighbourSolicit && !nwire::ipv6_all_zero(nd.src) && nd.link_addr &&
+        nwire::host_mac(*nd.link_addr))
+        suppress_learn_local(vni, nwire::neighbour_ip(nd.src), *nd.link_addr);
+    // An unsolicited advertisement tells of a host's new or moved address.
+    if (nd.type != nwire::kNeighbourSolicit && !nd.solicited && nd.link_addr && nwire::host_mac(*nd.link_addr) &&
+        !nwire::ipv6_all_zero(nd.target))
+        suppress_learn_local(vni, nwire::neighbour_ip(nd.target), *nd.link_addr);
+}
+
 SuppressVerdict solicitation(efmp_buff_t *buff, uint32_t vni, const FrameView &view, const nwire::NdMessage &ns)
 {
     const bool from_nobody = nwire::ipv6_all_zero(ns.src);
-    if (!from_nobody && ns.link_addr && nwire::host_mac(*ns.link_addr))
-        suppress_learn_local(vni, nwire::neighbour_ip(ns.src), *ns.link_addr);
     MacAddr solicitor;
     std::memcpy(solicitor.data(), view.eth + offsetof(nwire::EthHdr, src), solicitor.size());
     solicitor = ns.link_addr.value_or(solicitor);
@@ -149,13 +161,12 @@ SuppressVerdict solicitation(efmp_buff_t *buff, uint32_t vni, const FrameView &v
 SuppressVerdict nd_from_access(efmp_buff_t *buff, uint32_t vni, const FrameView &view)
 {
     const std::optional<nwire::NdMessage> nd = nwire::read_nd(view.l3, view.l3_len);
-    if (!nd)
-        return hand_on(buff);
-    if (nd->type == nwire::kNeighbourSolicit)
+    if (nd)
+        snoop_nd(vni, *nd);
+    if (!suppress_switch_on(vni, SuppressProto::Nd))
+        return SuppressVerdict::Untouched;
+    if (nd && nd->type == nwire::kNeighbourSolicit)
         return solicitation(buff, vni, view, *nd);
-    // An unsolicited advertisement tells of a host's new or moved address.
-    if (!nd->solicited && nd->link_addr && nwire::host_mac(*nd->link_addr) && !nwire::ipv6_all_zero(nd->target))
-        suppress_learn_local(vni, nwire::neighbour_ip(nd->target), *nd->link_addr);
     return hand_on(buff);
 }
 
@@ -164,9 +175,9 @@ SuppressVerdict ipv6_frame(efmp_buff_t *buff, uint32_t vni)
     const std::optional<FrameView> view = view_of(buff);
     if (!view || nwire::nd_type(view->l3, view->l3_len) == 0)
         return SuppressVerdict::Untouched;
-    if (!suppress_switch_on(vni, SuppressProto::Nd))
-        return SuppressVerdict::Untouched;
-    return decapsulated(buff) ? hand_on(buff) : nd_from_access(buff, vni, *view);
+    if (!decapsulated(buff))
+        return nd_from_access(buff, vni, *view);
+    return suppress_switch_on(vni, SuppressProto::Nd) ? hand_on(buff) : SuppressVerdict::Untouched;
 }
 
 }  // namespace

@@ -270,30 +270,34 @@ start_count() {   # file namespace device seconds kind [target]
     for _ in $(seq 50); do grep -q ready "$file" && return 0; sleep 0.1; done
     fail "count_frames.py did not start: $(cat "$file")"
 }
-end_count() { wait "$COUNT_PID"; tail -1 "$1"; }
+end_count() {   # file: COUNT = what was counted
+    wait "$COUNT_PID"
+    COUNT=$(tail -1 "$1")
+}
 
-# 1,000 datagrams from one host to another; the VXLAN copies that reach a
-# third VTEP's underlay port meanwhile are flooding of known unicast.
+# 1,000 datagrams from one host to another; the VXLAN copies addressed to
+# the receiver that reach a third VTEP's underlay port meanwhile are
+# flooding of known unicast.
 no_copies_at() {   # from to third-node
-    local file=$E2E_DIR/count-$1-$2 copies
-    start_count "$file" "$(ns "$3")" ul0 2.5 vxlan
+    local file=$E2E_DIR/count-$1-$2
+    start_count "$file" "$(ns "$3")" ul0 2.5 vxlan-to "$(host_mac "$2")"
     in_ns "$(ns "$1")" python3 "$HERE/udp_stream.py" "$(host_ip "$2")" 9 64 1000 1 >/dev/null
-    copies=$(end_count "$file")
-    echo "FLOODED COPIES: $copies at $3 for 1000 datagrams $1 -> $2"
-    [ "$copies" = 0 ] || fail "$copies copies of unicast $1 -> $2 reached $3"
+    end_count "$file"
+    echo "FLOODED COPIES: $COUNT at $3 for 1000 datagrams $1 -> $2"
+    [ "$COUNT" = 0 ] || fail "$COUNT copies of unicast $1 -> $2 reached $3"
 }
 
 # No ARP request for the target reaches it while the asker pings it: the
 # asker's own VTEP answered.
 answered_locally() {   # asker target
-    local file=$E2E_DIR/arp-$1-$2 seen
+    local file=$E2E_DIR/arp-$1-$2
     in_ns "$(ns "$1")" ip neigh flush all
     start_count "$file" "$(ns "$2")" eth0 2 arp-request "$(host_ip "$2")"
     ping_ok "$(ns "$1")" "$(host_ip "$2")" 1 | sed "s/^/$1 -> $2: /"
     [ "${PIPESTATUS[0]}" = 0 ] || fail "$1 cannot reach $2 with ARP suppression on"
-    seen=$(end_count "$file")
-    echo "ARP requests for $2 that reached it: $seen"
-    [ "$seen" = 0 ] || fail "$seen ARP requests from $1 crossed the underlay to $2"
+    end_count "$file"
+    echo "ARP requests for $2 that reached it: $COUNT"
+    [ "$COUNT" = 0 ] || fail "$COUNT ARP requests from $1 crossed the underlay to $2"
 }
 
 # h1a's twin behind k3, down until h1a moves there.
@@ -380,6 +384,12 @@ in_ns "$(ns k3)" bridge fdb del "$quiet" dev hport100 master
 wait_for "e1's bridge dropped $quiet once withdrawn" 10 mac_absent e1 "$quiet" || fail "e1 kept the withdrawn $quiet"
 
 say "ARP suppression on VNI 100: the asker's own VTEP answers"
+# A kernel VTEP learns its hosts' addresses on the VNI's bridge interface,
+# as they resolve their gateway there; zebra advertises them.
+ip -n "$(ns k3)" addr add 192.168.50.254/24 dev br100
+in_ns "$(ns h3a)" ping -c 1 -W 1 192.168.50.254 >/dev/null || fail "h3a cannot reach k3's bridge interface"
+wait_for "e1's suppression table has h3a" 10 sh -c "'$VXLANCTL' --socket '$E2E_DIR/e1.sock' suppress list vni 100 | grep -q '$(host_ip h3a) .* remote'" \
+    || fail "h3a's MAC/IP route did not reach e1's suppression table"
 answered_locally h1a h3a
 answered_locally h3a h1a
 answered_locally h1a h2a

@@ -90,17 +90,18 @@ TEST_F(SuppressArpTest, RequestForAnUnknownAddressIsMarkedLocalAndFloodedToTheTu
     expect_nothing_left();
 }
 
-TEST_F(SuppressArpTest, SwitchOffLeavesArpToTheModulesOwnSuppression)
+TEST_F(SuppressArpTest, SwitchOffLeavesArpToTheModulesOwnSuppressionAndStillLearnsTheSender)
 {
     efrt::suppress_set_switch(kVni, efrt::SuppressProto::Arp, false);
     const uint64_t generation = efrt::suppress_generation();
     EXPECT_EQ(receive(kP1, arp_request(kHostA, kIpA, kIpB)), efrt::PipeOutcome::ForwardDrop);
     EXPECT_EQ(tunnel_copies(), 0u) << "the module drops ARP that is not marked local";
-    EXPECT_TRUE(efrt::port_take_sends().empty());
-    EXPECT_EQ(efrt::suppress_bindings().size(), 1u) << "the sender is not snooped";
-    EXPECT_EQ(efrt::suppress_generation(), generation);
+    EXPECT_TRUE(efrt::port_take_sends().empty()) << "not answered although the target is bound";
+    EXPECT_EQ(efrt::suppress_lookup(kVni, nip(kIpA)), mac_of(kHostA)) << "the sender is advertised all the same";
+    EXPECT_NE(efrt::suppress_generation(), generation);
     const efrt::SuppressCounters n = efrt::suppress_counters();
-    EXPECT_EQ(n.arp_answered + n.arp_handed_on + n.local_learned, 0u);
+    EXPECT_EQ(n.arp_answered + n.arp_handed_on, 0u);
+    EXPECT_EQ(n.local_learned, 1u);
     expect_nothing_left();
 }
 
@@ -118,7 +119,7 @@ TEST_F(SuppressArpTest, SwitchOffFloodsArpUnchangedWhileTheModuleDoesNotSuppress
         efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     }
     EXPECT_TRUE(answers().empty());
-    EXPECT_EQ(efrt::suppress_bindings().size(), 1u);
+    EXPECT_EQ(efrt::suppress_bindings().size(), 2u) << "the bound target and the snooped sender";
     expect_nothing_left();
 }
 

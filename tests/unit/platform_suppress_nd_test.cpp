@@ -189,15 +189,17 @@ TEST_F(SuppressNdTest, DecapsulatedSolicitationIsMarkedLocalAndDeliveredToLocalP
     expect_nothing_left();
 }
 
-TEST_F(SuppressNdTest, SwitchOffLeavesNeighbourDiscoveryToTheModule)
+TEST_F(SuppressNdTest, SwitchOffLeavesNeighbourDiscoveryToTheModuleAndStillLearnsTheSolicitor)
 {
     efrt::suppress_set_switch(kVni, efrt::SuppressProto::Nd, false);
     efrt::suppress_set_switch(kVni, efrt::SuppressProto::Arp, true);  // the other protocol's switch
     EXPECT_EQ(receive(kP1, solicitation(kIpB)), efrt::PipeOutcome::ForwardDrop);
     EXPECT_TRUE(efrt::port_take_sends().empty());
     EXPECT_EQ(tunnel_copies(), 0u) << "the module drops ND that is not marked local";
-    EXPECT_EQ(efrt::suppress_bindings().size(), 1u);
-    expect_nd_untouched_counters();
+    EXPECT_EQ(efrt::suppress_bindings().size(), 2u) << "the bound target and the snooped solicitor";
+    const efrt::SuppressCounters n = efrt::suppress_counters();
+    EXPECT_EQ(n.nd_answered + n.nd_handed_on, 0u);
+    EXPECT_EQ(n.local_learned, 1u);
     expect_nothing_left();
 }
 
