@@ -21,51 +21,15 @@ set -u
 HERE=$(cd "$(dirname "$0")" && pwd)
 E2E_PREFIX=${E2E_PREFIX:-vxev$$}
 . "$HERE/lib.sh"
-NODE_SH=$HERE/../../scripts/evpn-node.sh
+. "$HERE/evpn_lib.sh"
 
-NS_UL=$E2E_PREFIX-ul
 NODES="e1 e2"
 HOSTS="h1a h1b h1c h2a h2b h2c h3a h3b h3c"
 ALL_NS="$NS_UL $E2E_PREFIX-e1 $E2E_PREFIX-c1 $E2E_PREFIX-e2 $E2E_PREFIX-c2 $E2E_PREFIX-k3 $E2E_PREFIX-hm"
 for h in $HOSTS; do ALL_NS="$ALL_NS $E2E_PREFIX-$h"; done
-declare -A PIDS=()
-ns() { echo "$E2E_PREFIX-$1"; }
-
-evpn_destroy() {
-    local key n
-    for key in "${!PIDS[@]}"; do kill -TERM "${PIDS[$key]}" 2>/dev/null; done
-    for n in c1 c2 k3; do "$NODE_SH" frr-stop "$E2E_DIR/frr-$n" >/dev/null 2>&1; done
-    for key in "${!PIDS[@]}"; do wait "${PIDS[$key]}" 2>/dev/null; done
-    # Whatever still runs inside the namespaces was started by this run.
-    for n in $ALL_NS; do ip netns pids "$n" 2>/dev/null | xargs -r kill -KILL 2>/dev/null; done
-    for n in $ALL_NS; do ip netns del "$n" 2>/dev/null; done
-    [ -n "${E2E_KEEP:-}" ] || rm -rf "$E2E_DIR"
-    return 0
-}
-trap evpn_destroy EXIT
-
-# A run killed outright leaves its FRR daemons and followers running in its
-# namespaces, and its directory; they go before the namespaces themselves.
-stop_stale_daemons() {
-    local n pid
-    for n in $(ip netns list 2>/dev/null | awk '{print $1}'); do
-        pid=$(printf '%s\n' "$n" | sed -n 's/^vxev[a-z]*\([0-9][0-9]*\)-.*/\1/p')
-        [ -n "$pid" ] && [ ! -d "/proc/$pid" ] || continue
-        ip netns pids "$n" 2>/dev/null | xargs -r kill -KILL 2>/dev/null
-        rm -rf "/tmp/${n%-*}"
-    done
-    return 0
-}
-
-require_evpn_facilities() {
-    stop_stale_daemons
-    require_facilities
-    command -v bridge >/dev/null || fail "missing tool: bridge (iproute2)"
-    [ -x /usr/lib/frr/zebra ] && [ -x /usr/lib/frr/bgpd ] \
-        || fail "FRR is not installed (zebra, bgpd in /usr/lib/frr): scripts/install-deps.sh installs it"
-    [ -x "${EVPN_FOLLOWER:-}" ] || fail "evpn-follower not found at '${EVPN_FOLLOWER:-}'"
-    id frr >/dev/null 2>&1 || fail "the frr user is missing (FRR's package creates it)"
-}
+EVPN_NAMESPACES=$ALL_NS
+EVPN_FRR_NODES="c1 c2 k3"
+trap evpn_teardown EXIT
 
 host_ip() {   # host name -> address: VNI by letter, node by digit
     local node=${1:1:1} vni=${1:2:1}
@@ -126,21 +90,11 @@ interfaces:
 YAML
 }
 
-underlay_port() {   # namespace address port-in-ul
-    link "$1" ul0 "$NS_UL" "$3"
-    ip -n "$NS_UL" link set "$3" master ulbr
-    ip -n "$NS_UL" link set up dev "$3"
-    ip -n "$1" link set up dev lo
-    [ -z "$2" ] || ip -n "$1" addr add "$2/24" dev ul0
-    ip -n "$1" link set up dev ul0
-}
-
 topo_create_evpn() {
     mkdir -p "$E2E_DIR"
     local n h
     for n in $ALL_NS; do ip netns add "$n" || fail "cannot create namespace $n"; done
-    ip -n "$NS_UL" link add ulbr type bridge
-    ip -n "$NS_UL" link set up dev ulbr
+    underlay_create
     underlay_port "$(ns e1)" "" p1
     underlay_port "$(ns e2)" "" p2
     underlay_port "$(ns k3)" 10.99.0.3 p3
@@ -165,43 +119,7 @@ topo_create_evpn() {
     done
 }
 
-start_efhost() {   # node
-    local n=$1
-    rm -f "$E2E_DIR/$n.sock"
-    ip netns exec "$(ns "$n")" "$EFHOST" --config "$E2E_DIR/$n.yaml" >> "$E2E_DIR/$n-efhost.out" 2>&1 &
-    PIDS[$n]=$!
-    for _ in $(seq 100); do
-        [ -S "$E2E_DIR/$n.sock" ] && return 0
-        kill -0 "${PIDS[$n]}" 2>/dev/null || { cat "$E2E_DIR/$n-efhost.out"; fail "efhost $n exited at start"; }
-        sleep 0.1
-    done
-    fail "efhost $n did not open its control socket"
-}
-
-start_follower() {   # node (e1/e2), its control namespace is c1/c2
-    local n=$1 c=c${1#e}
-    ip netns exec "$(ns "$c")" "$EVPN_FOLLOWER" --socket "$E2E_DIR/$n.sock" --poll-ms 500 \
-        >> "$E2E_DIR/$n-follower.out" 2>&1 &
-    PIDS[f$n]=$!
-}
-
 frr_start() { in_ns "$(ns "$1")" "$NODE_SH" frr-start "$E2E_DIR/$2.conf" "$E2E_DIR/frr-$1" || fail "FRR start on $1"; }
-frr_stop() { in_ns "$(ns "$1")" "$NODE_SH" frr-stop "$E2E_DIR/frr-$1"; }
-show_entry() { "$VXLANCTL" --socket "$E2E_DIR/$1.sock" show entry; }
-
-now_ms() { date +%s%3N; }
-
-# Waits up to $3 seconds until command "$2..." succeeds; prints the time.
-wait_for() {   # label seconds command...
-    local label=$1 limit=$2 start; shift 2
-    start=$(now_ms)
-    while ! "$@" >/dev/null 2>&1; do
-        [ $(( $(now_ms) - start )) -lt $((limit * 1000)) ] || return 1
-        sleep 0.1
-    done
-    echo "$label after $(( $(now_ms) - start )) ms"
-}
-
 pings() { in_ns "$(ns "$1")" ping -c 1 -W 1 "$2"; }
 
 # Every host of a VNI pings every other one, both ways (each ordered pair).
@@ -226,16 +144,6 @@ no_reach() {   # from-host to-host
 
 # The VNI and adjacency lines of a module's entry table.
 show_tunnels() { show_entry "$1" | grep -E "VXLAN [0-9]+\(|evpn-" | sed "s/^VXLAN-EF-SHOW: \[vsd [0-9]*\] */  $1: /"; }
-
-# Stops a process of the run; its exit status must be 0 (a sanitizer report
-# makes it non-zero).
-stop_ok() {   # key
-    local rc=0
-    kill -TERM "${PIDS[$1]}" 2>/dev/null
-    wait "${PIDS[$1]}" || rc=$?
-    unset "PIDS[$1]"
-    [ "$rc" = 0 ] || fail "$1 exited with status $rc"
-}
 
 entry_has() { show_entry "$1" | grep -q "$2"; }
 entry_lacks() { ! show_entry "$1" | grep -q "$2"; }
@@ -331,7 +239,7 @@ in_ns "$(ns c1)" "$NODE_SH" devices "$E2E_DIR/e1.conf" || fail "devices on c1"
 in_ns "$(ns c2)" "$NODE_SH" devices "$E2E_DIR/e2.conf" || fail "devices on c2"
 in_ns "$(ns k3)" "$NODE_SH" devices "$E2E_DIR/k3.conf" || fail "devices on k3"
 say "efhost on e1 and e2 (no tunnel in their files), a follower beside each"
-for n in $NODES; do start_efhost "$n"; start_follower "$n"; done
+for n in $NODES; do start_efhost "$n"; wait_efhost_socket "$n"; start_follower "$n" "c${n#e}"; done
 wait_for "e1's module holds VNIs 100 and 200 (no tunnel yet)" 10 entry_has e1 "VXLAN 200(" \
     || fail "the follower did not configure e1's VNIs"
 entry_lacks e1 "10.99.0.3" || fail "e1 has a tunnel before FRR runs"
@@ -444,6 +352,7 @@ echo "RETURN: $(( $(now_ms) - t2 )) ms from FRR restart to a ping through the tu
 say "efhost e1 restarts: its follower resynchronises it in full"
 stop_ok e1
 start_efhost e1
+wait_efhost_socket e1
 wait_for "e1's module again associates VNI 100 with k3" 30 vni_has_tunnel e1 100 10.99.0.3 \
     || fail "the follower did not resynchronise the new efhost"
 wait_for "ping h1a -> h3a after efhost's restart" 30 pings h1a "$(host_ip h3a)" || fail "no ping after efhost restart"
@@ -458,7 +367,7 @@ echo "  $out (exit 4)"
 say "the follower restarts: it adopts the tunnel interfaces it finds and changes nothing"
 stop_ok fe1
 before=$(show_entry e1 | grep -c "evpn-")
-start_follower e1
+start_follower e1 c1
 wait_for "follower resynchronised" 20 grep -c "full resynchronisation" "$E2E_DIR/e1-follower.out" || true
 sleep 1
 after=$(show_entry e1 | grep -c "evpn-")
@@ -466,5 +375,6 @@ after=$(show_entry e1 | grep -c "evpn-")
 ping_ok "$(ns h1b)" "$(host_ip h3b)" 3
 
 say "followers and efhosts stop cleanly"
-for key in fe1 fe2 e1 e2; do stop_ok "$key"; done
+stop_ok fe1 fe2
+stop_ok e1 e2
 say "PASS"

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <sstream>
 
+#include "config_addr.h"
+
 namespace efhost {
 
 namespace {
@@ -18,17 +20,6 @@ std::optional<T> parse_number(const std::string &text, T min, T max)
     if (ec != std::errc() || p != end || value < min || value > max)
         return std::nullopt;
     return value;
-}
-
-int hex_digit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 }  // namespace
@@ -54,20 +45,7 @@ std::optional<uint64_t> parse_generation(const std::string &text)
     return parse_number<uint64_t>(text, 0, UINT64_MAX);
 }
 
-std::optional<Mac> parse_mac(const std::string &text)
-{
-    if (text.size() != 17)
-        return std::nullopt;
-    Mac mac{};
-    for (size_t i = 0; i < 6; ++i) {
-        const int hi = hex_digit(text[i * 3]);
-        const int lo = hex_digit(text[i * 3 + 1]);
-        if (hi < 0 || lo < 0 || (i < 5 && text[i * 3 + 2] != ':'))
-            return std::nullopt;
-        mac[i] = static_cast<uint8_t>(hi << 4 | lo);
-    }
-    return mac;
-}
+std::optional<Mac> parse_mac(const std::string &text) { return config_detail::parse_mac(text); }
 
 std::string mac_text(const uint8_t *mac)
 {

@@ -81,47 +81,52 @@ void LocalMirror::forget_efhost_if_new()
     binding_generation_.reset();
 }
 
+LocalMirror::LocalAnswer LocalMirror::ask(uint32_t module, std::optional<uint64_t> &generation) const
+{
+    const auto answer = vxlanctl::interface_request(socket_, "local" + since(generation), timeout_s_, module);
+    LocalAnswer out;
+    bool unchanged = false;
+    const auto now = answer.ok ? generation_of(answer.status, unchanged) : std::nullopt;
+    if (!now)
+        return out;
+    out.ok = true;
+    out.changed = !unchanged;
+    if (out.changed) {
+        out.lines = answer.lines;
+        generation = now;
+    }
+    return out;
+}
+
 bool LocalMirror::refresh_macs()
 {
-    const auto answer = vxlanctl::interface_request(socket_, "local" + since(mac_generation_), timeout_s_,
-                                                    ctl::kModuleMacRequest);
-    bool unchanged = false;
-    const auto generation = answer.ok ? generation_of(answer.status, unchanged) : std::nullopt;
-    if (!generation)
-        return false;
-    if (unchanged)
-        return true;
+    const LocalAnswer a = ask(ctl::kModuleMacRequest, mac_generation_);
+    if (!a.changed)
+        return a.ok;
     local_macs_.clear();
-    for (const std::string &line : answer.lines) {
+    for (const std::string &line : a.lines) {
         std::istringstream in(line);
         uint32_t vni = 0;
         std::string mac;
         if (in >> vni >> mac)
             local_macs_.insert({vni, mac});
     }
-    mac_generation_ = generation;
     return true;
 }
 
 bool LocalMirror::refresh_bindings()
 {
-    const auto answer = vxlanctl::interface_request(socket_, "local" + since(binding_generation_), timeout_s_,
-                                                    ctl::kModuleNeighbourRequest);
-    bool unchanged = false;
-    const auto generation = answer.ok ? generation_of(answer.status, unchanged) : std::nullopt;
-    if (!generation)
-        return false;
-    if (unchanged)
-        return true;
+    const LocalAnswer a = ask(ctl::kModuleNeighbourRequest, binding_generation_);
+    if (!a.changed)
+        return a.ok;
     local_ips_.clear();
-    for (const std::string &line : answer.lines) {
+    for (const std::string &line : a.lines) {
         std::istringstream in(line);
         uint32_t vni = 0;
         std::string ip, mac;
         if (in >> vni >> ip >> mac)
             local_ips_[{vni, ip}] = mac;
     }
-    binding_generation_ = generation;
     return true;
 }
 

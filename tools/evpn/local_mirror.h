@@ -44,6 +44,15 @@ private:
     };
     using Installed = std::map<VniKey, Where>;
 
+    // What efhost answered to "local since G": its lines when the table
+    // changed (generation then moves on), none when it did not.
+    struct LocalAnswer {
+        bool ok = false;
+        bool changed = false;
+        std::vector<std::string> lines;
+    };
+    LocalAnswer ask(uint32_t module, std::optional<uint64_t> &generation) const;
+
     void run();
     void round();
     // Reads efhost's local MACs and bindings when they changed; false when
