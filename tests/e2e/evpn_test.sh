@@ -267,7 +267,7 @@ all_pairs b
 say "hosts of different VNIs do not reach each other"
 no_reach h1a h2b; no_reach h2b h3a; no_reach h3b h1a
 
-say "type-2 routes: every efhost host is advertised with its MAC and its IP"
+say "type-2 routes: every efhost host is advertised with its MAC and its IP (VNI 300's once e1 has it)"
 for h in h1a h1b h2a h2b; do
     wait_for "k3's BGP table has $h ($(host_mac "$h"), $(host_ip "$h"))" 10 k3_has_type2 "$(host_mac "$h")" "$(host_ip "$h")" \
         || fail "k3 has no MAC and MAC/IP routes for $h"
@@ -324,6 +324,10 @@ wait_for "e2's module associates VNI 300 with the tunnel to e1" 30 vni_has_tunne
 wait_for "e1's module associates VNI 300 with k3" 30 vni_has_tunnel e1 300 10.99.0.3 \
     || fail "VNI 300 did not reach e1"
 all_pairs c
+for h in h1c h2c; do
+    wait_for "k3's BGP table has $h ($(host_mac "$h"), $(host_ip "$h"))" 10 k3_has_type2 "$(host_mac "$h")" "$(host_ip "$h")" \
+        || fail "k3 has no MAC and MAC/IP routes for $h"
+done
 
 say "stopping c2's FRR withdraws e2's routes"
 # The daemons take a few seconds to exit; bgpd closes its sessions at once,
