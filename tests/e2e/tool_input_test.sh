@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Bad input to the tools while efhost runs a configured overlay: vxlanctl
 # given malformed, unknown, out-of-range or missing input, or a socket that
-# is not efhost's, answers with a clear message and a non-zero exit; clients
+# is not efhost's, answers with a clear message and a non-zero exit; a second
+# efhost given the running one's socket is refused and takes nothing; clients
 # that send broken envelopes or hang up mid-request leave efhost running.
 # Through all of it the module's tables stay as they were and traffic flows.
 set -u
@@ -59,6 +60,14 @@ say "sockets that are not efhost's"
 expect_refused 1 "cannot connect to $E2E_DIR/plain-file" "$VXLANCTL" --socket "$E2E_DIR/plain-file" show entry
 expect_refused 1 "cannot connect to $E2E_DIR/none.sock" "$VXLANCTL" --socket "$E2E_DIR/none.sock" show entry
 unchanged "wrong sockets"
+
+say "a second efhost given the running one's control socket"
+log_size=$(stat -c %s "$E2E_DIR/syslog.log")
+expect_refused 1 "another process answers on $E2E_DIR/ctl.sock (is another efhost running?)" \
+    timeout 10 ip netns exec "$NS_EF" "$EFHOST" --config "$E2E_DIR/efhost.yaml"
+[ -S "$E2E_DIR/ctl.sock" ] || fail "the refused efhost removed the running one's socket"
+[ "$(stat -c %s "$E2E_DIR/syslog.log")" -ge "$log_size" ] || fail "the refused efhost truncated the running one's log"
+unchanged "a second efhost"
 
 say "clients that break off or send what is no envelope"
 for kind in hangup short magic truncated garbage noread; do

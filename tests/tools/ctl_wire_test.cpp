@@ -4,7 +4,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 
 #include "ctl_wire.h"
 
@@ -65,6 +68,54 @@ TEST(CtlWireTest, EnvelopeCrossesASeqpacketSocketWhole)
     EXPECT_EQ(ctl::recv_envelope(sv[1], out, 1000, error), -1);
     EXPECT_EQ(error, "the peer closed the connection");
     close(sv[1]);
+}
+
+// A socket path of the test's own in the temporary directory.
+std::string socket_path(const char *name) { return ::testing::TempDir() + name + std::to_string(getpid()); }
+
+TEST(CtlWireTest, SocketAnotherProcessAnswersOnIsRefusedAndStaysItsOwn)
+{
+    const std::string path = socket_path("answered");
+    std::string error;
+    const int first = ctl::listen_socket(path, error);
+    ASSERT_GE(first, 0) << error;
+    EXPECT_EQ(ctl::listen_socket(path, error), -1);
+    EXPECT_EQ(error, "another process answers on " + path + " (is another efhost running?)");
+    const int client = ctl::connect_socket(path, error);
+    EXPECT_GE(client, 0) << "the first listener lost its socket: " << error;
+    close(client);
+    close(first);
+    unlink(path.c_str());
+}
+
+TEST(CtlWireTest, SocketFileLeftByAProcessThatIsGoneIsTakenOver)
+{
+    const std::string path = socket_path("left");
+    std::string error;
+    const int gone = ctl::listen_socket(path, error);
+    ASSERT_GE(gone, 0) << error;
+    close(gone);  // the file stays, nobody answers on it
+    const int second = ctl::listen_socket(path, error);
+    ASSERT_GE(second, 0) << error;
+    const int client = ctl::connect_socket(path, error);
+    EXPECT_GE(client, 0) << error;
+    close(client);
+    close(second);
+    unlink(path.c_str());
+}
+
+TEST(CtlWireTest, PathThatIsNotASocketIsRefusedAndLeftAsItIs)
+{
+    const std::string path = socket_path("file");
+    std::ofstream(path) << "not a socket\n";
+    std::string error;
+    EXPECT_EQ(ctl::listen_socket(path, error), -1);
+    EXPECT_EQ(error, path + " exists and is not a socket; efhost does not replace it");
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    EXPECT_EQ(text.str(), "not a socket\n");
+    unlink(path.c_str());
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -109,12 +110,34 @@ int connect_socket(const std::string &path, std::string &error)
     return fd;
 }
 
+bool socket_path_free(const std::string &path, std::string &error)
+{
+    struct stat st{};
+    if (lstat(path.c_str(), &st) != 0)
+        return true;
+    if (!S_ISSOCK(st.st_mode)) {
+        error = path + " exists and is not a socket; efhost does not replace it";
+        return false;
+    }
+    std::string unused;
+    const int fd = connect_socket(path, unused);
+    if (fd < 0)
+        return true;
+    close(fd);
+    error = "another process answers on " + path + " (is another efhost running?)";
+    return false;
+}
+
 int listen_socket(const std::string &path, std::string &error)
 {
     sockaddr_un addr;
     const int fd = new_socket(path, addr, error);
     if (fd < 0)
         return -1;
+    if (!socket_path_free(path, error)) {
+        close(fd);
+        return -1;
+    }
     unlink(path.c_str());
     // Clients arriving together wait in the backlog, not in connect().
     if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || listen(fd, SOMAXCONN) != 0) {

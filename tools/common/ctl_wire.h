@@ -48,8 +48,14 @@ bool decode(const uint8_t *data, size_t len, Envelope &env, std::string &error);
 
 // Connects to efhost's socket; -1 with error set on failure.
 int connect_socket(const std::string &path, std::string &error);
-// Creates, binds and listens on the socket path (an old socket file is
-// replaced); -1 with error set on failure.
+// True when a listener may take the path: nothing is there, or a socket
+// file nobody answers on (left by a process that is gone). A socket that
+// another process answers on, or anything that is not a socket, is not free
+// (error says which).
+bool socket_path_free(const std::string &path, std::string &error);
+// Creates, binds and listens on the socket path; -1 with error set on
+// failure. A path that is not free (socket_path_free) is refused and left
+// as it is; a leftover socket file is replaced.
 int listen_socket(const std::string &path, std::string &error);
 
 // Sends one envelope as one datagram; false with error set on failure.

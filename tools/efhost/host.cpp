@@ -6,6 +6,7 @@
 #include <ctime>
 #include <thread>
 
+#include "ctl_wire.h"
 #include "efrt.h"
 #include "efrt_l3.h"
 #include "counters.h"
@@ -86,6 +87,10 @@ bool Host::open_ports(std::string &error)
 
 bool Host::start(std::string &error)
 {
+    // A second efhost given a running one's socket stops before it touches
+    // that one's log, directories or ports.
+    if (!ctl::socket_path_free(cfg_.control_socket, error))
+        return false;
     if (!prepare_platform(cfg_, error) || !open_ports(error))
         return false;
     const std::string path = cfg_.module_path.empty() ? default_module_path() : cfg_.module_path;
