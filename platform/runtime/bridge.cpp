@@ -1,8 +1,8 @@
 // The bridge module (module number 14): a MAC table keyed by bridge domain
 // (VLAN id, or VNI with EF_BRIDGE_KEY_VNI) and MAC, with learned, configured,
-// remote and filtering entries; learned entries age out on the platform clock; port VLANs and VLAN
-// membership per interface; the layer-2 protocol frame test. It publishes its
-// services in the efmp registry.
+// remote and filtering entries; learned entries age out on the platform
+// clock; port VLANs and VLAN membership per interface; the layer-2 protocol
+// frame test. It publishes its services in the efmp registry.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -24,10 +24,6 @@
 
 namespace {
 
-constexpr uint64_t kDefaultAgeMs = 300000;
-// Enough for a large fabric's hosts; a flood of invented source MACs stops
-// here instead of at the end of memory.
-constexpr size_t kDefaultMacCapacity = 65536;
 
 // The MAC table is split into shards, each with its own lock, so that packet
 // threads learning and looking up different MACs do not wait for each other.
@@ -64,9 +60,9 @@ struct Ports {
 struct Bridge {
     std::array<Shard, kShards> shards;
     efrt::Published<Ports> ports;
-    std::atomic<uint64_t> age_ms{kDefaultAgeMs};
+    std::atomic<uint64_t> age_ms{efrt::kDefaultMacAgeMs};
     std::atomic<size_t> entries{0};
-    std::atomic<size_t> capacity{kDefaultMacCapacity};
+    std::atomic<size_t> capacity{efrt::kDefaultMacCapacity};
     std::atomic<uint64_t> refused{0};
     std::atomic<uint64_t> generation{0};
 };
@@ -145,7 +141,7 @@ int add_mac(const ef_bridge_mac_req_t *req)
         return -1;
     } else if (e->ifindex == req->ifindex && e->kind != efrt::MacKind::Learned) {
         return 0;
-    } else if (e->ifindex != req->ifindex || e->kind != efrt::MacKind::Learned) {
+    } else if (e->ifindex != req->ifindex) {
         count_change();
     }
     *e = efrt::MacEntry{req->ifindex, req->vid, false, efrt::MacKind::Learned, now};
@@ -399,9 +395,9 @@ void bridge_reset()
     bridge().entries.store(0);
     bridge().refused.store(0);
     bridge().generation.store(0);
-    bridge().capacity.store(kDefaultMacCapacity);
+    bridge().capacity.store(efrt::kDefaultMacCapacity);
     bridge().ports.clear();
-    bridge().age_ms.store(kDefaultAgeMs);
+    bridge().age_ms.store(efrt::kDefaultMacAgeMs);
     bridge_publish_all();
 }
 

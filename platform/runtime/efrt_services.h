@@ -96,6 +96,12 @@ void bridge_publish_all();
 void bridge_withdraw_all();
 // The bridge's own handler of a service (published or not), or nullptr.
 void *bridge_handler(uint32_t service);
+// How long a learned MAC lives unseen, and how many the bridge learns: a
+// large fabric's hosts fit, and a flood of invented source MACs stops here
+// instead of at the end of memory. Snooped IP bindings (suppress.h) follow
+// the same two.
+constexpr uint64_t kDefaultMacAgeMs = 300000;
+constexpr size_t kDefaultMacCapacity = 65536;
 struct BridgeMac {
     uint64_t key;
     uint8_t mac[6];

@@ -11,16 +11,11 @@
 #include <utility>
 
 #include "efrt.h"
+#include "efrt_services.h"
 
 namespace efrt {
 
 namespace {
-
-// The bridge's default MAC age and capacity: a host's IP binding lives as
-// long as its MAC would, and a flood of invented senders stops at the same
-// size.
-constexpr uint64_t kDefaultAgeMs = 300000;
-constexpr size_t kDefaultLocalCapacity = 65536;
 
 using Key = std::pair<uint32_t, NeighbourIp>;  // (VNI, address): the listing order
 
@@ -41,8 +36,8 @@ struct Table {
     std::map<uint32_t, Switch> switches;  // only VNIs with a switch on
     size_t locals = 0;
     uint64_t generation = fresh_generation();
-    uint64_t age_ms = kDefaultAgeMs;
-    size_t local_capacity = kDefaultLocalCapacity;
+    uint64_t age_ms = kDefaultMacAgeMs;
+    size_t local_capacity = kDefaultMacCapacity;
 };
 
 struct Counters {
@@ -274,8 +269,8 @@ void suppress_reset()
         t.switches.clear();
         t.locals = 0;
         t.generation = fresh_generation();
-        t.age_ms = kDefaultAgeMs;
-        t.local_capacity = kDefaultLocalCapacity;
+        t.age_ms = kDefaultMacAgeMs;
+        t.local_capacity = kDefaultMacCapacity;
         g_vnis_switched_on.store(0, std::memory_order_relaxed);
     }
     Counters &c = counters();
