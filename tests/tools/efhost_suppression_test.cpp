@@ -7,47 +7,15 @@
 //   host A 10.1.1.1 -- P2 (ifx 12, VLAN 20 tagged)     host B 10.1.1.2: a remote binding
 #include <gtest/gtest.h>
 
-#include <mutex>
-#include <utility>
 
 #include "config.h"
 #include "counters.h"
 #include "pipeline.h"
-#include "port.h"
+#include "recording_port.h"
 #include "suppress_fixture.h"
 
 namespace vxtest {
 namespace {
-
-class RecordingPort : public efhost::Port {
-public:
-    bool open(std::string &) override { return true; }
-    void start(efhost::RxHandler) override {}
-    bool send(const uint8_t *frame, size_t len) override
-    {
-        std::lock_guard<std::mutex> g(lock_);
-        frames_.emplace_back(frame, frame + len);
-        return true;
-    }
-    void stop() override {}
-    bool input_done() const override { return true; }
-    uint64_t rx_frames() const override { return 0; }
-    uint64_t tx_frames() const override
-    {
-        std::lock_guard<std::mutex> g(lock_);
-        return frames_.size();
-    }
-    efhost::PortCounters counters() const override { return {0, tx_frames(), 0, 0}; }
-    std::vector<Bytes> take()
-    {
-        std::lock_guard<std::mutex> g(lock_);
-        return std::exchange(frames_, {});
-    }
-
-private:
-    mutable std::mutex lock_;
-    std::vector<Bytes> frames_;
-};
 
 efhost::InterfaceConfig access_port(uint32_t index, const char *name, uint16_t pvid)
 {

@@ -16,7 +16,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -27,6 +26,7 @@
 #include "l3_clock.h"
 #include "counters.h"
 #include "l3_engine.h"
+#include "recording_port.h"
 
 namespace {
 
@@ -93,36 +93,6 @@ bool icmpv6_sum_ok(const Bytes &frame)
     const Bytes body(frame.begin() + 54, frame.end());
     return reference_icmpv6_sum(src, dst, body) == 0;
 }
-
-class FakePort : public efhost::Port {
-public:
-    bool open(std::string &) override { return true; }
-    void start(efhost::RxHandler) override {}
-    bool send(const uint8_t *frame, size_t len) override
-    {
-        std::lock_guard<std::mutex> g(lock_);
-        frames_.emplace_back(frame, frame + len);
-        return true;
-    }
-    void stop() override {}
-    bool input_done() const override { return true; }
-    uint64_t rx_frames() const override { return 0; }
-    uint64_t tx_frames() const override
-    {
-        std::lock_guard<std::mutex> g(lock_);
-        return frames_.size();
-    }
-    efhost::PortCounters counters() const override { return {0, tx_frames(), 0, 0}; }
-    std::vector<Bytes> take()
-    {
-        std::lock_guard<std::mutex> g(lock_);
-        return std::exchange(frames_, {});
-    }
-
-private:
-    mutable std::mutex lock_;
-    std::vector<Bytes> frames_;
-};
 
 efhost::IpPrefix prefix(const char *text, uint8_t len)
 {
@@ -213,7 +183,7 @@ protected:
     }
 
     std::atomic<uint64_t> now_{1000000};
-    FakePort port1_, port2_;
+    vxtest::RecordingPort port1_, port2_;
     std::unique_ptr<efhost::L3Engine> engine_;
 };
 
