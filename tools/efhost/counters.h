@@ -1,7 +1,7 @@
 // efhost's counters as text: the pipeline's outcomes, every port's frames
 // in, out and lost, the L3 engine's, the bridge MAC table, neighbour
-// suppression and the packet buffers in use. The same lines answer the control socket's counters
-// request and make efhost's report at exit.
+// suppression and the packet buffers in use. The same lines answer the
+// control socket's counters request and make efhost's report at exit.
 #pragma once
 
 #include <cstdint>

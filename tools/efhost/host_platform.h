@@ -13,7 +13,8 @@ namespace efhost {
 
 // Before the module loads: VSDID and TMPDIR (with the module's log
 // directory below it), the syslog file, capabilities, the bridge's services
-// and ageing time (which snooped IP bindings share). False with a message on failure.
+// and ageing time (which snooped IP bindings share). False with a message on
+// failure.
 bool prepare_platform(const Config &cfg, std::string &error);
 
 // After the module started: creates every configured interface (creation

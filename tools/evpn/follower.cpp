@@ -1,8 +1,6 @@
 // The EVPN follower's loop; see follower.h.
 #include "follower.h"
 
-#include <sys/stat.h>
-
 #include <chrono>
 #include <sstream>
 #include <thread>
@@ -26,22 +24,18 @@ void Follower::log(const std::string &line) const { follower_log(line); }
 
 bool Follower::efhost_changed()
 {
-    struct stat st{};
-    if (stat(options_.socket.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)) {
+    const SocketIdentity::Seen seen = socket_.look(options_.socket);
+    if (seen == SocketIdentity::Seen::Gone) {
         if (!efhost_gone_)
             log("efhost: no control socket at " + options_.socket + "; waiting for it");
         efhost_gone_ = true;
         applied_.reset();
         return false;
     }
-    const int64_t ctime_ns = static_cast<int64_t>(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
-    const bool changed = st.st_ino != socket_inode_ || ctime_ns != socket_ctime_ns_;
-    if (changed && socket_inode_ != 0)
+    if (seen == SocketIdentity::Seen::Replaced)
         log("efhost: control socket created anew (efhost restarted)");
-    socket_inode_ = st.st_ino;
-    socket_ctime_ns_ = ctime_ns;
     efhost_gone_ = false;
-    return changed;
+    return seen != SocketIdentity::Seen::Same;
 }
 
 bool Follower::send_tlvs(const std::vector<vxlanctl::Tlv> &tlvs, bool until_data_ready)

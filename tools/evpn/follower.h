@@ -8,12 +8,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 
 #include "fabric_view.h"
 #include "host_tables.h"
 #include "kernel_reader.h"
 #include "local_mirror.h"
+#include "socket_identity.h"
 
 namespace evpn {
 
@@ -58,8 +58,7 @@ private:
     std::optional<ModuleView> applied_;  // what the module holds; none = unknown
     std::optional<HostTables> applied_host_;  // what efhost's tables hold; none = unknown
     LocalMirror mirror_;
-    ino_t socket_inode_ = 0;
-    int64_t socket_ctime_ns_ = 0;
+    SocketIdentity socket_;
     bool efhost_gone_ = false;
 };
 

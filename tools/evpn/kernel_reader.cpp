@@ -137,10 +137,19 @@ bool dump_links(nl_sock *sock, Cache &links, std::string &error)
     return true;
 }
 
+// The VNI of each device a field of the VNIs names (bridge, local port).
+std::map<int, uint32_t> vni_by(const KernelState &state, int KernelVni::*field)
+{
+    std::map<int, uint32_t> by;
+    for (const auto &[vni, k] : state)
+        if (k.*field != 0)
+            by[k.*field] = vni;
+    return by;
+}
+
 // The VXLAN devices that are up, with their bridge and its local port.
 void read_devices(nl_cache *links, KernelState &out, std::map<int, uint32_t> &vni_by_device)
 {
-    std::map<int, uint32_t> vni_by_bridge;
     for (nl_object *o = nl_cache_get_first(links); o != nullptr; o = nl_cache_get_next(o)) {
         auto *link = reinterpret_cast<rtnl_link *>(o);
         uint32_t vni = 0;
@@ -160,11 +169,10 @@ void read_devices(nl_cache *links, KernelState &out, std::map<int, uint32_t> &vn
             k.vlan = vlan_from_alias(alias);
         k.suppress = neigh_suppress_on(k.device);
         k.bridge = rtnl_link_get_master(link);
-        if (k.bridge != 0)
-            vni_by_bridge[k.bridge] = vni;
         vni_by_device[rtnl_link_get_ifindex(link)] = vni;
         out[vni] = k;
     }
+    const std::map<int, uint32_t> vni_by_bridge = vni_by(out, &KernelVni::bridge);
     for (nl_object *o = nl_cache_get_first(links); o != nullptr; o = nl_cache_get_next(o)) {
         auto *link = reinterpret_cast<rtnl_link *>(o);
         auto vni = vni_by_bridge.find(rtnl_link_get_master(link));
@@ -196,15 +204,6 @@ bool dump_neighbours(nl_sock *sock, int family, Cache &neighbours, std::string &
     }
     neighbours.reset(raw);
     return true;
-}
-
-std::map<int, uint32_t> vni_by(const KernelState &state, int KernelVni::*field)
-{
-    std::map<int, uint32_t> by;
-    for (const auto &[vni, k] : state)
-        if (k.*field != 0)
-            by[k.*field] = vni;
-    return by;
 }
 
 // The static entries on a VNI's local port: the follower's own.

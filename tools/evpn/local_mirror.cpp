@@ -1,8 +1,6 @@
 // efhost's own hosts into the kernel's EVPN state; see local_mirror.h.
 #include "local_mirror.h"
 
-#include <sys/stat.h>
-
 #include <chrono>
 #include <sstream>
 
@@ -69,21 +67,16 @@ void LocalMirror::run()
 // A new efhost starts its generations again: what the last one said is void.
 void LocalMirror::forget_efhost_if_new()
 {
-    struct stat st{};
-    if (stat(socket_.c_str(), &st) != 0)
+    const SocketIdentity::Seen seen = socket_.look(socket_path_);
+    if (seen != SocketIdentity::Seen::First && seen != SocketIdentity::Seen::Replaced)
         return;
-    const int64_t ctime_ns = static_cast<int64_t>(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
-    if (st.st_ino == socket_inode_ && ctime_ns == socket_ctime_ns_)
-        return;
-    socket_inode_ = st.st_ino;
-    socket_ctime_ns_ = ctime_ns;
     mac_generation_.reset();
     binding_generation_.reset();
 }
 
 LocalMirror::LocalAnswer LocalMirror::ask(uint32_t module, std::optional<uint64_t> &generation) const
 {
-    const auto answer = vxlanctl::interface_request(socket_, "local" + since(generation), timeout_s_, module);
+    const auto answer = vxlanctl::interface_request(socket_path_, "local" + since(generation), timeout_s_, module);
     LocalAnswer out;
     bool unchanged = false;
     const auto now = answer.ok ? generation_of(answer.status, unchanged) : std::nullopt;

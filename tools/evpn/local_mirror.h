@@ -13,20 +13,20 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <sys/types.h>
 #include <thread>
 #include <vector>
 
 #include "fabric_view.h"
 #include "host_tables.h"
 #include "kernel_writer.h"
+#include "socket_identity.h"
 
 namespace evpn {
 
 class LocalMirror {
 public:
     LocalMirror(std::string socket, double timeout_s, int poll_ms)
-        : socket_(std::move(socket)), timeout_s_(timeout_s), poll_ms_(poll_ms)
+        : socket_path_(std::move(socket)), timeout_s_(timeout_s), poll_ms_(poll_ms)
     {
     }
     ~LocalMirror() { stop(); }
@@ -66,7 +66,7 @@ private:
     // What an earlier run of the follower left in the kernel becomes ours.
     void adopt(const KernelState &kernel);
 
-    std::string socket_;
+    std::string socket_path_;
     double timeout_s_;
     int poll_ms_;
     KernelWriter writer_;
@@ -82,8 +82,7 @@ private:
     std::map<VniKey, std::string> local_ips_;    // (VNI, IP) -> MAC snooped from its hosts
     Installed fdb_, neighbours_;                 // what this mirror put into the kernel
     bool adopted_ = false;
-    ino_t socket_inode_ = 0;
-    int64_t socket_ctime_ns_ = 0;
+    SocketIdentity socket_;
 };
 
 }  // namespace evpn
