@@ -121,15 +121,12 @@ RequestReply local(const std::vector<std::string> &w)
         return refuse("local takes since G or nothing");
     }
     const uint64_t generation = efrt::bridge_mac_generation();
-    if (since && *since == generation)
-        return {true, "ok unchanged generation " + std::to_string(generation), {}};
-    RequestReply reply{true, "", {}};
-    for (const efrt::BridgeMac &m : efrt::bridge_macs())
-        if (has_vni(m) && !m.filter && m.kind == efrt::MacKind::Learned && !is_tunnel(m.ifindex))
-            reply.lines.push_back(std::to_string(vni_of(m)) + " " + mac_text(m.mac) + " " + std::to_string(m.ifindex));
-    reply.text = "ok generation " + std::to_string(generation) + " " + std::to_string(reply.lines.size()) +
-                 " local MACs";
-    return reply;
+    std::vector<std::string> lines;
+    if (!since || *since != generation)
+        for (const efrt::BridgeMac &m : efrt::bridge_macs())
+            if (has_vni(m) && !m.filter && m.kind == efrt::MacKind::Learned && !is_tunnel(m.ifindex))
+                lines.push_back(std::to_string(vni_of(m)) + " " + mac_text(m.mac) + " " + std::to_string(m.ifindex));
+    return changes_since(since, generation, std::move(lines), "local MACs");
 }
 
 }  // namespace

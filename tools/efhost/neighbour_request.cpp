@@ -159,15 +159,10 @@ RequestReply local(const Words &args, std::string_view usage)
             return refuse(not_a_generation(args[1]));
     }
     uint64_t generation = 0;
-    const std::vector<efrt::SuppressBinding> locals = efrt::suppress_local_bindings(generation);
-    if (since && *since == generation)
-        return {true, "ok unchanged generation " + std::to_string(generation), {}};
-    RequestReply reply{true, "ok generation " + std::to_string(generation) + " " + std::to_string(locals.size()) +
-                                 " local bindings",
-                       {}};
-    for (const efrt::SuppressBinding &b : locals)
-        reply.lines.push_back(std::to_string(b.vni) + " " + ip_text(b.ip) + " " + mac_text(b.mac.data()));
-    return reply;
+    std::vector<std::string> lines;
+    for (const efrt::SuppressBinding &b : efrt::suppress_local_bindings(generation))
+        lines.push_back(std::to_string(b.vni) + " " + ip_text(b.ip) + " " + mac_text(b.mac.data()));
+    return changes_since(since, generation, std::move(lines), "local bindings");
 }
 
 RequestReply set_switch(const Words &args, std::string_view)

@@ -3,7 +3,10 @@
 // or the reason of a refusal, and the listed lines.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace efhost {
@@ -15,5 +18,18 @@ struct RequestReply {
 };
 
 inline RequestReply refuse(const std::string &why) { return {false, why, {}}; }
+
+// The answer to "local since G" of a table with a generation: nothing while
+// the client's generation is the table's, else the lines the table lists
+// now ("ok generation G N <what>").
+inline RequestReply changes_since(const std::optional<uint64_t> &since, uint64_t generation,
+                                  std::vector<std::string> lines, const std::string &what)
+{
+    if (since && *since == generation)
+        return {true, "ok unchanged generation " + std::to_string(generation), {}};
+    const std::string text =
+        "ok generation " + std::to_string(generation) + " " + std::to_string(lines.size()) + " " + what;
+    return {true, text, std::move(lines)};
+}
 
 }  // namespace efhost
