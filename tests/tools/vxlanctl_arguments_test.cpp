@@ -3,6 +3,7 @@
 // is built to send).
 #include <gtest/gtest.h>
 
+#include "apply_config.h"
 #include "request.h"
 
 namespace {
@@ -59,9 +60,36 @@ TEST(VxlanctlArgumentsTest, SendRefusesMalformedRepeatedAndOversizedValues)
               "vxlanctl: send: field 'mac' (mac): '00:00:5e:00:01:1g' is not a MAC address such as "
               "00:00:5e:00:01:01");
     EXPECT_EQ(send_error("SET_VLAN", {"vlans=10,4096"}),
-              "vxlanctl: send: field 'vlans' (vlan bitmap): VLAN 4096 is outside 0..4095");
+              "vxlanctl: send: field 'vlans' (vlan bitmap): VLAN 4096 is outside 1..4094");
     EXPECT_EQ(send_error("SET_VLAN", {"vlans=10,,12"}),
               "vxlanctl: send: field 'vlans' (vlan bitmap): '' is not a VLAN id or a range such as 20-22");
+}
+
+TEST(VxlanctlArgumentsTest, SendRefusesTheVlansTheModuleNeverLooksAt)
+{
+    EXPECT_EQ(send_error("SET_VLAN", {"vlans=0"}),
+              "vxlanctl: send: field 'vlans' (vlan bitmap): VLAN 0 is outside 1..4094");
+    EXPECT_EQ(send_error("SET_VLAN", {"vlans=4090-4095"}),
+              "vxlanctl: send: field 'vlans' (vlan bitmap): VLAN 4095 is outside 1..4094");
+    std::string error;
+    EXPECT_TRUE(send_request("SET_VLAN", {"vlans=1,4094"}, error).has_value()) << error;
+}
+
+// A VLAN refused by send is refused by apply in the same words, and the other
+// way round, so that what one accepts the other does too.
+TEST(VxlanctlArgumentsTest, SendAndApplyRefuseTheSameVlansInTheSameWords)
+{
+    for (const std::string vlans : {"0", "4095", "1-4095", "x"}) {
+        SCOPED_TRACE(vlans);
+        const std::string sent = send_error("SET_VLAN", {"vlans=" + vlans});
+        std::string error;
+        EXPECT_FALSE(read_apply_text("vnis:\n  - {vni: 5, vlans: ['" + vlans + "']}\n", "t.yaml", error));
+        const std::string send_prefix = "vxlanctl: send: field 'vlans' (vlan bitmap): ";
+        const std::string apply_prefix = "t.yaml:2: field 'vnis[0].vlans[0]': ";
+        ASSERT_EQ(sent.rfind(send_prefix, 0), 0u) << sent;
+        ASSERT_EQ(error.rfind(apply_prefix, 0), 0u) << error;
+        EXPECT_EQ(sent.substr(send_prefix.size()), error.substr(apply_prefix.size()));
+    }
 }
 
 TEST(VxlanctlArgumentsTest, SendAcceptsEveryMacSpelling)
@@ -130,7 +158,41 @@ TEST(VxlanctlArgumentsTest, ShowRefusesUnknownTableAndStrayArguments)
     EXPECT_FALSE(show_request({"entry", "1", "2"}, error));
     EXPECT_EQ(error, "vxlanctl: show: 'entry' takes at most one VNI, got '2'");
     EXPECT_FALSE(show_request({"entry", "-1"}, error));
-    EXPECT_EQ(error, "vxlanctl: show: VNI '-1' is not a number in 0..4294967295");
+    EXPECT_EQ(error, "vxlanctl: show: VNI '-1' is not a number in 0..16777215");
+}
+
+TEST(VxlanctlArgumentsTest, ShowRefusesAVniWiderThanTwentyFourBits)
+{
+    std::string error;
+    EXPECT_FALSE(show_request({"entry", "16777216"}, error));
+    EXPECT_EQ(error, "vxlanctl: show: VNI '16777216' is not a number in 0..16777215");
+    EXPECT_FALSE(show_request({"entry", "4294967295"}, error));
+    EXPECT_EQ(error, "vxlanctl: show: VNI '4294967295' is not a number in 0..16777215");
+    const auto r = show_request({"entry", "16777215"}, error);
+    ASSERT_TRUE(r.has_value()) << error;
+    EXPECT_EQ(r->messages[0], (Message{1, 16, 0, 1, 65, 0, 8, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0}));
+}
+
+TEST(VxlanctlArgumentsTest, ShowTakesAnUnambiguousPrefixOfATable)
+{
+    std::string error;
+    auto r = show_request({"st"}, error);
+    ASSERT_TRUE(r.has_value()) << error;
+    EXPECT_EQ(r->messages[0], (Message{1, 16, 0, 1, 65, 0, 8, 0, 3, 0, 0, 0, 0, 0, 0, 0}));
+    r = show_request({"e", "100"}, error);
+    ASSERT_TRUE(r.has_value()) << error;
+    EXPECT_EQ(r->messages[0], (Message{1, 16, 0, 1, 65, 0, 8, 0, 1, 0, 0, 0, 100, 0, 0, 0}));
+    EXPECT_FALSE(show_request({"i", "1"}, error));
+    EXPECT_EQ(error, "vxlanctl: show: 'intf' takes no argument, got '1'");
+}
+
+TEST(VxlanctlArgumentsTest, ShowRefusesAnAmbiguousTablePrefixNamingTheCandidates)
+{
+    std::string error;
+    EXPECT_FALSE(show_request({"s"}, error));
+    EXPECT_EQ(error, "vxlanctl: show: ambiguous table 's'; it could be status or subif");
+    EXPECT_FALSE(show_request({}, error));
+    EXPECT_EQ(error, "vxlanctl: show: unknown table ''; choose status, entry [VNI], intf, vrf or subif");
 }
 
 TEST(VxlanctlArgumentsTest, DebugSetsMaskTraceInterfaceAndBudget)

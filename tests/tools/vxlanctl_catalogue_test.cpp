@@ -35,10 +35,10 @@ Bytes vlan_value()
     Bytes v = zeros(528);
     const Bytes head = {0x0D, 0x0C, 0x0B, 0x0A, 0, 0, 0x07};
     std::copy(head.begin(), head.end(), v.begin());
-    v[16] = 0x03;       // VLANs 0 and 1: bits 0, 1 of word 0
+    v[16] = 0x02;       // VLAN 1: bit 1 of word 0
     v[16 + 7] = 0x80;   // VLAN 63: bit 63 of word 0
     v[16 + 8] = 0x01;   // VLAN 64: bit 0 of word 1
-    v[16 + 511] = 0x80; // VLAN 4095: bit 63 of word 63
+    v[16 + 511] = 0x40; // VLAN 4094: bit 62 of word 63
     return v;
 }
 
@@ -49,7 +49,7 @@ const std::vector<Case> &cases()
         {"SYNC_DATA_BEGIN", {}, 1, {}},
         {"SYNC_DATA_OVER", {}, 2, {}},
         {"SET_ENTRY", {"vni=0x01020304", "oper=5"}, 8, {0x04, 0x03, 0x02, 0x01, 0x05}},
-        {"SET_VLAN", {"vni=0x0A0B0C0D", "oper=7", "vlans=0,1,63-64,4095"}, 9, vlan_value()},
+        {"SET_VLAN", {"vni=0x0A0B0C0D", "oper=7", "vlans=1,63-64,4094"}, 9, vlan_value()},
         {"SET_UDP_PORT", {"port=4789"}, 12, {0xB5, 0x12}},
         {"SET_ROUTER",
          {"vni=0x11121314", "router_ifx=0x21222324", "vrf_id=0x31323334", "anycast=1", "oper=2"},

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "follower.h"
+#include "tool_version.h"
 
 namespace {
 
@@ -23,6 +24,7 @@ int main(int argc, char **argv)
     const char *env = std::getenv("EFHOST_SOCKET");
     options.socket = env != nullptr && *env != '\0' ? env : "/tmp/efhost.sock";
     CLI::App app{"evpn-follower: keeps efhost's VXLAN module equal to the kernel's EVPN state (FRR's zebra)"};
+    app.set_version_flag("--version", tools::version_line("evpn-follower"));
     app.add_option("--socket", options.socket, "efhost's control socket (default: $EFHOST_SOCKET, else /tmp/efhost.sock)");
     app.add_option("--tunnel-base", options.tunnel_base, "interface index of the first tunnel (default 1000)")
         ->check(CLI::Range(1u, 0xFFFF0000u));

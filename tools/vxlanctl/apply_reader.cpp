@@ -78,7 +78,7 @@ void read_vlans(const YAML::Node &node, const std::string &path, VniConf &vni, D
     for (size_t i = 0; i < list.size(); ++i) {
         const std::string p = item_path(path, i);
         std::string error;
-        const auto range = parse_vlan_range(scalar(list[i], p, "a VLAN id or range"), 1, 4094, error);
+        const auto range = parse_vlan_range(scalar(list[i], p, "a VLAN id or range"), error);
         if (!range)
             fail(list[i], p, error);
         for (unsigned vid = range->first; vid <= range->last; ++vid) {
@@ -206,9 +206,9 @@ SubifConf read_subif(const YAML::Node &node, const std::string &path, Defined &d
     s.parent = read_ifx(required(node, path, "parent"), key_path(path, "parent"));
     s.vni = read_known_vni(required(node, path, "vni"), key_path(path, "vni"), defined);
     const YAML::Node svid = required(node, path, "svid");
-    s.svid = static_cast<uint16_t>(unsigned_in(svid, key_path(path, "svid"), 1, 4094, "VLAN"));
+    s.svid = static_cast<uint16_t>(unsigned_in(svid, key_path(path, "svid"), kFirstVlan, kLastVlan, "VLAN"));
     if (const YAML::Node cvid = node["cvid"])
-        s.cvid = static_cast<uint16_t>(unsigned_in(cvid, key_path(path, "cvid"), 0, 4094, "VLAN"));
+        s.cvid = static_cast<uint16_t>(unsigned_in(cvid, key_path(path, "cvid"), 0, kLastVlan, "VLAN"));
     auto [kt, key_fresh] =
         defined.subif_keys.emplace(std::make_tuple(s.parent, s.svid, s.cvid), std::make_pair(s.interface, line_of(ifx)));
     if (!key_fresh)

@@ -101,7 +101,7 @@ std::optional<Mac> parse_mac(std::string_view text)
     return dotted_mac(text);
 }
 
-std::optional<VlanRange> parse_vlan_range(std::string_view text, uint16_t lo, uint16_t hi, std::string &error)
+std::optional<VlanRange> parse_vlan_range(std::string_view text, std::string &error)
 {
     const size_t dash = text.find('-');
     const auto first = parse_unsigned(text.substr(0, dash));
@@ -111,8 +111,9 @@ std::optional<VlanRange> parse_vlan_range(std::string_view text, uint16_t lo, ui
         return std::nullopt;
     }
     for (uint64_t v : {*first, *last})
-        if (v < lo || v > hi) {
-            error = "VLAN " + std::to_string(v) + " is outside " + std::to_string(lo) + ".." + std::to_string(hi);
+        if (v < kFirstVlan || v > kLastVlan) {
+            error = "VLAN " + std::to_string(v) + " is outside " + std::to_string(kFirstVlan) + ".." +
+                    std::to_string(kLastVlan);
             return std::nullopt;
         }
     if (*last < *first) {

@@ -33,13 +33,21 @@ std::optional<IpAddr> parse_ip(std::string_view text);
 // groups of four hex digits (0000.5e00.0101).
 std::optional<Mac> parse_mac(std::string_view text);
 
-// "10" or "20-22" with both ends in lo..hi. Returns the range, or nothing with
-// error set to a sentence saying what was wrong.
+// The VLANs a VNI can be extended into, on the command line and in the apply
+// file alike: the module never looks at VLAN 0 or 4095.
+constexpr uint16_t kFirstVlan = 1;
+constexpr uint16_t kLastVlan = 4094;
+
+// VNIs are 24 bits in the VXLAN header.
+constexpr uint32_t kLastVni = 0xFFFFFF;
+
+// "10" or "20-22" with both ends in kFirstVlan..kLastVlan. Returns the range,
+// or nothing with error set to a sentence saying what was wrong.
 struct VlanRange {
     uint16_t first;
     uint16_t last;
 };
-std::optional<VlanRange> parse_vlan_range(std::string_view text, uint16_t lo, uint16_t hi, std::string &error);
+std::optional<VlanRange> parse_vlan_range(std::string_view text, std::string &error);
 
 // The text in single quotes, for error messages. Built by appending: g++ 12
 // at -O3 reports a false overlap for a literal added to a temporary string.

@@ -49,7 +49,7 @@ bool write_vlans(TlvWriter &w, const FieldDef &f, std::string_view text, std::st
     size_t start = 0;
     for (;;) {
         const size_t comma = text.find(',', start);
-        const auto range = parse_vlan_range(text.substr(start, comma - start), 0, 4095, why);
+        const auto range = parse_vlan_range(text.substr(start, comma - start), why);
         if (!range)
             return false;
         for (unsigned vid = range->first; vid <= range->last; ++vid)

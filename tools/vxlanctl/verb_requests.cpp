@@ -6,6 +6,7 @@
 #include "apply_config.h"
 #include "request.h"
 #include "vxlan_ef_requests.h"
+#include "word_match.h"
 
 namespace vxlanctl {
 
@@ -23,6 +24,25 @@ constexpr std::array<ShowDef, 5> kShows = {{{"status", ShowId::Status},
                                              {"intf", ShowId::Intf},
                                              {"vrf", ShowId::Vrf},
                                              {"subif", ShowId::Subif}}};
+
+// The table a (possibly shortened) word names; nullptr with error set when
+// it names none or several.
+const ShowDef *find_show(const std::string &word, const std::string &prefix, std::string &error)
+{
+    std::vector<std::string> words;
+    for (const ShowDef &s : kShows)
+        words.emplace_back(s.word);
+    const WordMatch match = match_word(word, words);
+    if (match.kind == WordMatch::Kind::Ambiguous) {
+        error = prefix + "ambiguous table " + quoted(word) + "; it could be " + one_of(match.candidates);
+        return nullptr;
+    }
+    for (const ShowDef &s : kShows)
+        if (match.kind == WordMatch::Kind::Found && s.word == match.word)
+            return &s;
+    error = prefix + "unknown table " + quoted(word) + "; choose status, entry [VNI], intf, vrf or subif";
+    return nullptr;
+}
 
 Request one_tlv(const Tlv &tlv)
 {
@@ -98,26 +118,20 @@ std::optional<Request> raw_request(const std::vector<std::string> &hex, std::str
 std::optional<Request> show_request(const std::vector<std::string> &args, std::string &error)
 {
     const std::string prefix = "vxlanctl: show: ";
-    const ShowDef *show = nullptr;
-    for (const ShowDef &s : kShows)
-        if (!args.empty() && s.word == args[0])
-            show = &s;
-    if (show == nullptr) {
-        error = prefix + "unknown table '" + (args.empty() ? "" : args[0]) +
-                "'; choose status, entry [VNI], intf, vrf or subif";
+    const ShowDef *show = find_show(args.empty() ? "" : args[0], prefix, error);
+    if (show == nullptr)
         return std::nullopt;
-    }
     const size_t allowed = show->word == "entry" ? 2 : 1;
     if (args.size() > allowed) {
-        error = prefix + "'" + args[0] + "' takes " + (allowed == 2 ? "at most one VNI" : "no argument") +
-                ", got '" + args[allowed] + "'";
+        error = prefix + "'" + std::string(show->word) + "' takes " +
+                (allowed == 2 ? "at most one VNI" : "no argument") + ", got '" + args[allowed] + "'";
         return std::nullopt;
     }
     uint64_t vni = 0;
     if (args.size() == 2) {
-        const auto v = number_upto(args[1], 0xFFFFFFFF);
+        const auto v = number_upto(args[1], kLastVni);
         if (!v) {
-            error = prefix + "VNI '" + args[1] + "' is not a number in 0..4294967295";
+            error = prefix + "VNI '" + args[1] + "' is not a number in 0.." + std::to_string(kLastVni);
             return std::nullopt;
         }
         vni = *v;
