@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# efhost and vxlanctl on the command line: help, refusal of a bad
-# configuration file (exit status 2, line and field named), a vxlanctl that
-# finds no efhost.
+# efhost and vxlanctl on the command line: help and version, refusal of a bad
+# configuration file (exit status 2, line and field named) or of a missing
+# device, capture or module, a vxlanctl that finds no efhost, shortened and
+# unknown verbs.
 set -u
 fail() { printf '%s\n' "FAIL: $*" >&2; exit 1; }
 [ -x "$EFHOST" ] || fail "efhost not found at '$EFHOST'"
@@ -56,4 +57,71 @@ if [ -n "${EVPN_FOLLOWER:-}" ]; then
     expect_usage "--tunnel-base" "$EVPN_FOLLOWER" --tunnel-base 0
     expect_usage "--bogus" "$EVPN_FOLLOWER" --bogus
 fi
+
+# Exactly this output and exit status.
+expect_exact() {   # exit-status expected-output command...
+    local want_rc=$1 want=$2 rc=0 out; shift 2
+    out=$("$@" 2>&1) || rc=$?
+    [ "$rc" = "$want_rc" ] || fail "$*: exit status $rc, expected $want_rc ($out)"
+    [ "$out" = "$want" ] || fail "$*: printed '$out', expected '$want'"
+    echo "($rc) $*: $out"
+}
+
+# --version prints the version project() gives in CMakeLists.txt.
+VERSION=$(sed -n 's/^project([^ ]* VERSION \([0-9.]*\).*/\1/p' "$(dirname "$0")/../../CMakeLists.txt")
+[ -n "$VERSION" ] || fail "no VERSION in project() of CMakeLists.txt"
+expect_exact 0 "efhost $VERSION" "$EFHOST" --version
+expect_exact 0 "vxlanctl $VERSION" "$VXLANCTL" --version
+[ -z "${EVPN_FOLLOWER:-}" ] || expect_exact 0 "evpn-follower $VERSION" "$EVPN_FOLLOWER" --version
+
+# Verbs and show tables: unknown and ambiguous words are named, unambiguous
+# prefixes stand for the word.
+COMMANDS="commands: apply, send, raw, show, debug, techdump, tunnel-intf, counters, mac, suppress"
+expect_exact 2 "vxlanctl: unknown command 'bogus'; $COMMANDS" "$VXLANCTL" bogus
+expect_exact 2 "vxlanctl: unknown command 'shwo'; $COMMANDS" "$VXLANCTL" shwo status
+expect_exact 2 "vxlanctl: ambiguous command 's'; it could be send, show or suppress" "$VXLANCTL" s status
+NO_EFHOST="vxlanctl: cannot connect to $DIR/none.sock: No such file or directory"
+expect_exact 1 "$NO_EFHOST" "$VXLANCTL" --socket "$DIR/none.sock" sh st
+expect_exact 1 "$NO_EFHOST" "$VXLANCTL" --socket "$DIR/none.sock" cou
+expect_exact 1 "$NO_EFHOST" "$VXLANCTL" --socket "$DIR/none.sock" show e 100
+expect_exact 2 "vxlanctl: show: ambiguous table 's'; it could be status or subif" \
+    "$VXLANCTL" --socket "$DIR/none.sock" show s
+expect_exact 2 "vxlanctl: show: VNI '16777216' is not a number in 0..16777215" \
+    "$VXLANCTL" --socket "$DIR/none.sock" show entry 16777216
+
+# send --help lists the TLV types with their fields.
+"$VXLANCTL" send --help | grep -qxF "  SET_ENTRY (8): vni u32, oper u8" || fail "send --help lacks SET_ENTRY's fields"
+"$VXLANCTL" send --help | grep -qxF "  SET_VLAN (9): vni u32, oper u8, vlans vlan bitmap" \
+    || fail "send --help lacks SET_VLAN's fields"
+
+# send and apply take the same VLANs and refuse the others in the same words.
+expect_exact 2 "vxlanctl: send: field 'vlans' (vlan bitmap): VLAN 4095 is outside 1..4094" \
+    "$VXLANCTL" --socket "$DIR/none.sock" send SET_VLAN vni=5 vlans=10,4095
+printf 'vnis:\n  - {vni: 5, vlans: [10, 4095]}\n' > "$DIR/vlan.yaml"
+expect_exact 2 "$DIR/vlan.yaml:2: field 'vnis[0].vlans[1]': VLAN 4095 is outside 1..4094" \
+    "$VXLANCTL" --socket "$DIR/none.sock" apply "$DIR/vlan.yaml"
+expect_exact 2 "vxlanctl: send: field 'vlans' (vlan bitmap): VLAN 0 is outside 1..4094" \
+    "$VXLANCTL" --socket "$DIR/none.sock" send SET_VLAN vni=5 vlans=0
+
+# efhost refuses a missing device, capture or module before it creates its
+# socket, log file or directories.
+refused_untouched() {   # config-name expected-message [start-of-message]
+    if [ "${3:-}" = start ]; then
+        expect_usage "$2" "$EFHOST" --config "$DIR/$1.yaml"
+    else
+        expect_exact 2 "$2" "$EFHOST" --config "$DIR/$1.yaml"
+    fi
+    [ ! -e "$DIR/state" ] || fail "$1: efhost created $(find "$DIR/state")"
+}
+state="control_socket: $DIR/state/ctl.sock\ntmpdir: $DIR/state/tmp\nsyslog_file: $DIR/state/syslog.log\n"
+printf "$state"'interfaces:\n  - {index: 1, name: p1, attach: {device: veth-none9}}\n' > "$DIR/nodev.yaml"
+refused_untouched nodev "efhost: interface p1: no network device 'veth-none9'"
+printf "$state"'interfaces:\n  - {index: 1, name: p1, attach: {pcap_in: %s/in.pcap, pcap_out: %s/state/out.pcap}}\n' \
+    "$DIR" "$DIR" > "$DIR/nopcap.yaml"
+refused_untouched nopcap "efhost: interface p1: cannot read capture file '$DIR/in.pcap': No such file or directory"
+printf "$state"'module: %s/none.so\ninterfaces:\n  - {index: 1, name: p1, attach: {device: lo}}\n' "$DIR" > "$DIR/nomod.yaml"
+refused_untouched nomod "efhost: module '$DIR/none.so': No such file or directory"
+printf "$state"'module: %s/vlan.yaml\ninterfaces:\n  - {index: 1, name: p1}\n' "$DIR" > "$DIR/badmod.yaml"
+# The dynamic linker's own words follow.
+refused_untouched badmod "efhost: module '$DIR/vlan.yaml': cannot be loaded: $DIR/vlan.yaml: " start
 echo "PASS: command lines"

@@ -7,10 +7,13 @@
 
 #include "config.h"
 #include "host.h"
+#include "startup_checks.h"
+#include "tool_version.h"
 
 int main(int argc, char **argv)
 {
     CLI::App app{"efhost: runs the VXLAN module (libtq_vxlan_ef.so) on Linux ports"};
+    app.set_version_flag("--version", tools::version_line("efhost"));
     std::string config_path;
     app.add_option("-c,--config", config_path, "YAML configuration file (see docs/efhost-config.md)")
         ->required();
@@ -23,6 +26,10 @@ int main(int argc, char **argv)
     efhost::Config cfg;
     std::string error;
     if (!efhost::load_config(config_path, cfg, error)) {
+        std::fprintf(stderr, "efhost: %s\n", error.c_str());
+        return 2;
+    }
+    if (!efhost::check_startup(cfg, error)) {
         std::fprintf(stderr, "efhost: %s\n", error.c_str());
         return 2;
     }
