@@ -9,6 +9,7 @@
 
 #include "core/core_private.h"
 #include "diag_private.h"
+#include "vxlan_ef_requests.h"
 #include "vxlan_ef_tables.h"
 
 namespace {
@@ -44,8 +45,8 @@ void vxlan_ef_tech_dump(uint32_t vsd_id)
     if (vsd == nullptr)
         return;
     char path[256];
-    std::snprintf(path, sizeof path, "%s/%d/%s", "/tmp/vsd", static_cast<int>(vsd_id),
-                  "/dc/vxlan/.vxlan_ef_dump.txt");
+    std::snprintf(path, sizeof path, "%s/%d/%s", vxlan_ef::tlv::kTechDumpRoot, static_cast<int>(vsd_id),
+                  vxlan_ef::tlv::kTechDumpFile);
     int fd = open(path, O_RDWR | O_CREAT, 0777);
     if (fd < 0) {
         VXLAN_EF_ERR("VXLAN-EF-ERR: [vsd %d %s] Failed to open file: %s\n", path);

@@ -20,4 +20,9 @@ enum class ShowId : uint16_t {
 // EF_CTRL's ctrl bit for the tech-support dump.
 inline constexpr uint32_t kCtrlTechDump = 0x4;
 
+// The dump's path is "%s/%d/%s" of these two around the instance id, so a
+// doubled slash stands before "dc"; the host creates the directory.
+inline constexpr const char *kTechDumpRoot = "/tmp/vsd";
+inline constexpr const char *kTechDumpFile = "/dc/vxlan/.vxlan_ef_dump.txt";
+
 }  // namespace vxlan_ef::tlv

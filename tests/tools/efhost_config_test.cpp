@@ -244,7 +244,7 @@ TEST(EfhostConfigTest, RefusesUnknownTopLevelKey)
 {
     EXPECT_EQ(refusal(kHead + "mac_age: 5\n"),
               "cfg.yaml:5: field 'mac_age' is not known (allowed: instance, tmpdir, control_socket, "
-              "syslog_file, module, capabilities, mlag, mac_age_seconds, mac_table_capacity, packet_workers, "
+              "syslog_file, module, overlay, capabilities, mlag, mac_age_seconds, mac_table_capacity, packet_workers, "
               "interfaces, routes, neighbours)");
 }
 

@@ -70,6 +70,17 @@ TEST_F(RuntimeInterfaces, RemoveDestroysAndListShowsWhatRemains)
     EXPECT_EQ(runtime_interface_request("list").lines, (std::vector<std::string>{"1001 b"}));
 }
 
+TEST_F(RuntimeInterfaces, TunnelsListsEveryTunnelInterfaceOfTheFileAndOfRunTime)
+{
+    efrt::lsm_create(efrt::make_intf(3, 45, LSM_IF_STACK_BRIDGE, "tun3"));
+    efrt::lsm_create(efrt::make_intf(7, 2, LSM_IF_STACK_BRIDGE, "acc"));
+    runtime_interface_request("create 1000 evpn-a");
+    const auto listed = runtime_interface_request("tunnels");
+    EXPECT_TRUE(listed.ok);
+    EXPECT_EQ(listed.text, "ok 2 tunnel interfaces");
+    EXPECT_EQ(listed.lines, (std::vector<std::string>{"3 tun3", "1000 evpn-a"}));
+}
+
 TEST_F(RuntimeInterfaces, BadRequestsAreRefusedWithTheReason)
 {
     EXPECT_EQ(runtime_interface_request("create 0 a").text, "'0' is not an interface index 1..4294967295");
@@ -79,7 +90,7 @@ TEST_F(RuntimeInterfaces, BadRequestsAreRefusedWithTheReason)
               "interface name must have 1..63 characters");
     EXPECT_EQ(runtime_interface_request("create 5 a b").text, "too many words in 'create 5 a b'");
     EXPECT_EQ(runtime_interface_request("rename 5 a").text,
-              "unknown request 'rename 5 a'; known: create IFX NAME, remove IFX, list");
+              "unknown request 'rename 5 a'; known: create IFX NAME, remove IFX, list, tunnels");
     EXPECT_FALSE(runtime_interface_request("").ok);
 }
 

@@ -221,7 +221,7 @@ TEST(VxlanctlArgumentsTest, TechdumpAsksForTheDumpBitWithOperOne)
 {
     const Request r = techdump_request();
     EXPECT_EQ(r.messages, (std::vector<Message>{{1, 13, 0, 1, 66, 0, 5, 0, 4, 0, 0, 0, 1}}));
-    EXPECT_EQ(r.finish_line, "vxlanctl: tech-support dump written");
+    EXPECT_EQ(r.finish_line, "");  // efhost's done envelope names the file
 }
 
 }  // namespace

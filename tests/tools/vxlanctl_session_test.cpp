@@ -21,7 +21,14 @@ using Bytes = std::vector<uint8_t>;
 
 ctl::Envelope reply(uint32_t module, const Bytes &payload) { return ctl::Envelope{0, 0, module, payload}; }
 ctl::Envelope show_line(const std::string &text) { return reply(ctl::kModuleShowLine, Bytes(text.begin(), text.end())); }
-ctl::Envelope done() { return reply(ctl::kModuleDone, {}); }
+ctl::Envelope done(const std::string &status = "")
+{
+    return reply(ctl::kModuleDone, Bytes(status.begin(), status.end()));
+}
+ctl::Envelope error_line(const std::string &text)
+{
+    return reply(ctl::kModuleErrorLine, Bytes(text.begin(), text.end()));
+}
 ctl::Envelope data_ready() { return reply(ctl::kModuleVxlan, {1, 8, 0, 1, 68, 0, 0, 0}); }
 
 class VxlanctlSessionTest : public ::testing::Test {
@@ -116,16 +123,49 @@ TEST_F(VxlanctlSessionTest, RawGoesOutByteForByte)
     EXPECT_EQ(out_.str(), "");
 }
 
-TEST_F(VxlanctlSessionTest, TechdumpReportsTheDumpOnceDone)
+TEST_F(VxlanctlSessionTest, TechdumpPrintsThePathEfhostReports)
 {
-    serve({done()});
+    serve({done("ok: tech-support dump written to /tmp/vsd/3//dc/vxlan/.vxlan_ef_dump.txt")});
     EXPECT_EQ(run(techdump_request()), kExitOk);
     ASSERT_EQ(received_.size(), 1u);
     EXPECT_EQ(received_[0].payload, (Bytes{1, 13, 0, 1, 66, 0, 5, 0, 4, 0, 0, 0, 1}));
-    EXPECT_EQ(out_.str(), "vxlanctl: tech-support dump written\n");
+    EXPECT_EQ(out_.str(), "");
+    EXPECT_EQ(err_.str(), "vxlanctl: tech-support dump written to /tmp/vsd/3//dc/vxlan/.vxlan_ef_dump.txt\n");
 }
 
-TEST_F(VxlanctlSessionTest, ApplyWaitsForDataReadyNotForDone)
+TEST_F(VxlanctlSessionTest, TechdumpThatWroteNothingFails)
+{
+    serve({done("error: the module wrote no tech-support dump to /tmp/vsd/3//dc/vxlan/.vxlan_ef_dump.txt")});
+    EXPECT_EQ(run(techdump_request()), kExitRefused);
+    EXPECT_EQ(err_.str(), "vxlanctl: efhost: error: the module wrote no tech-support dump to "
+                          "/tmp/vsd/3//dc/vxlan/.vxlan_ef_dump.txt\n");
+}
+
+TEST_F(VxlanctlSessionTest, ModuleErrorLinesArePrintedAndFailTheSend)
+{
+    std::string error;
+    const auto request = send_request("SET_ENTRY", {"vni=0", "oper=1"}, error);
+    ASSERT_TRUE(request.has_value()) << error;
+    serve({error_line("VXLAN-EF-ERR: [vsd 0 vxlan_ef_entry_alloc] ERROR VNI: 0\n"), done()});
+    EXPECT_EQ(run(*request), kExitModuleError);
+    EXPECT_EQ(out_.str(), "");
+    EXPECT_EQ(err_.str(), "vxlanctl: module: VXLAN-EF-ERR: [vsd 0 vxlan_ef_entry_alloc] ERROR VNI: 0\n"
+                          "vxlanctl: the module refused part of what was sent (its error lines are above)\n");
+}
+
+TEST_F(VxlanctlSessionTest, ShowOfAMissingVniSaysSoAndExitsOne)
+{
+    std::string error;
+    const auto request = show_request({"entry", "5"}, error);
+    ASSERT_TRUE(request.has_value()) << error;
+    serve({error_line("VXLAN-EF-ERR: [vsd 0 vxlan_ef_entry_show] can't find vxlan ef entry by vni 5\n"), done()});
+    EXPECT_EQ(run(*request), kExitNotFound);
+    EXPECT_EQ(kExitNotFound, 1);
+    EXPECT_EQ(err_.str(), "vxlanctl: module: VXLAN-EF-ERR: [vsd 0 vxlan_ef_entry_show] can't find vxlan ef entry "
+                          "by vni 5\nvxlanctl: show: no VNI 5 in the module\n");
+}
+
+TEST_F(VxlanctlSessionTest, ApplyFinishesOnDataReadyAndDoneInEitherOrder)
 {
     std::string error;
     const auto config = read_apply_text("vnis:\n  - vni: 1000\n    vlans: [10]\n", "t.yaml", error);
@@ -140,7 +180,8 @@ TEST_F(VxlanctlSessionTest, ApplyWaitsForDataReadyNotForDone)
     EXPECT_EQ(run(request), kExitOk);
     ASSERT_EQ(received_.size(), 1u);
     EXPECT_EQ(received_[0].payload.size(), 4u + 4 + 9 + 532 + 4);
-    EXPECT_EQ(out_.str(), "vxlanctl: sent 4 TLVs in 1 messages\nvxlanctl: data ready\n");
+    EXPECT_EQ(out_.str(), "");
+    EXPECT_EQ(err_.str(), "vxlanctl: sent 4 TLVs in 1 messages\nvxlanctl: data ready\n");
 }
 
 TEST_F(VxlanctlSessionTest, ApplyOfManyTlvsFlagsOnlyTheLastMessage)
@@ -155,7 +196,7 @@ TEST_F(VxlanctlSessionTest, ApplyOfManyTlvsFlagsOnlyTheLastMessage)
     request.until_data_ready = true;
     request.report_sent = true;
     request.finish_line = "vxlanctl: data ready";
-    serve({data_ready()});
+    serve({data_ready(), done()});
     EXPECT_EQ(run(request), kExitOk);
     ASSERT_EQ(received_.size(), 2u);
     EXPECT_EQ(received_[0].flags, 0u);
@@ -163,7 +204,7 @@ TEST_F(VxlanctlSessionTest, ApplyOfManyTlvsFlagsOnlyTheLastMessage)
     EXPECT_EQ(received_[1].flags, ctl::kFlagReplyWhenDone);
     EXPECT_EQ(received_[1].payload[3], 47);
     EXPECT_EQ(received_[1].payload.back(), 0);  // ends with SYNC_DATA_OVER's empty TLV
-    EXPECT_EQ(out_.str(), "vxlanctl: sent 302 TLVs in 2 messages\nvxlanctl: data ready\n");
+    EXPECT_EQ(err_.str(), "vxlanctl: sent 302 TLVs in 2 messages\nvxlanctl: data ready\n");
 }
 
 TEST_F(VxlanctlSessionTest, ApplyWithoutDataReadyTimesOut)

@@ -14,6 +14,9 @@ constexpr uint32_t kMagic = 0x45464D31;          // "EFM1"
 constexpr uint32_t kModuleVxlan = 31;            // VXLAN TLV messages
 constexpr uint32_t kModuleShowLine = 0xEF01;     // efhost -> client: one show line
 constexpr uint32_t kModuleDone = 0xEF02;         // efhost -> client: request processed
+// efhost -> client: one error line the module logged while it processed the
+// client's messages (what it refused, since it answers nothing itself).
+constexpr uint32_t kModuleErrorLine = 0xEF03;
 constexpr uint32_t kFlagReplyWhenDone = 0x1;     // client asks for kModuleDone
 // client -> efhost: a run-time tunnel interface request as text; answered by
 // one show line per listed interface and a done envelope whose payload is
@@ -28,6 +31,10 @@ constexpr uint32_t kModuleMacRequest = 0xEF12;
 // client -> efhost: a neighbour suppression request as text (list, remote
 // bindings, snooped local bindings, per-VNI switches); answered the same way.
 constexpr uint32_t kModuleNeighbourRequest = 0xEF13;
+// client -> efhost: a question about efhost itself as text; "overlay" is
+// answered "ok overlay PATH" or "ok no overlay" (the apply file efhost
+// applies itself at start and on SIGHUP).
+constexpr uint32_t kModuleHostRequest = 0xEF14;
 constexpr uint32_t kMaxPayload = 8196;           // largest VXLAN message
 constexpr size_t kHeaderLen = 28;
 // The longest datagram either end reads; a longer one is refused whole.

@@ -30,12 +30,20 @@ bool has_tlv(const uint8_t *p, uint32_t len, uint16_t type)
     return false;
 }
 
-ctl::Envelope show_line(uint32_t seq, const std::string &line)
+void send_lines(ControlClient &client, uint32_t seq, uint32_t module, std::vector<std::string> &lines)
 {
-    return ctl::Envelope{seq, 0, ctl::kModuleShowLine, {line.begin(), line.end()}};
+    for (const std::string &line : lines)
+        client.send(ctl::Envelope{seq, 0, module, {line.begin(), line.end()}});
+    lines.clear();
 }
 
 }  // namespace
+
+void ChannelDispatcher::bind(vxlan_ef_vsd_t *instance)
+{
+    error_flag_.bind(instance);
+    tech_dump_.bind(instance);
+}
 
 void ChannelDispatcher::start()
 {
@@ -61,6 +69,7 @@ void ChannelDispatcher::stop()
         std::lock_guard<std::mutex> g(out_lock_);
         current_.reset();
         lines_.clear();
+        errors_.clear();
     }
     ready_cv_.notify_all();
 }
@@ -123,11 +132,12 @@ void ChannelDispatcher::note_data_ready(const uint8_t *payload, uint32_t len)
 void ChannelDispatcher::on_syslog(const std::string &text, void *ctx)
 {
     auto *self = static_cast<ChannelDispatcher *>(ctx);
-    if (text.rfind(kShowPrefix, 0) != 0)
+    const bool show = text.rfind(kShowPrefix, 0) == 0;
+    if (!show && !is_module_error_line(text))
         return;
     std::lock_guard<std::mutex> g(self->out_lock_);
     if (self->current_ != nullptr)
-        self->lines_.push_back(text);
+        (show ? self->lines_ : self->errors_).push_back(text);
 }
 
 void ChannelDispatcher::run()
@@ -191,13 +201,21 @@ bool ChannelDispatcher::take_next(Item &item)
 
 void ChannelDispatcher::deliver(const Item &item)
 {
+    bool starts_run = false;
     {
         std::lock_guard<std::mutex> g(out_lock_);
         if (current_ == nullptr) {
             current_ = item.client;
             lines_.clear();
+            errors_.clear();
+            starts_run = true;
         }
     }
+    if (starts_run)
+        error_flag_.run_started(item.env.payload);
+    else
+        error_flag_.run_continued(item.env.payload);
+    tech_dump_.delivering(item.env.payload);
     efrt::msg_deliver(EF_MSG_MODULE_VXLAN, item.env.payload);
     processed_at_ = efrt::tasks_next_full_run();
 }
@@ -213,18 +231,18 @@ bool ChannelDispatcher::wait_processed()
     return false;
 }
 
-// The show lines printed so far and the done envelope of one request.
+// The show and error lines printed so far and the done envelope of one
+// request.
 void ChannelDispatcher::answer(uint32_t seq, bool processed)
 {
+    const std::string status = processed ? tech_dump_.outcome().value_or("")
+                                          : "error: the module did not take the request within " +
+                                                std::to_string(kProcessTimeout.count() / 1000) + " s";
     std::lock_guard<std::mutex> g(out_lock_);
     if (current_ == nullptr)
         return;
-    for (const std::string &line : lines_)
-        current_->send(show_line(seq, line));
-    lines_.clear();
-    const std::string status =
-        processed ? "" : "error: the module did not take the request within " +
-                             std::to_string(kProcessTimeout.count() / 1000) + " s";
+    send_lines(*current_, seq, ctl::kModuleShowLine, lines_);
+    send_lines(*current_, seq, ctl::kModuleErrorLine, errors_);
     current_->send(ctl::Envelope{seq, 0, ctl::kModuleDone, {status.begin(), status.end()}});
 }
 
@@ -232,11 +250,14 @@ void ChannelDispatcher::answer(uint32_t seq, bool processed)
 // client; then the module is free for the next client.
 void ChannelDispatcher::end_run()
 {
+    error_flag_.run_ended();
     std::lock_guard<std::mutex> g(out_lock_);
-    if (current_ != nullptr)
-        for (const std::string &line : lines_)
-            current_->send(show_line(0, line));
+    if (current_ != nullptr) {
+        send_lines(*current_, 0, ctl::kModuleShowLine, lines_);
+        send_lines(*current_, 0, ctl::kModuleErrorLine, errors_);
+    }
     lines_.clear();
+    errors_.clear();
     current_.reset();
 }
 

@@ -6,7 +6,9 @@
 // module has processed it and another client's message waits, so the module
 // never holds two clients' messages at once and no answer can reach the
 // wrong client. The module hears of its channel going up or down on the same
-// thread, in order with the messages.
+// thread, in order with the messages. What the module refused while it
+// processed a client's run, and whether a tech-support dump it was asked for
+// was written, go to that client too (run_effects.h).
 #pragma once
 
 #include <atomic>
@@ -22,6 +24,7 @@
 #include "control_client.h"
 #include "ctl_wire.h"
 #include "ef_msg.h"
+#include "run_effects.h"
 
 namespace efhost {
 
@@ -44,6 +47,9 @@ public:
     // resynchronisation), and waiting for it; false when stop_flag came first.
     bool data_ready() const { return data_ready_.load(); }
     bool wait_data_ready(const std::atomic<bool> &stop_flag);
+    // The module's instance, for its error flag and its tech-support dump;
+    // set before start().
+    void bind(vxlan_ef_vsd_t *instance);
 
 private:
     // A client's message, or (without a client) a change of the channel.
@@ -77,6 +83,10 @@ private:
     std::mutex out_lock_;
     std::shared_ptr<ControlClient> current_;
     std::vector<std::string> lines_;
+    std::vector<std::string> errors_;
+    // The dispatching thread's own.
+    ModuleErrorFlag error_flag_;
+    TechDumpCheck tech_dump_;
 
     std::mutex ready_lock_;
     std::condition_variable ready_cv_;

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <map>
 
 #include "config_sections.h"
@@ -125,12 +126,14 @@ void read_files(const MapReader &m, Config &c)
         c.syslog_file = config_detail::read_string(*f, 0, "a file path");
     if (const Field *f = m.find("module"))
         c.module_path = config_detail::read_string(*f, 0, "the path of libtq_vxlan_ef.so");
+    if (const Field *f = m.find("overlay"))
+        c.overlay = config_detail::read_string(*f, 0, "the path of an apply file");
 }
 
 Config read_config(const Field &root)
 {
     const MapReader m(root,
-                      {"instance", "tmpdir", "control_socket", "syslog_file", "module", "capabilities",
+                      {"instance", "tmpdir", "control_socket", "syslog_file", "module", "overlay", "capabilities",
                        "mlag", "mac_age_seconds", "mac_table_capacity", "packet_workers", "interfaces",
                        "routes", "neighbours"},
                       "a map with at least control_socket and interfaces");
@@ -187,7 +190,11 @@ bool load_config(const std::string &path, Config &out, std::string &error)
         error = path + ": cannot read: " + std::strerror(errno);
         return false;
     }
-    return parse_config(text, path, out, error);
+    if (!parse_config(text, path, out, error))
+        return false;
+    if (!out.overlay.empty() && out.overlay.front() != '/')
+        out.overlay = (std::filesystem::path(path).parent_path() / out.overlay).string();
+    return true;
 }
 
 }  // namespace efhost

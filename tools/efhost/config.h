@@ -62,6 +62,9 @@ struct Config {
     std::string tmpdir;              // exported as TMPDIR
     std::string control_socket;
     std::string syslog_file;
+    // An apply file applied once forwarding starts and on SIGHUP; a relative
+    // path is taken from the configuration file's directory. Empty: none.
+    std::string overlay;
     // Capabilities by their full path, e.g. g_feature_spec/dcn/CAP_VXLAN_BASE.
     std::vector<std::pair<std::string, bool>> capabilities;
     uint32_t mlag_peerlink = 0;      // 0: no MLAG system record is published

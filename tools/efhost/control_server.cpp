@@ -172,7 +172,20 @@ void ControlServer::handle(ControlClient &client, const ctl::Envelope &env)
         answer_text_request(client, env, neighbour_request);
         return;
     }
+    if (env.module == ctl::kModuleHostRequest) {
+        answer_host_request(client, env);
+        return;
+    }
     answer(client, env.seq, {}, "error: unknown request module " + hex(env.module));
+}
+
+void ControlServer::answer_host_request(ControlClient &client, const ctl::Envelope &env) const
+{
+    const std::string text(env.payload.begin(), env.payload.end());
+    if (text != "overlay")
+        answer(client, env.seq, {}, "error: unknown request '" + text + "'; known: overlay");
+    else
+        answer(client, env.seq, {}, overlay_.empty() ? "ok no overlay" : "ok overlay " + overlay_);
 }
 
 }  // namespace efhost

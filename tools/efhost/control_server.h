@@ -33,6 +33,11 @@ public:
     void stop();
     bool wait_data_ready(const std::atomic<bool> &stop_flag) { return channel_.wait_data_ready(stop_flag); }
     bool data_ready() const { return channel_.data_ready(); }
+    // The module's instance (see ChannelDispatcher::bind); set before start().
+    void bind(vxlan_ef_vsd_t *instance) { channel_.bind(instance); }
+    // The overlay file efhost applies itself, told to clients that ask;
+    // set before start().
+    void set_overlay(std::string path) { overlay_ = std::move(path); }
     // What answers a counters request; set before start().
     void set_counters(std::function<std::vector<std::string>()> lines) { counters_ = std::move(lines); }
     // Clients connected now.
@@ -43,6 +48,7 @@ private:
     void admit(int fd);
     void reap(bool all);
     void handle(ControlClient &client, const ctl::Envelope &env);
+    void answer_host_request(ControlClient &client, const ctl::Envelope &env) const;
 
     const ControlLimits limits_;
     std::string path_;
@@ -57,6 +63,7 @@ private:
 
     ChannelDispatcher channel_;
     std::function<std::vector<std::string>()> counters_;
+    std::string overlay_;
 };
 
 }  // namespace efhost

@@ -39,7 +39,7 @@ void say(const std::string &text) { std::fprintf(stderr, "efhost: %s\n", text.c_
 
 Host::~Host() { shutdown(); }
 
-int Host::run(const sigset_t &stop_signals)
+int Host::run(const sigset_t &signals)
 {
     std::string error;
     if (!start(error)) {
@@ -48,7 +48,7 @@ int Host::run(const sigset_t &stop_signals)
         return 1;
     }
     say("forwarding; control socket " + cfg_.control_socket);
-    wait(stop_signals);
+    wait(signals);
     shutdown();
     report();
     return 0;
@@ -93,7 +93,7 @@ bool Host::start(std::string &error)
         return false;
     if (!prepare_platform(cfg_, error) || !open_ports(error))
         return false;
-    const std::string path = cfg_.module_path.empty() ? default_module_path() : cfg_.module_path;
+    const std::string path = module_path(cfg_.module_path);
     if (!module_.load(path, error))
         return false;
     create_interfaces(cfg_);
@@ -116,9 +116,13 @@ bool Host::start(std::string &error)
     pipeline_ = std::make_unique<Pipeline>(cfg_, raw_ports, l3_.get());
     pipeline_->attach_to_platform();
     control_.set_counters([this] { return counter_lines(counter_sources()); });
+    control_.bind(module_.instance());
+    control_.set_overlay(cfg_.overlay);
     if (!control_.start(cfg_.control_socket, error))
         return false;
     start_ports(false);
+    if (!cfg_.overlay.empty())
+        overlay_.start(cfg_.control_socket, cfg_.overlay);
     return true;
 }
 
@@ -157,14 +161,16 @@ bool Host::captures_done() const
 // Until a stop signal; with capture ports, inputs are read only once the
 // first resynchronisation is complete, and the run ends when all were
 // processed and nothing waits in the L3 engine.
-void Host::wait(const sigset_t &stop_signals)
+void Host::wait(const sigset_t &signals)
 {
     const bool captures = has_capture_ports();
     bool captures_started = false;
     for (;;) {
         timespec tick{0, 50 * 1000 * 1000};
-        const int sig = sigtimedwait(&stop_signals, nullptr, &tick);
-        if (sig > 0) {
+        const int sig = sigtimedwait(&signals, nullptr, &tick);
+        if (sig == SIGHUP) {
+            reload();
+        } else if (sig > 0) {
             say(std::string("stopping on ") + (sig == SIGINT ? "SIGINT" : "SIGTERM"));
             return;
         }
@@ -180,6 +186,16 @@ void Host::wait(const sigset_t &stop_signals)
             return;
         }
     }
+}
+
+void Host::reload()
+{
+    if (cfg_.overlay.empty()) {
+        say("SIGHUP: no overlay file to re-apply");
+        return;
+    }
+    say("SIGHUP: re-applying the overlay " + cfg_.overlay);
+    overlay_.reapply();
 }
 
 // The module keeps what it was given until it is told otherwise; an empty
@@ -202,6 +218,7 @@ void Host::shutdown()
     for (auto &[ifx, port] : ports_)
         port->stop();
     control_.stop();
+    overlay_.stop();  // an application under way has just lost its socket
     if (module_.loaded() && platform_threads_)
         withdraw_configuration();
     if (l3_)

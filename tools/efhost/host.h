@@ -16,6 +16,7 @@
 #include "host_platform.h"
 #include "l3_engine.h"
 #include "module_loader.h"
+#include "overlay.h"
 #include "pipeline.h"
 #include "port.h"
 
@@ -25,8 +26,10 @@ class Host {
 public:
     explicit Host(Config cfg) : cfg_(std::move(cfg)) {}
     ~Host();
-    // Exit status: 0 clean stop, 1 start-up failure.
-    int run(const sigset_t &stop_signals);
+    // Exit status: 0 clean stop, 1 start-up failure. The signals are
+    // blocked in every thread: SIGINT and SIGTERM stop efhost, SIGHUP
+    // re-applies its overlay file.
+    int run(const sigset_t &signals);
 
 private:
     bool start(std::string &error);
@@ -35,7 +38,8 @@ private:
     void start_ports(bool capture_ports);
     bool has_capture_ports() const;
     bool captures_done() const;
-    void wait(const sigset_t &stop_signals);
+    void wait(const sigset_t &signals);
+    void reload();
     void withdraw_configuration();
     void shutdown();
     void report() const;
@@ -48,6 +52,7 @@ private:
     ControlServer control_;
     ModuleLoader module_;
     Housekeeper housekeeper_;
+    OverlayApplier overlay_;
     std::atomic<bool> stopping_{false};
     bool platform_threads_ = false;
     std::vector<std::string> final_counters_;  // read at shutdown, printed by report()

@@ -8,6 +8,7 @@
 #include "efrt_bcast.h"
 #include "efrt_services.h"
 #include "rcu.h"
+#include "run_effects.h"
 #include "suppress.h"
 
 namespace efhost {
@@ -29,22 +30,29 @@ lsm_intfcb_t control_block(const InterfaceConfig &ic)
     return intf;
 }
 
+bool make_directory(const std::string &path, std::string &error)
+{
+    std::error_code ec;
+    std::filesystem::create_directories(path, ec);
+    if (ec)
+        error = "cannot create " + path + ": " + ec.message();
+    return !ec;
+}
+
+// The module writes its tech-support dump below /tmp/vsd/ID and its log file
+// below TMPDIR, and creates neither directory itself.
 bool prepare_environment(const Config &cfg, std::string &error)
 {
     if (cfg.instance)
         setenv("VSDID", std::to_string(*cfg.instance).c_str(), 1);
     else
         unsetenv("VSDID");
+    if (!make_directory(tech_dump_dir(cfg.instance.value_or(-1)), error))
+        return false;
     if (cfg.tmpdir.empty())
         return true;
     setenv("TMPDIR", cfg.tmpdir.c_str(), 1);
-    std::error_code ec;
-    std::filesystem::create_directories(cfg.tmpdir + kLogDir, ec);
-    if (ec) {
-        error = "cannot create " + cfg.tmpdir + kLogDir + ": " + ec.message();
-        return false;
-    }
-    return true;
+    return make_directory(cfg.tmpdir + kLogDir, error);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "config.h"
 #include "host.h"
+#include "overlay.h"
 #include "startup_checks.h"
 #include "tool_version.h"
 
@@ -29,20 +30,21 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "efhost: %s\n", error.c_str());
         return 2;
     }
-    if (!efhost::check_startup(cfg, error)) {
+    if (!efhost::check_startup(cfg, error) || !efhost::check_overlay(cfg.overlay, error)) {
         std::fprintf(stderr, "efhost: %s\n", error.c_str());
         return 2;
     }
-    // Every thread started from here on inherits the blocked stop signals, so
+    // Every thread started from here on inherits the blocked signals, so
     // only the main thread's wait receives them.
-    sigset_t stop;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGINT);
-    sigaddset(&stop, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     try {
         efhost::Host host(std::move(cfg));
-        return host.run(stop);
+        return host.run(signals);
     } catch (const std::exception &e) {
         std::fprintf(stderr, "efhost: %s\n", e.what());
         return 1;

@@ -51,6 +51,14 @@ void ModuleLoader::unload()
     exit_fn_ = nullptr;
 }
 
+vxlan_ef_vsd_t *ModuleLoader::instance() const
+{
+    if (handle_ == nullptr)
+        return nullptr;
+    auto *global = static_cast<vxlan_ef_vsd_t **>(dlsym(handle_, "g_vxlan_vsd"));
+    return global != nullptr ? *global : nullptr;
+}
+
 std::string default_module_path()
 {
     std::error_code ec;

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "vxlan_ef.h"
+
 namespace efhost {
 
 class ModuleLoader {
@@ -15,6 +17,8 @@ public:
     // Runs vxlan_ef_exit and unloads (idempotent).
     void unload();
     bool loaded() const { return handle_ != nullptr; }
+    // The loaded module's instance record; nullptr when none.
+    vxlan_ef_vsd_t *instance() const;
 
 private:
     void *handle_ = nullptr;
@@ -24,5 +28,10 @@ private:
 // The default module path: libtq_vxlan_ef.so in the build tree beside efhost
 // (../src/ relative to the executable), else next to it.
 std::string default_module_path();
+// The module a configuration loads: its `module`, else the default.
+inline std::string module_path(const std::string &configured)
+{
+    return configured.empty() ? default_module_path() : configured;
+}
 
 }  // namespace efhost

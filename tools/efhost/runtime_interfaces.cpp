@@ -79,6 +79,28 @@ RequestReply list()
     return reply;
 }
 
+// lsm's walk passes no context, so the walk's collector is the calling
+// thread's own.
+thread_local std::vector<std::string> *walk_lines = nullptr;
+
+int note_tunnel(lsm_intfcb_t *intf)
+{
+    if (intf->type == kTypeOverlayTunnel)
+        walk_lines->push_back(std::to_string(intf->ifindex) + " " + intf->name);
+    return 0;
+}
+
+// Every overlay tunnel interface, the configuration file's and run-time ones.
+RequestReply tunnels()
+{
+    RequestReply reply{true, "", {}};
+    walk_lines = &reply.lines;
+    lsm_walk_through_ex(&note_tunnel, 0, 0);
+    walk_lines = nullptr;
+    reply.text = "ok " + std::to_string(reply.lines.size()) + " tunnel interfaces";
+    return reply;
+}
+
 }  // namespace
 
 RequestReply runtime_interface_request(const std::string &request)
@@ -90,6 +112,8 @@ RequestReply runtime_interface_request(const std::string &request)
         return refuse("too many words in '" + request + "'");
     if (verb == "list" && index.empty())
         return list();
+    if (verb == "tunnels" && index.empty())
+        return tunnels();
     uint32_t ifx = 0;
     if ((verb == "create" || verb == "remove") && !parse_index(index, ifx))
         return refuse("'" + index + "' is not an interface index 1..4294967295");
@@ -97,7 +121,7 @@ RequestReply runtime_interface_request(const std::string &request)
         return create(ifx, name);
     if (verb == "remove" && name.empty())
         return remove(ifx);
-    return refuse("unknown request '" + request + "'; known: create IFX NAME, remove IFX, list");
+    return refuse("unknown request '" + request + "'; known: create IFX NAME, remove IFX, list, tunnels");
 }
 
 void runtime_interfaces_reset()

@@ -18,6 +18,7 @@ namespace efhost {
 //   remove IFX        a tunnel interface made by create; an unknown index is
 //                     accepted, one of the YAML file is refused
 //   list              the run-time tunnel interfaces, by index
+//   tunnels           every tunnel interface, the YAML file's included
 // Safe to call from the control socket's thread while packets flow.
 RequestReply runtime_interface_request(const std::string &request);
 

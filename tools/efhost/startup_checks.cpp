@@ -68,7 +68,7 @@ bool check_startup(const Config &cfg, std::string &error)
     for (const InterfaceConfig &ic : cfg.interfaces)
         if (!check_attachment(ic, error))
             return false;
-    return check_module(cfg.module_path.empty() ? default_module_path() : cfg.module_path, error);
+    return check_module(module_path(cfg.module_path), error);
 }
 
 }  // namespace efhost

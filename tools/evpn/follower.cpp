@@ -52,14 +52,16 @@ bool Follower::send_tlvs(const std::vector<vxlanctl::Tlv> &tlvs, bool until_data
     request.until_data_ready = until_data_ready;
     std::ostringstream out, err;
     const int code = vxlanctl::connect_and_run(options_.socket, request, options_.timeout_s, out, err);
-    if (code != vxlanctl::kExitOk) {
-        std::string text = err.str();
-        while (!text.empty() && text.back() == '\n')
-            text.pop_back();
+    std::string text = err.str();
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    // What the module refused was delivered all the same: sending it again
+    // would be refused again, so it is logged and the round goes on.
+    if (code == vxlanctl::kExitModuleError)
+        log("the module refused part of a change:\n" + text);
+    else if (code != vxlanctl::kExitOk)
         log("efhost: sending failed: " + text);
-        return false;
-    }
-    return true;
+    return code == vxlanctl::kExitOk || code == vxlanctl::kExitModuleError;
 }
 
 bool Follower::create_interface(uint32_t ifx, const std::string &name)
@@ -82,11 +84,30 @@ void Follower::remove_interface(uint32_t ifx)
             (answer.status.empty() ? answer.error : answer.status));
 }
 
+bool Follower::efhost_has_overlay()
+{
+    const auto answer =
+        vxlanctl::interface_request(options_.socket, "overlay", options_.timeout_s, ctl::kModuleHostRequest);
+    const std::string prefix = "ok overlay ";
+    if (answer.status.rfind(prefix, 0) != 0) {
+        overlay_told_ = false;
+        return false;
+    }
+    if (!overlay_told_)
+        log("efhost applies its own overlay file " + answer.status.substr(prefix.size()) +
+            " (its `overlay` key), which owns the module's configuration; the follower leaves the module alone "
+            "until efhost runs without one");
+    overlay_told_ = true;
+    return true;
+}
+
 // The interfaces first (a tunnel's interface must exist before the module
 // hears of the tunnel), then SYNC_DATA_BEGIN .. SYNC_DATA_OVER, then the
 // interfaces of tunnels that the resynchronisation swept away.
 bool Follower::full_resync(const ModuleView &view)
 {
+    if (efhost_has_overlay())
+        return false;
     const auto listed = vxlanctl::interface_request(options_.socket, "list", options_.timeout_s);
     if (!listed.ok) {
         log("efhost: cannot list tunnel interfaces: " + (listed.status.empty() ? listed.error : listed.status));

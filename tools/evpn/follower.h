@@ -49,6 +49,10 @@ private:
     // True when the control socket is another one than the last seen (efhost
     // restarted); false, with efhost_gone_ set, when there is none.
     bool efhost_changed();
+    // Whether efhost applies an overlay file of its own, which owns the
+    // module's configuration as the follower would: then the follower
+    // leaves the module alone (said once per efhost).
+    bool efhost_has_overlay();
     void log(const std::string &line) const;
 
     FollowerOptions options_;
@@ -60,6 +64,7 @@ private:
     LocalMirror mirror_;
     SocketIdentity socket_;
     bool efhost_gone_ = false;
+    bool overlay_told_ = false;
 };
 
 }  // namespace evpn

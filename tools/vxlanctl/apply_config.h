@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -48,6 +49,7 @@ struct VniConf {
 
 struct TunnelConf {
     uint32_t interface = 0;
+    int line = 0;  // of the interface field, to point at it
     IpAddr source;
     IpAddr destination;
     std::vector<uint32_t> vnis;
@@ -88,8 +90,13 @@ std::optional<ApplyConfig> read_apply_text(const std::string &text, const std::s
 // The same for a file on disk (an unreadable file is an error too).
 std::optional<ApplyConfig> read_apply_file(const std::string &path, std::string &error);
 
+// Which VNI holds each VLAN in the module now, by VLAN id.
+using VlanOwners = std::map<uint16_t, uint32_t>;
+
 // The TLVs of a full resynchronisation to this configuration, from
-// SYNC_DATA_BEGIN to SYNC_DATA_OVER.
-std::vector<Tlv> apply_tlvs(const ApplyConfig &config);
+// SYNC_DATA_BEGIN to SYNC_DATA_OVER. The module keeps a VLAN with the VNI
+// that holds it, so a VLAN that owners puts with another VNI is deleted
+// right before the SET_VLAN that extends it into its new one.
+std::vector<Tlv> apply_tlvs(const ApplyConfig &config, const VlanOwners &owners = {});
 
 }  // namespace vxlanctl

@@ -18,7 +18,6 @@ namespace vxlanctl {
 
 namespace {
 
-constexpr uint64_t kMaxVni = 16777215;
 constexpr uint64_t kMaxU32 = 0xFFFFFFFF;
 
 // What has been defined so far, with the line of each definition, so that
@@ -36,7 +35,7 @@ std::string at_line(int line) { return " at line " + std::to_string(line); }
 
 uint32_t read_vni(const YAML::Node &node, const std::string &path)
 {
-    return static_cast<uint32_t>(unsigned_in(node, path, 1, kMaxVni, "VNI"));
+    return static_cast<uint32_t>(unsigned_in(node, path, 1, kLastVni, "VNI"));
 }
 
 uint32_t read_ifx(const YAML::Node &node, const std::string &path)
@@ -160,7 +159,8 @@ TunnelConf read_tunnel(const YAML::Node &node, const std::string &path, Defined 
     TunnelConf t;
     const YAML::Node ifx = required(node, path, "interface");
     t.interface = read_ifx(ifx, key_path(path, "interface"));
-    auto [it, fresh] = defined.tunnels.emplace(t.interface, line_of(ifx));
+    t.line = line_of(ifx);
+    auto [it, fresh] = defined.tunnels.emplace(t.interface, t.line);
     if (!fresh)
         fail(ifx, key_path(path, "interface"),
              "tunnel interface " + std::to_string(t.interface) + " is already defined" + at_line(it->second));

@@ -6,6 +6,11 @@
 // The module refuses a mapping while either VNI lacks its entry, so a VNI
 // mapped to one listed later has its SET_VNI_MAP sent right after that later
 // VNI's SET_ENTRY instead of in its own block.
+//
+// A SET_VLAN add leaves a VLAN that another VNI holds where it is, and the
+// sweep then frees it with that VNI or keeps it there; a VLAN that moves is
+// therefore deleted first. Only moving VLANs are: deleting the others would
+// break their traffic for a moment for nothing.
 #include <map>
 #include <set>
 
@@ -16,6 +21,7 @@ namespace vxlanctl {
 namespace {
 
 constexpr int64_t kAdd = 1;
+constexpr int64_t kDelete = 0;
 
 Tlv flag_tlv(uint16_t code, const char *key_field, uint32_t key, bool on, const char *value_field)
 {
@@ -38,21 +44,38 @@ void add_globals(const ApplyConfig &config, std::vector<Tlv> &out)
         out.push_back(TlvWriter(kSetAnycastMac).mac("mac", *config.anycast_mac).number("oper", kAdd).tlv());
 }
 
-void add_vni(const VniConf &v, const std::multimap<uint32_t, uint32_t> &waiting, std::set<uint32_t> &created,
-             std::vector<Tlv> &out)
+Tlv vlan_tlv(uint32_t vni, int64_t oper, const std::vector<uint16_t> &vlans)
+{
+    TlvWriter vlan(kSetVlan);
+    vlan.number("vni", vni).number("oper", oper);
+    for (uint16_t vid : vlans)
+        vlan.vlan("vlans", vid);
+    return vlan.tlv();
+}
+
+std::vector<uint16_t> moving_vlans(const VniConf &v, const VlanOwners &owners)
+{
+    std::vector<uint16_t> moving;
+    for (uint16_t vid : v.vlans) {
+        auto it = owners.find(vid);
+        if (it != owners.end() && it->second != v.vni)
+            moving.push_back(vid);
+    }
+    return moving;
+}
+
+void add_vni(const VniConf &v, const VlanOwners &owners, const std::multimap<uint32_t, uint32_t> &waiting,
+             std::set<uint32_t> &created, std::vector<Tlv> &out)
 {
     out.push_back(TlvWriter(kSetEntry).number("vni", v.vni).number("oper", kAdd).tlv());
     created.insert(v.vni);
     auto [first, last] = waiting.equal_range(v.vni);
     for (auto it = first; it != last; ++it)
         out.push_back(vni_map_tlv(it->second, v.vni));
-    if (!v.vlans.empty()) {
-        TlvWriter vlan(kSetVlan);
-        vlan.number("vni", v.vni).number("oper", kAdd);
-        for (uint16_t vid : v.vlans)
-            vlan.vlan("vlans", vid);
-        out.push_back(vlan.tlv());
-    }
+    if (const auto moving = moving_vlans(v, owners); !moving.empty())
+        out.push_back(vlan_tlv(v.vni, kDelete, moving));
+    if (!v.vlans.empty())
+        out.push_back(vlan_tlv(v.vni, kAdd, v.vlans));
     if (v.map_vni && created.contains(*v.map_vni))
         out.push_back(vni_map_tlv(v.vni, *v.map_vni));
     if (v.router)
@@ -71,7 +94,7 @@ void add_vni(const VniConf &v, const std::multimap<uint32_t, uint32_t> &waiting,
         out.push_back(flag_tlv(kSetSwitchProtected, "vni", v.vni, *v.protect, "value"));
 }
 
-void add_vnis(const std::vector<VniConf> &vnis, std::vector<Tlv> &out)
+void add_vnis(const std::vector<VniConf> &vnis, const VlanOwners &owners, std::vector<Tlv> &out)
 {
     // Mappings whose target comes later in the list, by target.
     std::multimap<uint32_t, uint32_t> waiting;
@@ -83,7 +106,7 @@ void add_vnis(const std::vector<VniConf> &vnis, std::vector<Tlv> &out)
     }
     std::set<uint32_t> created;
     for (const VniConf &v : vnis)
-        add_vni(v, waiting, created, out);
+        add_vni(v, owners, waiting, created, out);
 }
 
 void add_tunnel(const TunnelConf &t, std::vector<Tlv> &out)
@@ -106,11 +129,11 @@ void add_tunnel(const TunnelConf &t, std::vector<Tlv> &out)
 
 }  // namespace
 
-std::vector<Tlv> apply_tlvs(const ApplyConfig &config)
+std::vector<Tlv> apply_tlvs(const ApplyConfig &config, const VlanOwners &owners)
 {
     std::vector<Tlv> out{TlvWriter(kSyncDataBegin).tlv()};
     add_globals(config, out);
-    add_vnis(config.vnis, out);
+    add_vnis(config.vnis, owners, out);
     for (const TunnelConf &t : config.tunnels)
         add_tunnel(t, out);
     for (const VrfConf &v : config.vrfs)

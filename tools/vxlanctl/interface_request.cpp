@@ -14,14 +14,14 @@ namespace vxlanctl {
 
 std::optional<std::string> interface_request_text(const std::vector<std::string> &args, std::string &error)
 {
-    const std::string usage = "usage: tunnel-intf create IFX NAME | remove IFX | list";
+    const std::string usage = "usage: tunnel-intf create IFX NAME | remove IFX | list | tunnels";
     const std::string prefix = "vxlanctl: tunnel-intf: ";
     if (args.empty()) {
         error = prefix + usage;
         return std::nullopt;
     }
     const std::string &verb = args[0];
-    const size_t want = verb == "create" ? 3 : verb == "remove" ? 2 : verb == "list" ? 1 : 0;
+    const size_t want = verb == "create" ? 3 : verb == "remove" ? 2 : verb == "list" || verb == "tunnels" ? 1 : 0;
     if (want == 0) {
         error = prefix + "unknown action '" + verb + "'; " + usage;
         return std::nullopt;

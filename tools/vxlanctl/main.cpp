@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "apply_verb.h"
 #include "command_line.h"
+#include "send_verb.h"
 #include "interface_request.h"
 #include "request.h"
 #include "session.h"
@@ -22,10 +24,6 @@ std::string default_socket()
 
 std::optional<Request> build(const CommandLine &line, std::string &error)
 {
-    if (line.verb == "apply")
-        return apply_request(line.file, error);
-    if (line.verb == "send")
-        return send_request(line.type, line.words, error);
     if (line.verb == "raw")
         return raw_request(line.words, error);
     if (line.verb == "show")
@@ -48,6 +46,10 @@ int run(int argc, char **argv)
     if (line.verb == "suppress")
         return run_table_verb(line.socket, ctl::kModuleNeighbourRequest, line.words, line.timeout, std::cout,
                               std::cerr);
+    if (line.verb == "send")
+        return run_send_verb(line.socket, line.type, line.words, line.timeout, std::cout, std::cerr);
+    if (line.verb == "apply")
+        return run_apply_verb(line.socket, line.file, line.timeout, std::cout, std::cerr);
     if (line.verb == "tunnel-intf")
         return run_interface_verb(line.socket, line.words, line.timeout, std::cout, std::cerr);
     std::string error;

@@ -16,9 +16,11 @@ namespace vxlanctl {
 enum ExitCode : int {
     kExitOk = 0,
     kExitConnection = 1,  // cannot connect, or the connection failed
+    kExitNotFound = 1,    // what was asked for does not exist
     kExitUsage = 2,       // bad command line or apply file; nothing sent
     kExitTimeout = 3,     // efhost did not answer in time
     kExitRefused = 4,     // efhost answered with an error
+    kExitModuleError = 5, // the module logged errors for what was sent
 };
 
 struct Request {
@@ -30,6 +32,9 @@ struct Request {
     bool report_sent = false;
     // Printed when the awaited reply has come; empty = nothing.
     std::string finish_line;
+    // When the module refused it and printed nothing: this line, exit
+    // kExitNotFound (a show of something that does not exist).
+    std::string not_found_line;
 };
 
 // send TYPE field=value ...: one TLV of a catalogued type.

@@ -74,6 +74,67 @@ bool refused(const std::vector<uint8_t> &payload, std::ostream &err)
     return true;
 }
 
+
+// What has come back so far for one request.
+struct Progress {
+    bool ready = false;  // EF_DATA_READY
+    bool done = false;   // efhost's done envelope
+    std::string status;  // its text
+    bool printed = false;
+    std::vector<std::string> errors;  // the module's error lines
+};
+
+std::string without_line_end(const std::vector<uint8_t> &payload)
+{
+    std::string text(payload.begin(), payload.end());
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    return text;
+}
+
+// Takes one envelope; false when it ends the request with a failure code.
+bool take(const ctl::Envelope &env, const Request &request, Progress &p, int &code, std::ostream &out,
+          std::ostream &err)
+{
+    if (env.module == ctl::kModuleShowLine) {
+        print_show_line(env.payload, out);
+        p.printed = true;
+    } else if (env.module == ctl::kModuleErrorLine) {
+        p.errors.push_back(without_line_end(env.payload));
+    } else if (env.module == ctl::kModuleVxlan) {
+        p.ready = take_module_message(env.payload, request.until_data_ready, out, err) || p.ready;
+    } else if (env.module == ctl::kModuleDone) {
+        if (refused(env.payload, err)) {
+            code = kExitRefused;
+            return false;
+        }
+        p.done = true;
+        p.status = without_line_end(env.payload);
+    }
+    return true;
+}
+
+// The outcome once everything awaited has come: the module's refusals
+// first, then what the request prints when it succeeded.
+int finish(const Request &request, const Progress &p, std::ostream &err)
+{
+    for (const std::string &line : p.errors)
+        err << "vxlanctl: module: " << line << '\n';
+    if (!p.errors.empty() && !request.not_found_line.empty() && !p.printed) {
+        err << request.not_found_line << '\n';
+        return kExitNotFound;
+    }
+    if (!p.errors.empty()) {
+        err << "vxlanctl: the module refused part of what was sent (its error lines are above)\n";
+        return kExitModuleError;
+    }
+    if (p.status.rfind("ok: ", 0) == 0)
+        err << "vxlanctl: " << p.status.substr(4) << '\n';
+    if (!request.finish_line.empty())
+        err << request.finish_line << '\n';
+    return kExitOk;
+}
+
 }  // namespace
 
 int run_request(int fd, const Request &request, double timeout_s, std::ostream &out, std::ostream &err)
@@ -81,10 +142,11 @@ int run_request(int fd, const Request &request, double timeout_s, std::ostream &
     if (!send_all(fd, request, err))
         return kExitConnection;
     if (request.report_sent)
-        out << "vxlanctl: sent " << request.tlv_count << " TLVs in " << request.messages.size() << " messages\n";
+        err << "vxlanctl: sent " << request.tlv_count << " TLVs in " << request.messages.size() << " messages\n";
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                              std::chrono::duration<double>(timeout_s));
-    for (;;) {
+    Progress progress;
+    while (!progress.done || (request.until_data_ready && !progress.ready)) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         ctl::Envelope env;
         std::string error;
@@ -98,22 +160,11 @@ int run_request(int fd, const Request &request, double timeout_s, std::ostream &
             err << "vxlanctl: " << error << '\n';
             return kExitConnection;
         }
-        bool finished = false;
-        if (env.module == ctl::kModuleShowLine)
-            print_show_line(env.payload, out);
-        else if (env.module == ctl::kModuleVxlan)
-            finished = take_module_message(env.payload, request.until_data_ready, out, err) &&
-                       request.until_data_ready;
-        else if (env.module == ctl::kModuleDone && refused(env.payload, err))
-            return kExitRefused;
-        else if (env.module == ctl::kModuleDone)
-            finished = !request.until_data_ready;
-        if (finished) {
-            if (!request.finish_line.empty())
-                out << request.finish_line << '\n';
-            return kExitOk;
-        }
+        int code = kExitOk;
+        if (!take(env, request, progress, code, out, err))
+            return code;
     }
+    return finish(request, progress, err);
 }
 
 int connect_and_run(const std::string &socket_path, const Request &request, double timeout_s, std::ostream &out,

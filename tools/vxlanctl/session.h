@@ -12,8 +12,11 @@
 namespace vxlanctl {
 
 // Returns the exit code: kExitOk, kExitConnection when the socket fails or
-// efhost closes it, kExitTimeout when no answer came within timeout_s.
-// Regular output goes to out, failures to err.
+// efhost closes it, kExitTimeout when no answer came within timeout_s,
+// kExitModuleError when the module logged errors while it processed the
+// request (each printed), kExitNotFound for a show of something missing.
+// Data (show lines, the module's TLVs) goes to out; status lines and
+// failures to err.
 int run_request(int fd, const Request &request, double timeout_s, std::ostream &out, std::ostream &err);
 
 // Connects to efhost's socket and runs the request; kExitConnection with

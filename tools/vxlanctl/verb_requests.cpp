@@ -3,7 +3,7 @@
 #include <array>
 #include <string_view>
 
-#include "apply_config.h"
+#include "apply_verb.h"
 #include "request.h"
 #include "vxlan_ef_requests.h"
 #include "word_match.h"
@@ -136,10 +136,13 @@ std::optional<Request> show_request(const std::vector<std::string> &args, std::s
         }
         vni = *v;
     }
-    return one_tlv(TlvWriter(kEfShow)
-                       .number("show_id", static_cast<uint16_t>(show->id))
-                       .number("vni", static_cast<int64_t>(vni))
-                       .tlv());
+    Request request = one_tlv(TlvWriter(kEfShow)
+                                  .number("show_id", static_cast<uint16_t>(show->id))
+                                  .number("vni", static_cast<int64_t>(vni))
+                                  .tlv());
+    if (vni != 0)
+        request.not_found_line = prefix + "no VNI " + std::to_string(vni) + " in the module";
+    return request;
 }
 
 std::optional<Request> debug_request(const std::vector<std::string> &args, std::string &error)
@@ -170,9 +173,8 @@ std::optional<Request> debug_request(const std::vector<std::string> &args, std::
 
 Request techdump_request()
 {
-    Request request = one_tlv(TlvWriter(kEfCtrl).number("ctrl", vxlan_ef::tlv::kCtrlTechDump).number("oper", 1).tlv());
-    request.finish_line = "vxlanctl: tech-support dump written";
-    return request;
+    // efhost's done envelope names the file written.
+    return one_tlv(TlvWriter(kEfCtrl).number("ctrl", vxlan_ef::tlv::kCtrlTechDump).number("oper", 1).tlv());
 }
 
 std::optional<Request> apply_request(const std::string &path, std::string &error)
@@ -180,19 +182,7 @@ std::optional<Request> apply_request(const std::string &path, std::string &error
     const auto config = read_apply_file(path, error);
     if (!config)
         return std::nullopt;
-    const std::vector<Tlv> tlvs = apply_tlvs(*config);
-    auto messages = pack_messages(tlvs, error);
-    if (!messages) {
-        error = "vxlanctl: " + error;
-        return std::nullopt;
-    }
-    Request request;
-    request.messages = std::move(*messages);
-    request.tlv_count = tlvs.size();
-    request.until_data_ready = true;
-    request.report_sent = true;
-    request.finish_line = "vxlanctl: data ready";
-    return request;
+    return resync_request(*config, {}, error);
 }
 
 }  // namespace vxlanctl
