@@ -55,7 +55,7 @@ void add_verbs(CLI::App &app, CommandLine &line)
         ->add_option("ARGS", line.words)
         ->required();
     app.add_subcommand("techdump", "write the tech-support dump");
-    app.add_subcommand("tunnel-intf", "efhost's run-time tunnel interfaces: create IFX NAME | remove IFX | list")
+    app.add_subcommand("tunnel-intf", "efhost's tunnel interfaces: create IFX NAME | remove IFX | list | tunnels")
         ->add_option("ARGS", line.words)
         ->required();
     app.add_subcommand("counters", "efhost's counters: ports, pipeline, L3 engine, MAC table");
