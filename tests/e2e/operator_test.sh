@@ -5,7 +5,8 @@
 # tunnel interface efhost lacks is refused at its line; the tech-support dump
 # is written where vxlanctl says; what the module refused fails the command
 # with the module's own error line, and its debug mask is left as it was; a
-# show of a VNI that does not exist says so; the EVPN follower leaves alone a
+# show of a VNI that does not exist says so; data and status lines go to
+# standard output and standard error; the EVPN follower leaves alone a
 # module whose configuration efhost's overlay file owns.
 set -u
 HERE=$(cd "$(dirname "$0")" && pwd)
@@ -74,6 +75,14 @@ printf 'vnis:\n  - {vni: 1000, vlans: [10]}\ntunnels:\n  - interface: 100\n    s
 expect 2 "notunnel.yaml:4: field 'tunnels[0].interface': efhost has no tunnel interface 100 (its tunnel interfaces: 101, 102;" \
     vxlanctl apply "$E2E_DIR/notunnel.yaml"
 vxlanctl show entry | cmp -s - "$E2E_DIR/before.txt" || fail "the refused apply changed the tables"
+
+say "data goes to standard output, status lines to standard error"
+out=$(vxlanctl tunnel-intf tunnels 2>"$E2E_DIR/err.txt") || fail "tunnel-intf tunnels"
+[ "$out" = "$(printf '101 tunnel-k1\n102 tunnel-k2')" ] || fail "tunnel-intf tunnels printed '$out'"
+[ "$(cat "$E2E_DIR/err.txt")" = "vxlanctl: ok 2 tunnel interfaces" ] || fail "status line: $(cat "$E2E_DIR/err.txt")"
+out=$(vxlanctl apply "$E2E_DIR/overlay.yaml" 2>"$E2E_DIR/err.txt") || fail "apply"
+[ -z "$out" ] || fail "apply printed '$out' on standard output"
+grep -qx "vxlanctl: data ready" "$E2E_DIR/err.txt" || fail "apply's status: $(cat "$E2E_DIR/err.txt")"
 
 say "the tech-support dump is written where vxlanctl says"
 rm -f "$DUMP"

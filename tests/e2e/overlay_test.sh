@@ -47,7 +47,7 @@ check_ping() {
 # none, the module took frames for the tunnels and none was lost on the way
 # to the L3 engine, the MAC table and the neighbour table learnt.
 check_counters() {
-    vxlanctl counters | tee "$E2E_DIR/counters.txt" || fail "vxlanctl counters"
+    vxlanctl counters 2>&1 | tee "$E2E_DIR/counters.txt" || fail "vxlanctl counters"
     local port
     for port in "port 1 access1" "port 2 uplink"; do
         grep -Eq "^$port: in [1-9][0-9]*, out [1-9][0-9]*, lost in 0, lost out 0\$" "$E2E_DIR/counters.txt" \

@@ -43,8 +43,15 @@ for _ in $(seq 300); do [ -S "$DIR/ctl.sock" ] && break; sleep 0.1; done
 "$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 show subif || fail "show subif"
 # Malformed input over the socket is refused by the module and changes nothing.
 "$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 debug 0x3 || fail "debug"
-"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 raw "01 0c 00 03 01 00 00 00 02 00 00 00" || fail "raw"
-"$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 raw "02 08 00 01 00 00 00 00" || fail "raw"
+refused_raw() {   # hex expected-error-text
+    local rc=0 out
+    out=$("$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 raw "$1" 2>&1) || rc=$?
+    [ "$rc" = 5 ] || fail "raw $1: exit status $rc, expected 5 ($out)"
+    printf '%s\n' "$out" | grep -F "vxlanctl: module: VXLAN-EF-ERR: [vsd 4 " | grep -qF "$2" \
+        || fail "raw $1: '$out' lacks the module's '$2'"
+}
+refused_raw "01 0c 00 03 01 00 00 00 02 00 00 00" "msg check error, ver: 01, len: 12, tlv_num: 3"
+refused_raw "02 08 00 01 00 00 00 00" "Msg version is incompatible, current ver: 0x01, msg ver: 0x02"
 grep -F "msg check error, ver: 01, len: 12, tlv_num: 3" "$DIR/syslog.log" || fail "no framing error logged"
 grep -F "Msg version is incompatible, current ver: 0x01, msg ver: 0x02" "$DIR/syslog.log" || fail "no version error logged"
 "$VXLANCTL" --socket "$DIR/ctl.sock" --timeout 60 show entry 1000 | grep -q "tunnel-1" || fail "entry lost"

@@ -90,7 +90,8 @@ InterfaceAnswer interface_request(const std::string &socket_path, const std::str
 
 namespace {
 
-// Prints what efhost answered; the exit code of the answer.
+// Prints what efhost answered: the listed lines as data, its status line
+// beside vxlanctl's own; the exit code of the answer.
 int print_answer(const InterfaceAnswer &answer, std::ostream &out, std::ostream &err)
 {
     if (answer.code == kExitConnection || answer.code == kExitTimeout) {
@@ -99,7 +100,7 @@ int print_answer(const InterfaceAnswer &answer, std::ostream &out, std::ostream 
     }
     for (const std::string &line : answer.lines)
         out << line << '\n';
-    (answer.ok ? out : err) << "vxlanctl: " << answer.status << '\n';
+    err << "vxlanctl: " << answer.status << '\n';
     return answer.code;
 }
 
