@@ -2,7 +2,6 @@
 // channel_dispatcher.h.
 #include "channel_dispatcher.h"
 
-#include <cstring>
 
 #include "efrt.h"
 #include "vxlan_ef_tlv_catalogue.h"
@@ -16,19 +15,6 @@ constexpr const char *kShowPrefix = "VXLAN-EF-SHOW:";
 // generous, and what a client waits at most for one answer.
 constexpr std::chrono::milliseconds kProcessTimeout{10000};
 constexpr int kWaitSliceMs = 20;
-
-bool has_tlv(const uint8_t *p, uint32_t len, uint16_t type)
-{
-    for (uint32_t off = 4; off + 4 <= len;) {
-        uint16_t t, l;
-        std::memcpy(&t, p + off, 2);
-        std::memcpy(&l, p + off + 2, 2);
-        if (t == type)
-            return true;
-        off += 4u + l;
-    }
-    return false;
-}
 
 void send_lines(ControlClient &client, uint32_t seq, uint32_t module, std::vector<std::string> &lines)
 {
@@ -122,7 +108,7 @@ int ChannelDispatcher::sink(const ef_msg_t *msg, void *ctx)
 
 void ChannelDispatcher::note_data_ready(const uint8_t *payload, uint32_t len)
 {
-    if (!has_tlv(payload, len, vxlan_ef::tlv::kEfDataReady))
+    if (!message_has_tlv(payload, len, vxlan_ef::tlv::kEfDataReady))
         return;
     std::lock_guard<std::mutex> g(ready_lock_);
     data_ready_ = true;

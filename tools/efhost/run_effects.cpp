@@ -18,24 +18,23 @@ namespace tlv = vxlan_ef::tlv;
 constexpr const char *kErrorPrefix = "VXLAN-EF-ERR:";
 
 // Calls fn(type, value, length) for each whole TLV of a message.
-void for_each_tlv(const std::vector<uint8_t> &msg, const std::function<void(uint16_t, const uint8_t *, uint16_t)> &fn)
+void for_each_tlv(const uint8_t *msg, size_t size,
+                  const std::function<void(uint16_t, const uint8_t *, uint16_t)> &fn)
 {
-    for (size_t off = 4; off + 4 <= msg.size();) {
+    for (size_t off = 4; off + 4 <= size;) {
         uint16_t type, len;
-        std::memcpy(&type, msg.data() + off, 2);
-        std::memcpy(&len, msg.data() + off + 2, 2);
-        if (off + 4 + len > msg.size())
+        std::memcpy(&type, msg + off, 2);
+        std::memcpy(&len, msg + off + 2, 2);
+        if (off + 4 + len > size)
             return;
-        fn(type, msg.data() + off + 4, len);
+        fn(type, msg + off + 4, len);
         off += 4u + len;
     }
 }
 
 bool has_type(const std::vector<uint8_t> &msg, uint16_t wanted)
 {
-    bool found = false;
-    for_each_tlv(msg, [&](uint16_t type, const uint8_t *, uint16_t) { found = found || type == wanted; });
-    return found;
+    return message_has_tlv(msg.data(), msg.size(), wanted);
 }
 
 // Whether some TLV of the type has test(field) true, the field being read
@@ -49,7 +48,7 @@ bool any_field(const std::vector<uint8_t> &msg, uint16_t wanted, std::string_vie
         if (f.name == field)
             offset = f.offset;
     bool found = false;
-    for_each_tlv(msg, [&](uint16_t type, const uint8_t *value, uint16_t len) {
+    for_each_tlv(msg.data(), msg.size(), [&](uint16_t type, const uint8_t *value, uint16_t len) {
         T v{};
         if (type != wanted || len < offset + sizeof v)
             return;
@@ -84,6 +83,13 @@ std::optional<timespec> change_time(const std::string &path)
 }
 
 }  // namespace
+
+bool message_has_tlv(const uint8_t *msg, size_t size, uint16_t type)
+{
+    bool found = false;
+    for_each_tlv(msg, size, [&](uint16_t t, const uint8_t *, uint16_t) { found = found || t == type; });
+    return found;
+}
 
 bool is_module_error_line(const std::string &text) { return text.rfind(kErrorPrefix, 0) == 0; }
 

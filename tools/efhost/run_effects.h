@@ -19,6 +19,9 @@
 
 namespace efhost {
 
+// Whether a VXLAN message holds a TLV of this type.
+bool message_has_tlv(const uint8_t *msg, size_t size, uint16_t type);
+
 // Whether a module log line reports a refusal or failure.
 bool is_module_error_line(const std::string &text);
 

@@ -74,7 +74,6 @@ bool refused(const std::vector<uint8_t> &payload, std::ostream &err)
     return true;
 }
 
-
 // What has come back so far for one request.
 struct Progress {
     bool ready = false;  // EF_DATA_READY
