@@ -16,18 +16,23 @@ Usage: $0 [options]
 Measures h1 -> h2 (the VTEP under test encapsulates) and h2 -> h1 (it
 decapsulates) through efhost, OVS (userspace datapath) and the kernel's VXLAN
 driver: iperf3 TCP with 1 and 4 streams each way, iperf3 UDP with 64-byte
-datagrams at full rate each way, and idle ping. Every test is repeated; the
-table gives the medians and efhost's ratio to each of the other two.
+datagrams at full rate each way, idle ping, and the 64-byte capacity h1 -> h2
+with pktblast (an AF_PACKET sender built from pktblast.c), with the VTEP's CPU
+seconds per million packets. Every test is repeated, with the veths' offloads
+off, on (the kernel's defaults) or both; one table per setting gives the
+medians and efhost's ratio to each of the other two.
 
   --build DIR     where tools/efhost and tools/vxlanctl are (default: $REPO/build-rel)
   --duration S    seconds of each iperf3 test (default: 10)
   --reps N        repetitions of every test (default: 3)
   --only SYSTEM   efhost, ovs or kernel; repeat to pick several (default: all three)
+  --offloads M    on, off or both: the veths' TSO/GSO/checksum offloads (default: both)
+  --tests T       all, capacity (pktblast only) or iperf (all but pktblast) (default: all)
   --plot PATH     the PNG of the ratios (default: $REPO/docs/e2e-comparison.png)
   --out DIR       raw results, medians.csv, ratios.dat, logs (default: /tmp/vxlan-e2e-DATE-TIME)
   -h, --help      this text
 
-Needs root. Installs what is missing of iperf3, ethtool, gnuplot-nox and
+Needs root. Installs what is missing of iperf3, ethtool, gnuplot-nox, gcc and
 openvswitch-switch from Debian; starts its own OVS daemons in a private
 directory and stops them at the end; removes every namespace it made, also
 on Ctrl-C or failure.
@@ -38,6 +43,8 @@ BUILD=$REPO/build-rel
 DURATION=10
 REPS=3
 ONLY=()
+OFFLOAD_MODES=(off on)
+TEST_SET=all
 PLOT=$REPO/docs/e2e-comparison.png
 OUT_DIR=/tmp/vxlan-e2e-$(date +%Y%m%d-%H%M%S)
 
@@ -60,6 +67,14 @@ parse_args() {
             --duration) DURATION=${2:?--duration needs seconds}; shift 2 ;;
             --reps) REPS=${2:?--reps needs a number}; shift 2 ;;
             --only) ONLY+=("${2:?--only needs efhost, ovs or kernel}"); shift 2 ;;
+            --offloads)
+                case ${2:-} in
+                    on|off) OFFLOAD_MODES=("$2") ;;
+                    both) OFFLOAD_MODES=(off on) ;;
+                    *) fail "--offloads takes on, off or both" ;;
+                esac
+                shift 2 ;;
+            --tests) TEST_SET=${2:-}; shift 2 ;;
             --plot) PLOT=${2:?--plot needs a path}; shift 2 ;;
             --out) OUT_DIR=${2:?--out needs a directory}; shift 2 ;;
             -h|--help) usage; exit 0 ;;
@@ -68,6 +83,12 @@ parse_args() {
     done
     [[ $DURATION =~ ^[1-9][0-9]*$ ]] || fail "--duration must be a whole number of seconds"
     [[ $REPS =~ ^[1-9][0-9]*$ ]] || fail "--reps must be a positive number"
+    case $TEST_SET in
+        all) TESTS=("ping" "tcp 1 enc" "tcp 1 dec" "tcp 4 enc" "tcp 4 dec" "udp enc" "udp dec" "capacity") ;;
+        iperf) TESTS=("ping" "tcp 1 enc" "tcp 1 dec" "tcp 4 enc" "tcp 4 dec" "udp enc" "udp dec") ;;
+        capacity) TESTS=("capacity") ;;
+        *) fail "--tests takes all, capacity or iperf" ;;
+    esac
     ((${#ONLY[@]})) || ONLY=(efhost ovs kernel)
     local s
     for s in "${ONLY[@]}"; do
@@ -85,7 +106,7 @@ parse_args() {
 selected() { [[ " ${SYSTEMS[*]} " == *" $1 "* ]]; }
 
 install_missing() {
-    local packages=(iproute2 iputils-ping ethtool iperf3 util-linux procps python3 gnuplot-nox)
+    local packages=(iproute2 iputils-ping ethtool iperf3 util-linux procps python3 gnuplot-nox gcc libc6-dev)
     selected ovs && packages+=(openvswitch-switch)
     local p missing=()
     for p in "${packages[@]}"; do
@@ -100,7 +121,7 @@ install_missing() {
 
 require_tools() {
     [ "$(id -u)" -eq 0 ] || fail "needs root (network namespaces, veth, VXLAN devices)"
-    local tools=(ip ethtool iperf3 ping taskset ss timeout python3 gnuplot bridge) t
+    local tools=(ip ethtool iperf3 ping taskset ss timeout python3 gnuplot bridge gcc getconf) t
     selected ovs && tools+=(ovsdb-tool ovsdb-server ovs-vswitchd ovs-vsctl ovs-appctl)
     for t in "${tools[@]}"; do
         command -v "$t" >/dev/null || fail "missing tool: $t"
@@ -161,9 +182,15 @@ display_name() {
     case $1 in efhost) echo efhost ;; ovs) echo "OVS (userspace datapath)" ;; kernel) echo "kernel VXLAN" ;; esac
 }
 
+# The capacity test's sender, built for this run.
+build_pktblast() {
+    PKTBLAST=$RUN_DIR/pktblast
+    gcc -O2 -Wall -o "$PKTBLAST" "$HERE/pktblast.c" || fail "cannot build $HERE/pktblast.c"
+}
+
 run_system() {   # efhost|ovs|kernel
     SYSTEM=$1
-    say "$(display_name "$1"): setting up"
+    say "$(display_name "$1"), offloads $OFFLOADS: setting up"
     topo_create "$1"
     "$1_up"
     topo_forwards 15 || fail "$(display_name "$1") does not forward: no ping between h1 and h2 within 15 s"
@@ -171,7 +198,7 @@ run_system() {   # efhost|ovs|kernel
     for ((REP = 1; REP <= REPS; REP++)); do
         measure_all
     done
-    say "$(display_name "$1"): measured in $((SECONDS - started)) s"
+    say "$(display_name "$1"), offloads $OFFLOADS: measured in $((SECONDS - started)) s"
     "$1_down"
     topo_destroy
 }
@@ -185,7 +212,7 @@ machine_info() {
     echo "debian: $(cat /etc/debian_version 2>/dev/null)"
     echo "iperf3: $(iperf3 --version 2>/dev/null | head -1)"
     selected ovs && echo "ovs: $(ovs-vswitchd --version 2>/dev/null | head -1)"
-    echo "duration: $DURATION s, repetitions: $REPS, systems: ${SYSTEMS[*]}"
+    echo "duration: $DURATION s, repetitions: $REPS, systems: ${SYSTEMS[*]}, offloads: ${OFFLOAD_MODES[*]}, tests: $TEST_SET"
     echo "load average at start: $(cut -d' ' -f1-3 /proc/loadavg)"
 }
 
@@ -233,11 +260,14 @@ main() {
     trap 'exit 129' HUP
     mkdir -p "$RUN_DIR" "$OUT_DIR" || fail "cannot create $RUN_DIR or $OUT_DIR"
     RAW_CSV=$OUT_DIR/raw.csv
-    echo "system,metric,rep,value" > "$RAW_CSV"
+    echo "system,offloads,metric,rep,value" > "$RAW_CSV"
     machine_info | tee "$OUT_DIR/run-info.txt" >&2
+    build_pktblast
     local started=$SECONDS s
-    for s in "${SYSTEMS[@]}"; do
-        run_system "$s"
+    for OFFLOADS in "${OFFLOAD_MODES[@]}"; do
+        for s in "${SYSTEMS[@]}"; do
+            run_system "$s"
+        done
     done
     echo "load average at end: $(cut -d' ' -f1-3 /proc/loadavg)" | tee -a "$OUT_DIR/run-info.txt" >&2
     echo "elapsed: $((SECONDS - started)) s" | tee -a "$OUT_DIR/run-info.txt" >&2

@@ -2,15 +2,23 @@
 # runs in h2 on CPU 1 and the client in h1 on CPU 0, so neither end takes the
 # other's CPU; with -R the server (h2) sends and the VTEP under test
 # decapsulates. Each result is kept as iperf3's JSON or ping's output under
-# OUT_DIR/raw and its figures appended to OUT_DIR/raw.csv.
+# OUT_DIR/raw and its figures appended to OUT_DIR/raw.csv, with the offload
+# setting they were measured under.
+#
+# The 64-byte capacity test uses pktblast (built from pktblast.c by
+# compare.sh) instead of iperf3, whose one system call per datagram caps what
+# it can offer: pktblast sends in h1 on CPU 0 towards h2 (the VTEP under test
+# encapsulates), and the frames are counted from the veths' own counters.
 
 IPERF_PORT=5201
 IPERF_SERVER_PID=
 PING_COUNT=20
 PING_INTERVAL=0.2
+CAP_DST_IP=192.168.10.3
+CLK_TCK=$(getconf CLK_TCK)
 
 record() {   # metric value
-    echo "$SYSTEM,$1,$REP,$2" >> "$RAW_CSV"
+    echo "$SYSTEM,$OFFLOADS,$1,$REP,$2" >> "$RAW_CSV"
 }
 
 iperf_listening() {
@@ -106,12 +114,71 @@ measure_ping() {
     progress ping "rtt median $1 ms, average $2 ms, $3 % lost"
 }
 
+dev_stat() {   # ns dev counter
+    in_ns "$1" cat "/sys/class/net/$2/statistics/$3" 2>/dev/null || echo 0
+}
+
+# utime + stime, in clock ticks, of the VTEP's own processes (all their
+# threads); for the kernel VTEP, the softirq time of every CPU from /proc/stat
+# instead, which also holds the softirq work of the sender's veth and of the
+# far VTEP.
+vtep_cpu_ticks() {
+    local pids=()
+    case $SYSTEM in
+        efhost) pids=("$EFHOST_PID") ;;
+        ovs) pids=("${OVS_PIDS[@]:1}") ;;   # ovs-vswitchd (OVS_PIDS[0] is ovsdb-server)
+        kernel) awk '$1 == "cpu" { print $8; exit }' /proc/stat; return ;;
+    esac
+    local pid total=0 t
+    for pid in "${pids[@]}"; do
+        t=$(awk '{ sub(/^.*\) /, ""); print $12 + $13 }' "/proc/$pid/stat" 2>/dev/null) || t=0
+        total=$((total + ${t:-0}))
+    done
+    echo "$total"
+}
+
+# 64-byte frames from h1 to an address on h2's subnet that nobody holds, with
+# h2's MAC: h2's veth counts them and its stack drops them without a reply.
+# offered: what pktblast's sendmmsg accepted; arrived: what reached the VTEP's
+# port towards h1; forwarded: what the VTEP put on the underlay (the far end's
+# receive counter); delivered: what reached h2 through the far kernel VTEP.
+measure_capacity() {
+    local log=$OUT_DIR/raw/$SYSTEM/cap64-$OFFLOADS-$REP.txt h2_mac out
+    h2_mac=$(in_ns "$NS_H2" cat "/sys/class/net/$DEV_HOST/address")
+    local acc0 accdrop0 ul0 h20 cpu0 acc1 accdrop1 ul1 h21 cpu1
+    acc0=$(dev_stat "$NS_VTEP" "$DEV_ACC" rx_packets)
+    accdrop0=$(dev_stat "$NS_VTEP" "$DEV_ACC" rx_dropped)
+    ul0=$(dev_stat "$NS_FAR" "$DEV_UL" rx_packets)
+    h20=$(dev_stat "$NS_H2" "$DEV_HOST" rx_packets)
+    cpu0=$(vtep_cpu_ticks)
+    fg_run timeout $((DURATION + 30)) ip netns exec "$NS_H1" "$PKTBLAST" -i "$DEV_HOST" -d "$h2_mac" \
+        --src-ip "$H1_IP" --dst-ip "$CAP_DST_IP" --size 64 --duration "$DURATION" --cpu 0 > "$log" 2>&1 \
+        || { warn "$SYSTEM: pktblast failed (repetition $REP; see $log)"; return 0; }
+    # Frames still queued in the VTEP are its to forward: a moment to drain.
+    sleep 0.5
+    cpu1=$(vtep_cpu_ticks)
+    acc1=$(dev_stat "$NS_VTEP" "$DEV_ACC" rx_packets)
+    accdrop1=$(dev_stat "$NS_VTEP" "$DEV_ACC" rx_dropped)
+    ul1=$(dev_stat "$NS_FAR" "$DEV_UL" rx_packets)
+    h21=$(dev_stat "$NS_H2" "$DEV_HOST" rx_packets)
+    echo "arrived=$((acc1 - acc0)) arrive_dropped=$((accdrop1 - accdrop0)) forwarded=$((ul1 - ul0)) delivered=$((h21 - h20)) cpu_ticks=$((cpu1 - cpu0)) clk_tck=$CLK_TCK" >> "$log"
+    out=$("$RESULTS" capacity "$log") || { warn "$SYSTEM: unreadable $log"; return 0; }
+    set -- $out
+    record cap64_offered "$1"
+    record cap64_arrived "$2"
+    record cap64_forwarded "$3"
+    record cap64_drops "$4"
+    record cap64_delivered "$5"
+    record cap64_cpu_per_mpkt "$6"
+    progress cap64 "$1 pps offered, $2 arrived, $3 forwarded, $4 % dropped, $5 delivered, $6 CPU s/Mpkt"
+}
+
 # One repetition of everything. A second between tests lets the queues a
 # flood filled drain before the next one starts.
 measure_all() {
     mkdir -p "$OUT_DIR/raw/$SYSTEM"
     local test
-    for test in "ping" "tcp 1 enc" "tcp 1 dec" "tcp 4 enc" "tcp 4 dec" "udp enc" "udp dec"; do
+    for test in "${TESTS[@]}"; do
         "${SYSTEM}_alive" || fail "$(display_name "$SYSTEM") stopped during the measurements (logs in $OUT_DIR)"
         set -- $test
         local fn=measure_$1; shift

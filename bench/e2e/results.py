@@ -7,9 +7,14 @@
                               delivered pps" (delivered: through both VTEPs to the
                               receiving host, whether its socket had room or not)
   results.py ping FILE    ping output     -> "median rtt ms, average rtt ms, loss %"
+  results.py capacity FILE
+                          pktblast's line and the counters compare.sh appended
+                          -> "offered pps, arrived pps, forwarded pps, drops %,
+                              delivered pps, CPU s per million forwarded"
   results.py report RAW_CSV OUT_DIR
-      medians of every system and metric (table on stdout, medians.csv) and
-      efhost's ratios to OVS and to the kernel (ratios.dat, for ratios.gp)
+      medians of every system and metric, one table per offload setting
+      (stdout, medians.csv) and efhost's ratios to OVS and to the kernel
+      (ratios.dat, for ratios.gp: offloads off if measured, else on)
 """
 
 import csv
@@ -43,6 +48,12 @@ METRICS = [
     ("udp64_dec_delivered", "  delivered to h1 (received + socket drops)", "pps", True),
     ("ping_rtt_median", "ping RTT h1->h2, median", "ms", True),
     ("ping_rtt_avg", "ping RTT h1->h2, average", "ms", False),
+    ("cap64_offered", "64B capacity h1->h2 (pktblast): offered", "pps", False),
+    ("cap64_arrived", "  arrived at the VTEP's port", "pps", False),
+    ("cap64_forwarded", "  forwarded onto the underlay", "pps", True),
+    ("cap64_drops", "  dropped (offered - forwarded)", "%", False),
+    ("cap64_delivered", "  delivered to h2 (after the far VTEP)", "pps", False),
+    ("cap64_cpu_per_mpkt", "  VTEP CPU per Mpkt forwarded (kernel: all softirq)", "s", False),
 ]
 
 # Names under the plot's bars, on two lines ("\\n" in the data file).
@@ -56,6 +67,7 @@ PLOT_LABELS = {
     "udp64_dec_pps": "UDP 64B decap\\nreceived",
     "udp64_dec_delivered": "UDP 64B decap\\ndelivered",
     "ping_rtt_median": "ping RTT\\nmedian",
+    "cap64_forwarded": "64B capacity\\nforwarded",
 }
 
 
@@ -102,11 +114,32 @@ def ping(path):
     print(f"{statistics.median(rtts):.3f} {avg:.3f} {loss:.1f}")
 
 
+def capacity(path):
+    fields = {}
+    for word in open(path).read().split():
+        key, eq, value = word.partition("=")
+        if eq:
+            fields[key] = float(value)
+    need = ("offered", "seconds", "arrived", "forwarded", "delivered", "cpu_ticks", "clk_tck")
+    if any(k not in fields for k in need) or not fields["seconds"]:
+        raise SystemExit(f"{path}: no pktblast result or counters")
+    secs = fields["seconds"]
+    offered, forwarded = fields["offered"], fields["forwarded"]
+    drops = 100.0 * (1 - forwarded / offered) if offered else 0.0
+    cpu = fields["cpu_ticks"] / fields["clk_tck"]
+    per_mpkt = cpu / (forwarded / 1e6) if forwarded else 0.0
+    print(f"{offered / secs:.0f} {fields['arrived'] / secs:.0f} {forwarded / secs:.0f} "
+          f"{max(drops, 0.0):.2f} {fields['delivered'] / secs:.0f} {per_mpkt:.3f}")
+
+
+# raw.csv: system, offloads (off/on), metric, repetition, value. The metric
+# keys of the report are "offloads/metric".
 def read_raw(path):
     values = {}
     with open(path) as f:
         for row in csv.DictReader(f):
-            values.setdefault((row["system"], row["metric"]), []).append(float(row["value"]))
+            key = f"{row['offloads']}/{row['metric']}"
+            values.setdefault((row["system"], key), []).append(float(row["value"]))
     return values
 
 
@@ -115,8 +148,8 @@ def fmt(value, unit):
         return "-"
     if unit == "ms":
         return f"{value:.3f}"
-    if unit == "%":
-        return f"{value:.1f}"
+    if unit in ("%", "s"):
+        return f"{value:.2f}" if unit == "s" else f"{value:.1f}"
     if unit in ("pps", "segments"):
         return f"{value:,.0f}".replace(",", " ")
     return f"{value:.0f}" if value >= 100 else f"{value:.1f}"
@@ -137,35 +170,30 @@ def report(raw_path, out_dir):
     med = {k: statistics.median(v) for k, v in values.items()}
     reps = {k: len(v) for k, v in values.items()}
     present = [(s, name) for s, name in SYSTEMS if any(k[0] == s for k in values)]
+    modes = [m for m in ("off", "on") if any(k[1].startswith(m + "/") for k in values)]
 
     header = ["metric", "unit"] + [name for _, name in present] + ["efhost/OVS", "efhost/kernel"]
-    rows, csv_rows, plot_rows = [], [], []
-    for key, label, unit, plotted in METRICS:
-        m = {s: med.get((s, key)) for s, _ in SYSTEMS}
-        if all(m[s] is None for s, _ in present):
-            continue
-        r_ovs, r_kernel = ratio(m["efhost"], m["ovs"]), ratio(m["efhost"], m["kernel"])
-        rows.append([label, unit] + [fmt(m[s], unit) for s, _ in present]
-                    + [fmt_ratio(r_ovs), fmt_ratio(r_kernel)])
-        csv_rows.append([key, unit] + ["" if m[s] is None else f"{m[s]:.6g}" for s, _ in SYSTEMS]
-                        + ["" if r is None else f"{r:.4g}" for r in (r_ovs, r_kernel)]
-                        + [reps.get((s, key), 0) for s, _ in SYSTEMS])
-        if plotted and (r_ovs is not None or r_kernel is not None):
-            plot_rows.append((PLOT_LABELS[key], r_ovs, r_kernel))
-
-    widths = [max(len(str(row[i])) for row in [header] + rows) for i in range(len(header))]
-    line = lambda row: "  ".join(str(c).ljust(w) if i < 2 else str(c).rjust(w)
-                                 for i, (c, w) in enumerate(zip(row, widths)))
-    print(line(header))
-    print("  ".join("-" * w for w in widths))
-    for row in rows:
-        print(line(row))
-    print("(medians; higher is better except retransmits, loss and RTT; "
+    csv_rows, plot_rows = [], []
+    for mode in modes:
+        rows = []
+        for key, label, unit, plotted in METRICS:
+            row = table_row(med, reps, present, f"{mode}/{key}", label, unit)
+            if row is None:
+                continue
+            cells, csv_row, r_ovs, r_kernel = row
+            rows.append(cells)
+            csv_rows.append([mode] + csv_row)
+            if plotted and mode == modes[0] and (r_ovs is not None or r_kernel is not None):
+                plot_rows.append((PLOT_LABELS[key], r_ovs, r_kernel))
+        print(f"offloads {mode} ({'TSO, GSO and checksum offload off on every veth' if mode == 'off' else 'the kernel defaults on every veth'}):")
+        print_table(header, rows)
+        print()
+    print("(medians; higher is better except retransmits, loss, drops, CPU and RTT; "
           "a ratio compares the same metric)")
 
     with open(f"{out_dir}/medians.csv", "w", newline="") as f:
         w = csv.writer(f)
-        w.writerow(["metric", "unit"] + [s for s, _ in SYSTEMS]
+        w.writerow(["offloads", "metric", "unit"] + [s for s, _ in SYSTEMS]
                    + ["efhost_over_ovs", "efhost_over_kernel"]
                    + [f"reps_{s}" for s, _ in SYSTEMS])
         w.writerows(csv_rows)
@@ -180,8 +208,32 @@ def report(raw_path, out_dir):
             f.write(f'"{label}" ' + " ".join(cells) + "\n")
 
 
+def table_row(med, reps, present, key, label, unit):
+    m = {s: med.get((s, key)) for s, _ in SYSTEMS}
+    if all(m[s] is None for s, _ in present):
+        return None
+    r_ovs, r_kernel = ratio(m["efhost"], m["ovs"]), ratio(m["efhost"], m["kernel"])
+    cells = ([label, unit] + [fmt(m[s], unit) for s, _ in present]
+             + [fmt_ratio(r_ovs), fmt_ratio(r_kernel)])
+    csv_row = ([key.split("/", 1)[1], unit] + ["" if m[s] is None else f"{m[s]:.6g}" for s, _ in SYSTEMS]
+               + ["" if r is None else f"{r:.4g}" for r in (r_ovs, r_kernel)]
+               + [reps.get((s, key), 0) for s, _ in SYSTEMS])
+    return cells, csv_row, r_ovs, r_kernel
+
+
+def print_table(header, rows):
+    widths = [max(len(str(row[i])) for row in [header] + rows) for i in range(len(header))]
+    line = lambda row: "  ".join(str(c).ljust(w) if i < 2 else str(c).rjust(w)
+                                 for i, (c, w) in enumerate(zip(row, widths)))
+    print(line(header))
+    print("  ".join("-" * w for w in widths))
+    for row in rows:
+        print(line(row))
+
+
 def main(argv):
-    commands = {"tcp": (tcp, 1), "udp": (udp, 2), "ping": (ping, 1), "report": (report, 2)}
+    commands = {"tcp": (tcp, 1), "udp": (udp, 2), "ping": (ping, 1), "capacity": (capacity, 1),
+                "report": (report, 2)}
     if len(argv) < 2 or argv[1] not in commands or len(argv) != 2 + commands[argv[1]][1]:
         sys.exit(__doc__)
     fn, _ = commands[argv[1]]

@@ -4,10 +4,11 @@
 #   192.168.10.1/24     10.99.0.1/24          10.99.0.2/24        192.168.10.2/24
 #
 # Only the box in the middle changes between runs (vtep-*.sh): the hosts, the
-# far VTEP and every veth are built the same way each time. All veth ends have
-# transmit checksum offload, TSO and GSO off, so each VTEP gets wire-sized
-# frames with their checksums filled in and the kernel cannot carry 64 KiB
-# super-frames past the one under test. The underlay keeps MTU 1500; the
+# far VTEP and every veth are built the same way each time. With OFFLOADS=off
+# all veth ends have transmit checksum offload, TSO and GSO off, so each VTEP
+# gets wire-sized frames with their checksums filled in and the kernel cannot
+# carry 64 KiB super-frames past the one under test; with OFFLOADS=on they keep
+# the kernel's defaults, as users run them. The underlay keeps MTU 1500; the
 # hosts use 1450 so that an encapsulated full-sized frame still fits in it.
 
 H1_IP=192.168.10.1
@@ -19,6 +20,7 @@ UL_NET=10.99.0.0
 VNI=1000
 UNDERLAY_MTU=1500
 INNER_MTU=1450
+OFFLOADS=off
 
 say()  { printf '%s\n' "== $*" >&2; }
 warn() { printf '%s\n' "warning: $*" >&2; }
@@ -73,17 +75,19 @@ topo_names() {   # system
     DEV_BR=$RUN-br      # a kernel bridge
 }
 
-# veth pair between two namespaces, both ends up with offloads off.
+# veth pair between two namespaces, both ends up, offloads as OFFLOADS says.
 veth() {   # ns-a dev-a ns-b dev-b
     ip link add "$2" netns "$1" mtu "$UNDERLAY_MTU" type veth peer name "$4" netns "$3" \
         || fail "cannot create veth $2 ($1) <-> $4 ($3)"
-    offloads_off "$1" "$2"
-    offloads_off "$3" "$4"
+    port_up "$1" "$2"
+    port_up "$3" "$4"
 }
 
-offloads_off() {   # ns dev
-    in_ns "$1" ethtool -K "$2" tx off tso off gso off >/dev/null 2>&1 \
-        || fail "ethtool -K $2 tx off tso off gso off failed in $1"
+port_up() {   # ns dev
+    if [ "$OFFLOADS" = off ]; then
+        in_ns "$1" ethtool -K "$2" tx off tso off gso off >/dev/null 2>&1 \
+            || fail "ethtool -K $2 tx off tso off gso off failed in $1"
+    fi
     ip -n "$1" link set up dev "$2"
 }
 
