@@ -65,6 +65,7 @@ constexpr ClassRule both_rule(uint16_t type, Mac dst, uint8_t pkt_type)
 }
 
 // First match wins.
+// classify() answers the first three itself; keep them first.
 constexpr std::array<ClassRule, 18> kClassRules{{
     type_rule(wire::kEthTypeIpv4, EFMP_PKT_IPV4),
     type_rule(wire::kEthTypeArp, EFMP_PKT_ARP),
@@ -162,7 +163,22 @@ RemovedTags remove_tags(efmp_buff_t *buff)
     return tags;
 }
 
-void classify(efmp_buff_t *buff)
+namespace {
+
+// The type the first three rules look at, or 0 when the full key is needed.
+uint16_t plain_type(efmp_buff_t *buff)
+{
+    const uint32_t len = std::min(buff->len, stored_bytes(buff));
+    const uint8_t *frame = frame_of(buff);
+    if (len < kEthLen)
+        return 0;
+    if (len >= kSnapTypeOff + 2 && frame[kEthLen] == kLlcSnap && frame[kEthLen + 1] == kLlcSnap)
+        return 0;
+    return ef_get_be16(frame + kTypeOff);
+}
+
+// The rule table, for what the type alone does not settle.
+__attribute__((noinline)) void classify_by_rules(efmp_buff_t *buff)
 {
     const FrameKey key = frame_key(buff);
     for (const ClassRule &rule : kClassRules) {
@@ -173,6 +189,28 @@ void classify(efmp_buff_t *buff)
     }
     buff->pkt_type = 0;
     buff->unclassified = 1;
+}
+
+}  // namespace
+
+void classify(efmp_buff_t *buff)
+{
+    // The first three rules look at the type alone, so nearly every frame is
+    // settled here without building the key or walking the table.
+    switch (plain_type(buff)) {
+    case wire::kEthTypeIpv4:
+        buff->pkt_type = EFMP_PKT_IPV4;
+        return;
+    case wire::kEthTypeArp:
+        buff->pkt_type = EFMP_PKT_ARP;
+        return;
+    case wire::kEthTypeIpv6:
+        buff->pkt_type = EFMP_PKT_IPV6;
+        return;
+    default:
+        classify_by_rules(buff);
+        return;
+    }
 }
 
 }  // namespace vxlan_ef
