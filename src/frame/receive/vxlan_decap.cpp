@@ -111,8 +111,15 @@ void packet_addresses(efmp_buff_t *buff, const OuterLayout &layout, vxlan_ef_ip_
     const uint8_t *f = frame_of(buff);
     src = vxlan_ef_ip_addr_t{layout.family, {}};
     dst = vxlan_ef_ip_addr_t{layout.family, {}};
-    std::memcpy(src.addr, f + layout.src_off, layout.addr_len);
-    std::memcpy(dst.addr, f + layout.dst_off, layout.addr_len);
+    // Constant lengths, so the copies are a move or two each rather than a
+    // library call.
+    if (layout.addr_len == kIpv4Layout.addr_len) {
+        std::memcpy(src.addr, f + kIpv4Layout.src_off, kIpv4Layout.addr_len);
+        std::memcpy(dst.addr, f + kIpv4Layout.dst_off, kIpv4Layout.addr_len);
+    } else {
+        std::memcpy(src.addr, f + kIpv6Layout.src_off, kIpv6Layout.addr_len);
+        std::memcpy(dst.addr, f + kIpv6Layout.dst_off, kIpv6Layout.addr_len);
+    }
 }
 
 void format_addr(const vxlan_ef_ip_addr_t &ip, char (&text)[kAddrBufLen])
