@@ -35,13 +35,18 @@ void frame_macs(const efmp_buff_t *buff, uint8_t (&macs)[kEthAddrsLen])
 
 void trace_receive(efmp_buff_t *buff, uint32_t vni)
 {
-    uint8_t m[kEthAddrsLen];
-    frame_macs(buff, m);
-    FWD_TRACE(buff,
-              "VXLAN-EF-FORWARD: [vsd %d %s] Rcv pkt: %p, src intf: %s\n src mac: "
-              "%02x%02x.%02x%02x.%02x%02x dst mac: %02x%02x.%02x%02x.%02x%02x VNI: %u\n",
-              static_cast<void *>(buff), name_of(buff->src_intf).text, m[6], m[7], m[8], m[9],
-              m[10], m[11], m[0], m[1], m[2], m[3], m[4], m[5], vni);
+    // The addresses are copied out only for a line that is printed.
+    const bool traced = vxlan_ef::trace_admit(buff, TraceGate::Forward);
+    if (traced) {
+        uint8_t m[kEthAddrsLen];
+        frame_macs(buff, m);
+        VXLAN_EF_TRACE_DECIDED(
+            traced, "vxlan_ef_forward",
+            "VXLAN-EF-FORWARD: [vsd %d %s] Rcv pkt: %p, src intf: %s\n src mac: "
+            "%02x%02x.%02x%02x.%02x%02x dst mac: %02x%02x.%02x%02x.%02x%02x VNI: %u\n",
+            static_cast<void *>(buff), name_of(buff->src_intf).text, m[6], m[7], m[8], m[9], m[10],
+            m[11], m[0], m[1], m[2], m[3], m[4], m[5], vni);
+    }
     if (buff->flags & EFMP_F_TRACE)
         vxlan_ef_pkt_dump(buff, "patch-forward start");
 }
