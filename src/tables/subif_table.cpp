@@ -208,6 +208,10 @@ vxlan_ef_subif_t *vxlan_ef_subif_lookup_by_subifx(vxlan_ef_vsd_t *vsd, uint32_t 
 vxlan_ef_subif_t *vxlan_ef_subif_lookup_by_mainifx(vxlan_ef_vsd_t *vsd, uint32_t main_ifx,
                                                    uint16_t svid, uint16_t cvid)
 {
+    // Every access frame asks, and most segments have no sub-interface: an
+    // empty tree is answered before the key record is built.
+    if (vsd == nullptr || vsd->subif_by_mifx.root.rb_node == nullptr)
+        return nullptr;
     vxlan_ef_subif_t key{};
     key.main_ifx = main_ifx;
     key.svid = svid;
