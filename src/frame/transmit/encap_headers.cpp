@@ -72,6 +72,57 @@ uint16_t next_ipv4_id(vxlan_ef_vsd_t *vsd)
     return id;
 }
 
+void fill_vxlan(uint8_t *p, const vxlan_ef_tnl_addr_t *tnl)
+{
+    std::memset(p, 0, sizeof(wire::VxlanHdr));
+    p[0] = wire::kVxlanFlagI;
+    ef_put_be32(p + 4, tnl->vni << 8);
+}
+
+// udp_len counts the UDP header and everything after it.
+void fill_udp(uint8_t *p, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, uint32_t udp_len)
+{
+    auto *udp = reinterpret_cast<wire::UdpHdr *>(p);
+    // The counter goes out in host order: receivers only need it to vary.
+    wire::put_host16(udp->sport, next_sport(vsd));
+    ef_put_be16(udp->dport, load_relaxed(vsd->udp_port));
+    ef_put_be16(udp->len, static_cast<uint16_t>(udp_len));
+    ef_put_be16(udp->csum, 0);
+    const bool v4 = tnl->family == VXLAN_EF_AF_INET;
+    const uint16_t csum = v4 ? udp_checksum_v4(tnl->sip, tnl->dip, p, udp_len)
+                             : udp_checksum_v6(tnl->sip, tnl->dip, p, udp_len);
+    ef_put_be16(udp->csum, csum);
+}
+
+// total_len counts the IP header and everything after it.
+void fill_ipv4(uint8_t *p, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos,
+               uint32_t total_len)
+{
+    auto *ip = reinterpret_cast<wire::Ipv4Hdr *>(p);
+    ip->ver_ihl = 0x45;
+    ip->tos = tos;
+    ef_put_be16(ip->total_len, static_cast<uint16_t>(total_len));
+    ef_put_be16(ip->id, next_ipv4_id(vsd));
+    ef_put_be16(ip->frag, kDontFragment);
+    ip->ttl = kTtl;
+    ip->proto = wire::kIpProtoUdp;
+    ef_put_be16(ip->csum, 0);
+    std::memcpy(ip->src, tnl->sip, sizeof ip->src);
+    std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
+    ef_put_be16(ip->csum, ipv4_header_checksum(p));
+}
+
+void fill_ipv6(uint8_t *p, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos, uint32_t total_len)
+{
+    auto *ip = reinterpret_cast<wire::Ipv6Hdr *>(p);
+    ef_put_be32(ip->ver_tc_flow, 6u << 28 | static_cast<uint32_t>(tos) << 20);
+    ef_put_be16(ip->payload_len, static_cast<uint16_t>(total_len - sizeof(wire::Ipv6Hdr)));
+    ip->next_hdr = wire::kIpProtoUdp;
+    ip->hop_limit = kHopLimit;
+    std::memcpy(ip->src, tnl->sip, sizeof ip->src);
+    std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
+}
+
 bool push_vxlan(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
 {
     uint8_t *p = efmp_buff_push(buff, sizeof(wire::VxlanHdr));
@@ -80,9 +131,7 @@ bool push_vxlan(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for vxlan header failed\n");
         return false;
     }
-    std::memset(p, 0, sizeof(wire::VxlanHdr));
-    p[0] = wire::kVxlanFlagI;
-    ef_put_be32(p + 4, tnl->vni << 8);
+    fill_vxlan(p, tnl);
     return true;
 }
 
@@ -94,16 +143,7 @@ bool push_udp(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t 
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for udp header failed\n");
         return false;
     }
-    auto *udp = reinterpret_cast<wire::UdpHdr *>(p);
-    // The counter goes out in host order: receivers only need it to vary.
-    wire::put_host16(udp->sport, next_sport(vsd));
-    ef_put_be16(udp->dport, load_relaxed(vsd->udp_port));
-    ef_put_be16(udp->len, static_cast<uint16_t>(buff->len));
-    ef_put_be16(udp->csum, 0);
-    const bool v4 = tnl->family == VXLAN_EF_AF_INET;
-    const uint16_t csum = v4 ? udp_checksum_v4(tnl->sip, tnl->dip, p, buff->len)
-                             : udp_checksum_v6(tnl->sip, tnl->dip, p, buff->len);
-    ef_put_be16(udp->csum, csum);
+    fill_udp(p, vsd, tnl, buff->len);
     return true;
 }
 
@@ -116,18 +156,7 @@ bool push_ipv4(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for ip header failed\n");
         return false;
     }
-    auto *ip = reinterpret_cast<wire::Ipv4Hdr *>(p);
-    ip->ver_ihl = 0x45;
-    ip->tos = tos;
-    ef_put_be16(ip->total_len, static_cast<uint16_t>(buff->len));
-    ef_put_be16(ip->id, next_ipv4_id(vsd));
-    ef_put_be16(ip->frag, kDontFragment);
-    ip->ttl = kTtl;
-    ip->proto = wire::kIpProtoUdp;
-    ef_put_be16(ip->csum, 0);
-    std::memcpy(ip->src, tnl->sip, sizeof ip->src);
-    std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
-    ef_put_be16(ip->csum, ipv4_header_checksum(p));
+    fill_ipv4(p, vsd, tnl, tos, buff->len);
     return true;
 }
 
@@ -139,13 +168,7 @@ bool push_ipv6(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos)
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for ipv6 header failed\n");
         return false;
     }
-    auto *ip = reinterpret_cast<wire::Ipv6Hdr *>(p);
-    ef_put_be32(ip->ver_tc_flow, 6u << 28 | static_cast<uint32_t>(tos) << 20);
-    ef_put_be16(ip->payload_len, static_cast<uint16_t>(buff->len - sizeof(wire::Ipv6Hdr)));
-    ip->next_hdr = wire::kIpProtoUdp;
-    ip->hop_limit = kHopLimit;
-    std::memcpy(ip->src, tnl->sip, sizeof ip->src);
-    std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
+    fill_ipv6(p, tnl, tos, buff->len);
     return true;
 }
 
@@ -202,10 +225,25 @@ bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan
                              (v4 ? sizeof(wire::Ipv4Hdr) : 0);
     if (counted > UINT16_MAX)
         return false;
-    if (!push_vxlan(buff, tnl) || !push_udp(buff, vsd, tnl))
-        return false;
-    if (v4 ? !push_ipv4(buff, vsd, tnl, tos) : !push_ipv6(buff, tnl, tos))
-        return false;
+    const uint32_t ip_len = v4 ? sizeof(wire::Ipv4Hdr) : sizeof(wire::Ipv6Hdr);
+    const uint32_t outer_len = ip_len + sizeof(wire::UdpHdr) + sizeof(wire::VxlanHdr);
+    if (uint8_t *p = efmp_buff_push(buff, outer_len)) {
+        // The headroom holds all three headers: one push, filled innermost
+        // first as the header-by-header path below does.
+        fill_vxlan(p + ip_len + sizeof(wire::UdpHdr), tnl);
+        fill_udp(p + ip_len, vsd, tnl, buff->len - ip_len);
+        if (v4)
+            fill_ipv4(p, vsd, tnl, tos, buff->len);
+        else
+            fill_ipv6(p, tnl, tos, buff->len);
+    } else {
+        // Too little headroom: pushed one header at a time, so the trace
+        // names the header that did not fit.
+        if (!push_vxlan(buff, tnl) || !push_udp(buff, vsd, tnl))
+            return false;
+        if (v4 ? !push_ipv4(buff, vsd, tnl, tos) : !push_ipv6(buff, tnl, tos))
+            return false;
+    }
     rewrite_metadata(buff, vsd, v4, mode);
     if (trace_admit(buff, TraceGate::Encap))
         vxlan_ef_pkt_dump(buff, "patch-enc(vxlan)");
