@@ -167,7 +167,7 @@ k3_has_type2() {   # mac ip
     echo "$routes" | grep -qF "[48]:[$1]:[32]:[$2]" && echo "$routes" | grep -qE "\[48\]:\[$1\]\s*$"
 }
 mac_kind_is() { mac_list "$1" mac "$2" | grep -qE "^$2 .* $3 "; }
-mac_absent() { mac_list "$1" mac "$2" | grep -q "ok 0 MAC entries"; }
+mac_absent() { mac_list "$1" mac "$2" 2>&1 | grep -q "ok 0 MAC entries"; }
 
 # Counts frames of a kind arriving at a device while the caller sends.
 start_count() {   # file namespace device seconds kind [target]

@@ -97,12 +97,12 @@ TEST(VxlanctlModuleStateTest, ATunnelOnAnInterfaceEfhostLacksIsNamedWithItsLine)
                                         "  - interface: 100\n    source: 10.0.0.1\n    destination: 10.0.0.3\n",
                                         "t.yaml", error);
     ASSERT_TRUE(config.has_value()) << error;
-    EXPECT_EQ(missing_tunnel_interface(*config, {3, 1000}, "t.yaml"),
+    EXPECT_EQ(missing_tunnel_interface(*config, {{3, "tun3"}, {1000, "evpn-x"}}, "t.yaml"),
               "t.yaml:5: field 'tunnels[1].interface': efhost has no tunnel interface 100 (its tunnel "
               "interfaces: 3, 1000; type 45 in its configuration, or made by 'vxlanctl tunnel-intf create')");
     EXPECT_EQ(missing_tunnel_interface(*config, {}, "t.yaml").substr(0, 45),
               "t.yaml:4: field 'tunnels[0].interface': efhos");
-    EXPECT_EQ(missing_tunnel_interface(*config, {3, 100}, "t.yaml"), "");
+    EXPECT_EQ(missing_tunnel_interface(*config, {{3, "a"}, {100, "b"}}, "t.yaml"), "");
 }
 
 TEST(VxlanctlModuleStateTest, ASentVlanThatStayedWithAnotherVniIsNamed)
@@ -114,6 +114,15 @@ TEST(VxlanctlModuleStateTest, ASentVlanThatStayedWithAnotherVniIsNamed)
     EXPECT_TRUE(vlans_left_elsewhere(set_vlan(2000, 1, {11}), owners).empty());
     EXPECT_TRUE(vlans_left_elsewhere(set_vlan(2000, 0, {10}), owners).empty());
     EXPECT_TRUE(vlans_left_elsewhere(TlvWriter(kSetEntry).number("vni", 2000).tlv(), owners).empty());
+}
+
+TEST(VxlanctlModuleStateTest, AnApplyOverTheFollowersTunnelsIsWarnedAbout)
+{
+    EXPECT_EQ(follower_warning({{3, "tun3"}, {1000, "evpn-10.0.0.2"}}),
+              "vxlanctl: warning: efhost has the EVPN follower's tunnel interfaces (evpn-10.0.0.2); this apply "
+              "replaces the follower's configuration until the follower's next change");
+    EXPECT_EQ(follower_warning({{3, "tun3"}}), "");
+    EXPECT_EQ(follower_warning({}), "");
 }
 
 }  // namespace

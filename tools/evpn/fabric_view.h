@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "apply_config.h"
+#include "interface_request.h"
 #include "tlv_writer.h"
 
 namespace evpn {
@@ -57,8 +58,8 @@ struct ModuleView {
 ModuleView module_view(const KernelState &kernel);
 
 // Interface indexes of the tunnels: stable while a tunnel lives, the lowest
-// free index from the base for a new one. Names are "evpn-" and the remote
-// address, so that efhost's list tells them apart from other interfaces.
+// free index from the base for a new one. Names are the follower's prefix
+// and the remote address.
 class TunnelIndexes {
 public:
     explicit TunnelIndexes(uint32_t base) : base_(base) {}
@@ -76,8 +77,8 @@ public:
     // Forgets tunnels that are not in the view, and adopted indexes never
     // used; returns the indexes dropped.
     std::vector<uint32_t> keep_only(const ModuleView &view);
-    static std::string name(const TunnelKey &key) { return "evpn-" + key.second; }
-    static bool is_ours(const std::string &name) { return name.rfind("evpn-", 0) == 0; }
+    static std::string name(const TunnelKey &key) { return std::string(vxlanctl::kFollowerTunnelPrefix) + key.second; }
+    static bool is_ours(const std::string &name) { return name.rfind(vxlanctl::kFollowerTunnelPrefix, 0) == 0; }
 
 private:
     uint32_t base_;

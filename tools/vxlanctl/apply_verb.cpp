@@ -1,6 +1,7 @@
 // The apply verb; see apply_verb.h.
 #include "apply_verb.h"
 
+#include "interface_request.h"
 #include "module_state.h"
 #include "session.h"
 #include "yaml_fields.h"
@@ -9,10 +10,10 @@ namespace vxlanctl {
 
 namespace {
 
-std::string listed(const std::set<uint32_t> &tunnels)
+std::string listed(const TunnelInterfaces &tunnels)
 {
     std::string out;
-    for (uint32_t ifx : tunnels)
+    for (const auto &[ifx, name] : tunnels)
         out += (out.empty() ? "" : ", ") + std::to_string(ifx);
     return out.empty() ? "none" : out;
 }
@@ -36,7 +37,7 @@ std::optional<Request> resync_request(const ApplyConfig &config, const VlanOwner
     return request;
 }
 
-std::string missing_tunnel_interface(const ApplyConfig &config, const std::set<uint32_t> &tunnels,
+std::string missing_tunnel_interface(const ApplyConfig &config, const TunnelInterfaces &tunnels,
                                      const std::string &file)
 {
     for (size_t i = 0; i < config.tunnels.size(); ++i) {
@@ -47,6 +48,15 @@ std::string missing_tunnel_interface(const ApplyConfig &config, const std::set<u
                "': efhost has no tunnel interface " + std::to_string(t.interface) + " (its tunnel interfaces: " +
                listed(tunnels) + "; type 45 in its configuration, or made by 'vxlanctl tunnel-intf create')";
     }
+    return "";
+}
+
+std::string follower_warning(const TunnelInterfaces &tunnels)
+{
+    for (const auto &[ifx, name] : tunnels)
+        if (name.rfind(kFollowerTunnelPrefix, 0) == 0)
+            return "vxlanctl: warning: efhost has the EVPN follower's tunnel interfaces (" + name +
+                   "); this apply replaces the follower's configuration until the follower's next change";
     return "";
 }
 
@@ -67,6 +77,8 @@ int run_apply_verb(const std::string &socket_path, const std::string &file, doub
         err << missing << '\n';
         return kExitUsage;
     }
+    if (const std::string warning = follower_warning(*tunnels); !warning.empty())
+        err << warning << '\n';
     const auto owners = read_vlan_owners(socket_path, timeout_s, err, code);
     if (!owners)
         return code;

@@ -7,11 +7,16 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ctl_wire.h"
 
 namespace vxlanctl {
+
+// The names the EVPN follower gives the tunnel interfaces it creates begin
+// with this, so that efhost's lists tell them apart from everyone else's.
+inline constexpr std::string_view kFollowerTunnelPrefix = "evpn-";
 
 struct InterfaceAnswer {
     int code = 0;                    // an ExitCode of request.h

@@ -80,8 +80,8 @@ std::optional<VlanOwners> read_vlan_owners(const std::string &socket_path, doubl
     return vlan_owners_from_show(lines.str());
 }
 
-std::optional<std::set<uint32_t>> read_tunnel_interfaces(const std::string &socket_path, double timeout_s,
-                                                         std::ostream &err, int &code)
+std::optional<TunnelInterfaces> read_tunnel_interfaces(const std::string &socket_path, double timeout_s,
+                                                       std::ostream &err, int &code)
 {
     const InterfaceAnswer answer = interface_request(socket_path, "tunnels", timeout_s);
     code = answer.code;
@@ -89,10 +89,12 @@ std::optional<std::set<uint32_t>> read_tunnel_interfaces(const std::string &sock
         err << "vxlanctl: " << (answer.error.empty() ? "efhost: " + answer.status : answer.error) << '\n';
         return std::nullopt;
     }
-    std::set<uint32_t> tunnels;
-    for (const std::string &line : answer.lines)
-        if (const auto ifx = number_at(line))
-            tunnels.insert(*ifx);
+    TunnelInterfaces tunnels;
+    for (const std::string &line : answer.lines) {
+        const size_t blank = line.find(' ');
+        if (const auto ifx = number_at(line); ifx && blank != std::string::npos)
+            tunnels[*ifx] = line.substr(blank + 1);
+    }
     return tunnels;
 }
 

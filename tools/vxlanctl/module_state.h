@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <ostream>
-#include <set>
+#include <map>
 #include <string>
 
 #include "apply_config.h"
@@ -22,9 +22,11 @@ VlanOwners vlan_owners_from_show(const std::string &text);
 std::optional<VlanOwners> read_vlan_owners(const std::string &socket_path, double timeout_s, std::ostream &err,
                                            int &code);
 
-// efhost's tunnel interfaces by index; nothing, as above, when it did not
-// answer.
-std::optional<std::set<uint32_t>> read_tunnel_interfaces(const std::string &socket_path, double timeout_s,
-                                                         std::ostream &err, int &code);
+// efhost's tunnel interfaces: names by index.
+using TunnelInterfaces = std::map<uint32_t, std::string>;
+
+// efhost's tunnel interfaces; nothing, as above, when it did not answer.
+std::optional<TunnelInterfaces> read_tunnel_interfaces(const std::string &socket_path, double timeout_s,
+                                                       std::ostream &err, int &code);
 
 }  // namespace vxlanctl
