@@ -136,7 +136,7 @@ bool Follower::full_resync(const ModuleView &view)
         std::string line = "  tunnel " + std::to_string(indexes_.index(key)) + " (" + key.first + " -> " +
                            key.second + ") carries VNI";
         for (uint32_t vni : vnis)
-            line += " " + std::to_string(vni);
+            line.append(" ").append(std::to_string(vni));
         log(line);
     }
     return true;
