@@ -45,6 +45,8 @@ ovs_start_daemons() {
 
 ovs_up() {
     OVS_DIR=$RUN_DIR/ovs
+    # A fresh database each time: the same run sets OVS up once per offload setting.
+    rm -rf "$OVS_DIR"
     mkdir -p "$OVS_DIR"
     ovs_env
     ovs_start_daemons
