@@ -392,6 +392,28 @@ private:
     std::vector<std::thread> threads_;
 };
 
+// Run to completion: the frame a worker encapsulates leaves on that worker,
+// with no L3 worker running to take it off the hand-off queue.
+TEST_F(ConcurrentForwardingTest, EncapsulatedFramesLeaveOnTheWorkerThatReceivedThem)
+{
+    start_forwarding();
+    ASSERT_TRUE(deliver_and_wait(resync(true)));
+    l3_->stop();
+    {
+        efrt::rcu::ReadSection reading;
+        const Bytes learn = vxlan_packet(2, kVtepAMac);
+        pipeline_->receive(kUplink, learn.data(), learn.size());
+        const uint64_t before = uplink_.tx_frames();
+        const uint64_t taken = l3_->stats().taken;
+        const Bytes frame = overlay_frame(kRemoteHostMac, kHostMac);
+        pipeline_->receive(kAccess, frame.data(), frame.size());
+        EXPECT_EQ(uplink_.tx_frames(), before + 1);
+        EXPECT_EQ(l3_->stats().taken, taken + 1);
+        EXPECT_EQ(efrt::l3_queued(g_efmp_cpu_num), 0u);
+    }
+    stop_forwarding();
+}
+
 TEST_F(ConcurrentForwardingTest, PacketWorkersForwardWhileResynchronisationsRun)
 {
     const long buffers_at_start = efrt::buff_live_total();

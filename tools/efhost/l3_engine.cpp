@@ -88,6 +88,7 @@ struct L3Engine::Impl {
     void release(const NeighbourKey &key, std::vector<Packet> packets);
     bool handle_arp(size_t port, const uint8_t *frame, size_t len);
     bool handle_nd(size_t port, const uint8_t *frame, size_t len);
+    void send_chain(efmp_buff_t *chain);
     void drain();
     void service_resolutions();
     void run_worker();
@@ -278,6 +279,21 @@ bool L3Engine::Impl::handle_nd(size_t port, const uint8_t *frame, size_t len)
     return ours;
 }
 
+void L3Engine::Impl::send_chain(efmp_buff_t *b)
+{
+    while (b != nullptr) {
+        efmp_buff_t *next = b->next;
+        taken.fetch_add(1, std::memory_order_relaxed);
+        if (b->head != nullptr && size_t{b->data_off} + b->len <= b->size)
+            send_ip(b->head + b->data_off, b->len);
+        else
+            no_route++;
+        efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
+        TxBatch::flush_full();
+        b = next;
+    }
+}
+
 void L3Engine::Impl::drain()
 {
     // Counted before the take so that idle() never sees an empty queue
@@ -285,20 +301,8 @@ void L3Engine::Impl::drain()
     draining++;
     {
         TxBatch batch;  // what one drain sends leaves together
-        for (uint32_t cpu = 0; cpu < efmp_skip_top.cpu_count; ++cpu) {
-            efmp_buff_t *b = efrt::l3_take_chain(cpu);
-            while (b != nullptr) {
-                efmp_buff_t *next = b->next;
-                taken.fetch_add(1, std::memory_order_relaxed);
-                if (b->head != nullptr && size_t{b->data_off} + b->len <= b->size)
-                    send_ip(b->head + b->data_off, b->len);
-                else
-                    no_route++;
-                efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
-                TxBatch::flush_full();
-                b = next;
-            }
-        }
+        for (uint32_t cpu = 0; cpu < efmp_skip_top.cpu_count; ++cpu)
+            send_chain(efrt::l3_take_chain(cpu));
     }
     draining--;
 }
@@ -349,8 +353,14 @@ void retire_wake_target(const void *impl)
 
 }  // namespace
 
+// Set on a packet worker once it sends its own queue: a wake from its
+// module calls needs no other thread.
+thread_local bool t_sends_own_queue = false;
+
 void L3Engine::Impl::wake(uint32_t, void *ctx)
 {
+    if (t_sends_own_queue)
+        return;
     g_wakes_in_flight.fetch_add(1);
     if (ctx == g_wake_target.load()) {
         auto *impl = static_cast<Impl *>(ctx);
@@ -415,6 +425,14 @@ void L3Engine::poll()
 {
     impl_->drain();
     impl_->service_resolutions();
+}
+
+void L3Engine::send_own_queue()
+{
+    t_sends_own_queue = true;
+    impl_->draining++;
+    impl_->send_chain(efrt::l3_take_chain(g_efmp_cpu_num));
+    impl_->draining--;
 }
 
 bool L3Engine::idle() const

@@ -62,6 +62,12 @@ public:
     // every buffer of the hand-off queue, then retries or gives up the
     // resolutions that are due.
     void poll();
+    // Sends what the module queued on the calling thread's own CPU slot. A
+    // packet worker calls it after each frame, outside the module's locks,
+    // so that what it encapsulated leaves on the thread that received it
+    // (into its open transmit batch): no other thread is woken for it and
+    // no queue between threads can fill up.
+    void send_own_queue();
     // True when nothing waits in the hand-off queue or for resolution.
     bool idle() const;
     L3Stats stats() const;

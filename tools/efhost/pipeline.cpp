@@ -65,6 +65,13 @@ void Pipeline::detach_from_platform() { efrt::set_port_tx(nullptr, nullptr); }
 void Pipeline::receive(uint32_t ifindex, const uint8_t *frame, size_t len)
 {
     bind_cpu_slot();
+    handle(ifindex, frame, len);
+    if (l3_ != nullptr)
+        l3_->send_own_queue();
+}
+
+void Pipeline::handle(uint32_t ifindex, const uint8_t *frame, size_t len)
+{
     count(counters_.received);
     auto info = ports_.find(ifindex);
     // The underlay's own ARP and neighbour discovery stop here.

@@ -33,7 +33,8 @@ public:
     // ports: the port of each attached interface (not owned).
     Pipeline(const Config &cfg, std::map<uint32_t, Port *> ports, L3Engine *l3);
 
-    // One received frame, on the receiving port's thread.
+    // One received frame, on the receiving port's thread, to completion:
+    // what the module encapsulated for it leaves on this thread too.
     void receive(uint32_t ifindex, const uint8_t *frame, size_t len);
     // Sends a buffer's frame on an interface's port, tagged with the
     // buffer's VLAN unless that is the port's own VLAN.
@@ -50,6 +51,7 @@ private:
         bool has_addresses = false;
     };
 
+    void handle(uint32_t ifindex, const uint8_t *frame, size_t len);
     void count(std::atomic<uint64_t> &counter) { counter.fetch_add(1, std::memory_order_relaxed); }
 
     std::map<uint32_t, PortInfo> ports_;
