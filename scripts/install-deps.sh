@@ -1,17 +1,19 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests, the fuzz targets (clang
-# with libFuzzer, llvm-symbolizer for their reports) and the demo need; does
-# nothing when they are all present.
+# with libFuzzer, llvm-symbolizer for their reports), the Debian packages'
+# build and its test (debhelper, lintian) and the demo need; does nothing
+# when they are all present.
 set -euo pipefail
 
 packages=(
   cmake ninja-build g++ pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   protobuf-c-compiler libprotobuf-c-dev
-  libyaml-cpp-dev libcli11-dev libfmt-dev libpcap-dev liburcu-dev
+  libyaml-cpp-dev libcli11-dev libfmt-dev libpcap-dev liburcu-dev libsystemd-dev help2man
   iproute2 binutils ethtool iputils-ping iperf3 tshark python3-scapy valgrind
   frr libnl-route-3-dev
   clang libclang-rt-14-dev llvm
+  debhelper dpkg-dev fakeroot lintian git systemd
 )
 
 missing=()

@@ -12,6 +12,7 @@
 #include "counters.h"
 #include "rcu.h"
 #include "runtime_interfaces.h"
+#include "service_manager.h"
 #include "vxlan_ef_msg_frame.h"
 #include "vxlan_ef_tlv_catalogue.h"
 
@@ -48,6 +49,7 @@ int Host::run(const sigset_t &signals)
         return 1;
     }
     say("forwarding; control socket " + cfg_.control_socket);
+    tools::notify_service_manager("READY=1");
     wait(signals);
     shutdown();
     report();
@@ -171,6 +173,7 @@ void Host::wait(const sigset_t &signals)
         if (sig == SIGHUP) {
             reload();
         } else if (sig > 0) {
+            tools::notify_service_manager("STOPPING=1");
             say(std::string("stopping on ") + (sig == SIGINT ? "SIGINT" : "SIGTERM"));
             return;
         }
@@ -194,8 +197,12 @@ void Host::reload()
         say("SIGHUP: no overlay file to re-apply");
         return;
     }
+    // The re-application runs on the overlay thread and logs its outcome;
+    // systemctl reload returns once it has been asked for.
+    tools::notify_service_manager("RELOADING=1");
     say("SIGHUP: re-applying the overlay " + cfg_.overlay);
     overlay_.reapply();
+    tools::notify_service_manager("READY=1");
 }
 
 // The module keeps what it was given until it is told otherwise; an empty

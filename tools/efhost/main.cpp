@@ -8,6 +8,7 @@
 #include "config.h"
 #include "host.h"
 #include "overlay.h"
+#include "service_manager.h"
 #include "startup_checks.h"
 #include "tool_version.h"
 
@@ -27,11 +28,11 @@ int main(int argc, char **argv)
     efhost::Config cfg;
     std::string error;
     if (!efhost::load_config(config_path, cfg, error)) {
-        std::fprintf(stderr, "efhost: %s\n", error.c_str());
+        std::fprintf(stderr, "%sefhost: %s\n", tools::error_priority_prefix(), error.c_str());
         return 2;
     }
     if (!efhost::check_startup(cfg, error) || !efhost::check_overlay(cfg.overlay, error)) {
-        std::fprintf(stderr, "efhost: %s\n", error.c_str());
+        std::fprintf(stderr, "%sefhost: %s\n", tools::error_priority_prefix(), error.c_str());
         return 2;
     }
     // Every thread started from here on inherits the blocked signals, so
@@ -46,7 +47,7 @@ int main(int argc, char **argv)
         efhost::Host host(std::move(cfg));
         return host.run(signals);
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "efhost: %s\n", e.what());
+        std::fprintf(stderr, "%sefhost: %s\n", tools::error_priority_prefix(), e.what());
         return 1;
     }
 }

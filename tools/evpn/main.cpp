@@ -3,11 +3,11 @@
 // keeps in the kernel (docs/evpn.md).
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdlib>
 #include <iostream>
 #include <thread>
 
 #include "follower.h"
+#include "tool_paths.h"
 #include "tool_version.h"
 
 namespace {
@@ -21,11 +21,11 @@ void on_signal(int) { g_stop = true; }
 int main(int argc, char **argv)
 {
     evpn::FollowerOptions options;
-    const char *env = std::getenv("EFHOST_SOCKET");
-    options.socket = env != nullptr && *env != '\0' ? env : "/tmp/efhost.sock";
+    options.socket = tools::default_control_socket();
     CLI::App app{"evpn-follower: keeps efhost's VXLAN module equal to the kernel's EVPN state (FRR's zebra)"};
     app.set_version_flag("--version", tools::version_line("evpn-follower"));
-    app.add_option("--socket", options.socket, "efhost's control socket (default: $EFHOST_SOCKET, else /tmp/efhost.sock)");
+    app.add_option("--socket", options.socket,
+                   std::string("efhost's control socket (default: $EFHOST_SOCKET, else ") + tools::kDefaultControlSocket + ")");
     app.add_option("--tunnel-base", options.tunnel_base, "interface index of the first tunnel (default 1000)")
         ->check(CLI::Range(1u, 0xFFFF0000u));
     app.add_option("--timeout", options.timeout_s, "seconds to wait for efhost's answer (default 10)")

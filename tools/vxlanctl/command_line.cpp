@@ -8,6 +8,7 @@
 
 #include "request.h"
 #include "tlv_catalogue.h"
+#include "tool_paths.h"
 #include "tool_version.h"
 #include "word_match.h"
 
@@ -32,7 +33,8 @@ std::string send_footer()
 void add_options(CLI::App &app, CommandLine &line)
 {
     app.set_version_flag("--version", tools::version_line("vxlanctl"));
-    app.add_option("--socket", line.socket, "efhost's control socket (default: $EFHOST_SOCKET, else /tmp/efhost.sock)");
+    app.add_option("--socket", line.socket,
+                   std::string("efhost's control socket (default: $EFHOST_SOCKET, else ") + tools::kDefaultControlSocket + ")");
     app.add_option("--timeout", line.timeout, "seconds to wait for efhost's answer (default 10)")
         ->check(CLI::Validator(
             [](std::string &text) {

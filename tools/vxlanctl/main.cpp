@@ -2,7 +2,6 @@
 // the command line, builds everything it will send before connecting (so a
 // bad argument or file sends nothing), then talks to efhost over its control
 // socket.
-#include <cstdlib>
 #include <iostream>
 
 #include "apply_verb.h"
@@ -11,16 +10,11 @@
 #include "interface_request.h"
 #include "request.h"
 #include "session.h"
+#include "tool_paths.h"
 
 namespace {
 
 using namespace vxlanctl;
-
-std::string default_socket()
-{
-    const char *env = std::getenv("EFHOST_SOCKET");
-    return env != nullptr && *env != '\0' ? env : "/tmp/efhost.sock";
-}
 
 std::optional<Request> build(const CommandLine &line, std::string &error)
 {
@@ -36,7 +30,7 @@ std::optional<Request> build(const CommandLine &line, std::string &error)
 int run(int argc, char **argv)
 {
     CommandLine line;
-    line.socket = default_socket();
+    line.socket = tools::default_control_socket();
     if (const auto done = read_command_line(std::vector<std::string>(argv + 1, argv + argc), line, std::cout, std::cerr))
         return *done;
     if (line.verb == "counters")

@@ -1,0 +1,39 @@
+// See service_manager.h.
+#include "service_manager.h"
+
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace tools {
+
+namespace {
+
+// systemd sets $JOURNAL_STREAM to "DEVICE:INODE" of the stream it connected;
+// a child whose standard error was redirected elsewhere inherits the
+// variable, hence the comparison.
+bool stderr_is_journal()
+{
+    const char *stream = std::getenv("JOURNAL_STREAM");
+    if (stream == nullptr)
+        return false;
+    unsigned long long dev = 0, ino = 0;
+    if (std::sscanf(stream, "%llu:%llu", &dev, &ino) != 2)
+        return false;
+    struct stat st{};
+    return fstat(2, &st) == 0 && st.st_dev == dev && st.st_ino == ino;
+}
+
+}  // namespace
+
+void notify_service_manager(const char *state) { (void)sd_notify(0, state); }
+
+const char *error_priority_prefix()
+{
+    static const bool journal = stderr_is_journal();
+    return journal ? SD_ERR : "";
+}
+
+}  // namespace tools

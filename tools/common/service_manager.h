@@ -1,0 +1,17 @@
+// What efhost tells systemd when it runs as a service: its state changes
+// (sd_notify) and, when its standard error is the journal, the priority of
+// its error lines. Outside systemd both do nothing, so the tools' output is
+// the same as before under a shell or a test.
+#pragma once
+
+namespace tools {
+
+// sd_notify(3) state such as "READY=1"; ignored without $NOTIFY_SOCKET.
+void notify_service_manager(const char *state);
+
+// "<3>" (the journal's error priority) when standard error is connected to
+// the journal, else "". Lines without a prefix get the unit's default
+// priority (info).
+const char *error_priority_prefix();
+
+}  // namespace tools
