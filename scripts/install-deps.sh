@@ -10,6 +10,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   protobuf-c-compiler libprotobuf-c-dev
   libyaml-cpp-dev libcli11-dev libfmt-dev libpcap-dev liburcu-dev libsystemd-dev help2man
+  nlohmann-json3-dev libcpp-httplib-dev
   iproute2 binutils ethtool iputils-ping iperf3 tshark python3-scapy valgrind
   frr libnl-route-3-dev
   clang libclang-rt-14-dev llvm
