@@ -41,6 +41,13 @@ TEST(ExportedSymbolsTest, LibraryDefinesOnlyVxlanEfAndGVxlanDynamicSymbols)
     // The listing is real: the module's entry points are in it.
     EXPECT_NE(std::find(names.begin(), names.end(), "vxlan_ef_init"), names.end()) << output;
     EXPECT_NE(std::find(names.begin(), names.end(), "g_vxlan_vsd"), names.end()) << output;
+    // The counters leave the module through this one function.
+    EXPECT_NE(std::find(names.begin(), names.end(), "vxlan_ef_counters_read"), names.end()) << output;
+    std::vector<std::string> counter_names;
+    for (const std::string &name : names)
+        if (name.find("counter") != std::string::npos)
+            counter_names.push_back(name);
+    EXPECT_EQ(counter_names, std::vector<std::string>{"vxlan_ef_counters_read"});
 }
 
 }  // namespace

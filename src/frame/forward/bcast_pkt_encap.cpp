@@ -2,6 +2,7 @@
 // encapsulated and handed to the L3 engine, a VLAN node's copy is flooded in
 // that VLAN, a sub-interface node's copy is pointed at the sub-interface for
 // its encapsulation hook.
+#include "frame/counters/drop_count.h"
 #include "frame/forward/forward_private.h"
 #include "frame/trace/packet_dump.h"
 #include "frame/transmit/transmit_private.h"
@@ -36,7 +37,8 @@ Outcome ot_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const efmp_mcast_node_t
                       static_cast<void *>(buff), static_cast<int>(vni));
     const bool was_traced = traced(buff);
     const int code = vxlan_ef::encap_and_hand_off(buff, vsd, &tnl, VXLAN_EF_ENCAP_MODE_TUNNEL,
-                                                  "vxlan_ef_ot_bcast_pkt_encap");
+                                                  "vxlan_ef_ot_bcast_pkt_encap",
+                                                  vxlan_ef::FlowDir::FloodTx);
     return {code, was_traced};
 }
 
@@ -68,6 +70,7 @@ Outcome vlan_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const efmp_mcast_node
         vxlan_ef_pkt_dump(buff, "vlan-bcast(encap)");
     const bool was_traced = traced(buff);
     if (efmp_bcast_proc(buff, 0) == 1) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::BroadcastFailed);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, "vxlan_ef_vlan_bcast_pkt_encap",
                           "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p VNI[%u] VID[%u] broadcast failed, "
                           "drop.\n",
@@ -85,6 +88,7 @@ Outcome subif_bcast(efmp_buff_t *buff, const efmp_mcast_node_t *node, uint32_t v
 {
     lsm_intfcb_t *subif = lsm_get_intfcb(node->ifindex);
     if (subif == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoSubInterface);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, "vxlan_ef_subif_bcast_pkt_encap",
                           "VXLAN-EF-ENCAP: [vsd %d %s] SUB-INTF(%u) is not exist.\n",
                           node->ifindex);
@@ -109,12 +113,16 @@ Outcome subif_bcast(efmp_buff_t *buff, const efmp_mcast_node_t *node, uint32_t v
 int vxlan_ef_bcast_pkt_encap(efmp_buff_t **slot, efmp_mcast_node_t *node)
 {
     efmp_buff_t *buff = slot != nullptr ? *slot : nullptr;
-    if (buff == nullptr || node == nullptr || buff->src_intf == nullptr)
+    if (buff == nullptr || node == nullptr || buff->src_intf == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     fwd::clear_tag_vsd(buff);
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    if (vsd == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     const uint32_t vni = efmp_buff_vni(buff);
     Outcome out{EF_Drop, traced(buff)};
     switch (node->kind) {
@@ -128,6 +136,7 @@ int vxlan_ef_bcast_pkt_encap(efmp_buff_t **slot, efmp_mcast_node_t *node)
         out = subif_bcast(buff, node, vni);
         break;
     default:
+        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownFloodNode);
         break;
     }
     if (out.code == EF_Lost)

@@ -4,6 +4,7 @@
 // (tunnels, sub-interfaces, VLANs), each with its list of destination nodes
 // for the platform's broadcast engine. The incoming buffer is never consumed
 // here; the caller holds the instance's read lock.
+#include "frame/counters/drop_count.h"
 #include "frame/forward/forward_private.h"
 
 using vxlan_ef::TraceGate;
@@ -55,6 +56,7 @@ int bcast_and_cpu(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entr
         return r;
     const char *local_kind = !is_local(buff) ? nullptr : is_arp(buff) ? "arp" : is_nd(buff) ? "nd" : nullptr;
     if (local_kind != nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::LocalNeighbourBroadcast);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_bcast",
                           "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is local %s pkt after Broadcast "
                           "return Drop\n",
@@ -71,6 +73,7 @@ int bcast_and_cpu(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entr
 int bcast_only(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
 {
     if (arp_suppressed(buff, vsd, entry)) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::ArpSuppressed);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_bcast",
                           "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is arp pkt and arp_suppress "
                           "enable so return Drop\n",
@@ -78,6 +81,7 @@ int bcast_only(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
         return EF_Drop;
     }
     if (nd_suppressed(buff, vsd, entry)) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NdSuppressed);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_bcast",
                           "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is nd pkt and nd_suppress enable "
                           "so return Drop\n",
@@ -95,10 +99,13 @@ int bcast_only(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
 
 int vxlan_ef_bcast(efmp_buff_t *buff, uint32_t vni, vxlan_ef_vsd_t *vsd, int also_to_cpu)
 {
-    if (buff == nullptr || vsd == nullptr)
+    if (buff == nullptr || vsd == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
     if (entry == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
         VXLAN_EF_TRACE(buff, TraceGate::Forward,
                        "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: vxlan entry is not exist, vni: %u\n",
                        static_cast<void *>(buff), vni);
@@ -111,8 +118,10 @@ int vxlan_ef_bcast(efmp_buff_t *buff, uint32_t vni, vxlan_ef_vsd_t *vsd, int als
 
 int vxlan_ef_vni_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
 {
-    if (buff == nullptr || vsd == nullptr)
+    if (buff == nullptr || vsd == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     if (buff->flags & EFMP_F_BRG_NOT_FWD) {
         VXLAN_EF_TRACE(buff, TraceGate::Forward,
                        "VXLAN-EF-FORWARD: [vsd %d %s] pkt:%p BRG_NOT_FWD be set, no to vni bcast "
@@ -121,8 +130,10 @@ int vxlan_ef_vni_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
         return EF_Broadcast;
     }
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, efmp_buff_vni(buff));
-    if (entry == nullptr)
+    if (entry == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
         return EF_Drop;
+    }
     const lsm_intfcb_t *src = buff->src_intf;
     const bool centre = vxlan_ef::load_relaxed(g_vxlan_ef_master.outside_center) != 0;
     const bool sourceless_split = src == nullptr && !centre;
@@ -134,6 +145,7 @@ int vxlan_ef_vni_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
         vxlan_ef_tunnel_bcast(buff, vsd, entry);
     if (!sourceless_split && entry->switch_proteched && !is_local(buff) && src != nullptr &&
         !is_tunnel(src)) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::SwitchProtected);
         VXLAN_EF_TRACE(buff, TraceGate::Forward,
                        "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p vni %u entry set the switch "
                        "protected (drop).\n",
@@ -216,8 +228,10 @@ void vxlan_ef_subif_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry
 int vxlan_ef_vlan_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
 {
     // Without the instance (after exit) there is no entry to flood in.
-    if (buff == nullptr || vsd == nullptr || entry == nullptr)
+    if (buff == nullptr || vsd == nullptr || entry == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     efmp_buff_t *copy = copy_frame(buff);
     if (copy == nullptr) {
         VXLAN_EF_TRACE(buff, TraceGate::Forward,

@@ -6,6 +6,7 @@
 // so (EF_Lost); flooding always works on copies.
 #include <cstring>
 
+#include "frame/counters/drop_count.h"
 #include "frame/forward/forward_private.h"
 #include "frame/trace/packet_dump.h"
 
@@ -99,7 +100,9 @@ int forward_bridge_flood(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
               static_cast<void *>(buff));
     {
         ReadLock lock(vsd);
-        flood_in_vni(buff, vsd, vni);
+        // A copy refused in flood_in_vni was counted there under its reason.
+        if (flood_in_vni(buff, vsd, vni) != EF_Drop)
+            vxlan_ef::count_drop(vxlan_ef::Drop::Flooded);
     }
     FWD_TRACE(buff,
               "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, set BRDG_FLOOD after Broadcast return "
@@ -179,6 +182,7 @@ int result_without_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
         return EF_Normal;
     }
     if (r == EF_Broadcast) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::Flooded);
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p no BRG_NOT_FWD but ret is "
                   "EF_Broadcast, org pkt return EF_Drop\n",
@@ -211,6 +215,9 @@ int result_with_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
         return EF_Normal;
     }
     if (r != EF_Reserve) {
+        // A drop decided earlier was counted where it was decided.
+        if (r != EF_Drop)
+            vxlan_ef::count_drop(vxlan_ef::Drop::NotForwarded);
         FWD_TRACE(buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p BRG_NOT_FWD be set, return EF_Drop\n",
                   static_cast<void *>(buff));
         return EF_Drop;
@@ -265,8 +272,11 @@ int forward_bridged(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
                             : forward_unicast(buff, vsd, macs, vni, mapped);
     r = (buff->flags & EFMP_F_BRG_NOT_FWD) ? result_with_not_fwd(buff, vsd, r)
                                            : result_without_not_fwd(buff, vsd, r);
-    if (remote_learning_refused(buff, vsd))
+    if (remote_learning_refused(buff, vsd)) {
+        if (r != EF_Drop)
+            vxlan_ef::count_drop(vxlan_ef::Drop::RemoteLearningOff);
         return kRefusedLearning;
+    }
     return r;
 }
 
@@ -278,11 +288,13 @@ int flood_in_vni(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
 {
     vxlan_ef_entry_t *entry = vxlan_ef_manage_vxlan_get(vsd, vni);
     if (entry == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
         FWD_TRACE(buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: vxlan entry is not exist, vni: %u\n",
                   static_cast<void *>(buff), vni);
         return EF_Drop;
     }
     if (arp_suppressed(buff, vsd, entry)) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::ArpSuppressed);
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is arp pkt and arp_suppress enable so "
                   "return Drop\n",
@@ -290,6 +302,7 @@ int flood_in_vni(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
         return EF_Drop;
     }
     if (nd_suppressed(buff, vsd, entry)) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NdSuppressed);
         FWD_TRACE(buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is nd pkt and nd_suppress enable so "
                   "return Drop\n",
@@ -307,13 +320,17 @@ int flood_in_vni(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
 
 int vxlan_ef_forward(efmp_buff_t *buff)
 {
-    if (buff == nullptr || buff->src_intf == nullptr)
+    if (buff == nullptr || buff->src_intf == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     clear_tag_vsd(buff);
     const uint32_t vni = efmp_buff_vni(buff);
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    if (vsd == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     trace_receive(buff, vni);
     if (buff->flags & EFMP_F_DST_SET) {
         const int r = forward_to_set_destination(buff, vsd, vni);

@@ -2,6 +2,7 @@
 // frames it lets pass untouched, VXLAN decapsulation (vxlan_decap.cpp), and
 // the local access path, which finds a frame's VLAN, the VNI mapped to it and
 // a matching sub-interface.
+#include "frame/counters/drop_count.h"
 #include "ef_bridge.h"
 #include "frame/receive/receive_private.h"
 #include "frame/trace/packet_dump.h"
@@ -147,8 +148,10 @@ int local_access(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
 int vxlan_ef_parser_service(efmp_buff_t *buff)
 {
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (buff == nullptr || buff->src_intf == nullptr || vsd == nullptr)
+    if (buff == nullptr || buff->src_intf == nullptr || vsd == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     if (vxlan_ef::skipped(buff, vsd))
         return EF_Normal;
     switch (vxlan_ef::vxlan_decap(buff, vsd)) {

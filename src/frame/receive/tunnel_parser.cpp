@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 
+#include "frame/counters/drop_count.h"
 #include "frame/receive/receive_private.h"
 #include "frame/trace/packet_dump.h"
 
@@ -62,10 +63,13 @@ int vxlan_ef_parser_tunnel_service(efmp_buff_t *buff)
     if (vni != 0) {
         switch (admission(buff, vsd, vni)) {
         case Admission::UnknownVni:
+            count_drop(Drop::UnknownVni);
             return EF_Drop;
         case Admission::NoAdjacency:
-            if (!bypasses_check(buff))
+            if (!bypasses_check(buff)) {
+                count_drop(Drop::TunnelWithoutVni);
                 return EF_Drop;
+            }
             VXLAN_EF_TRACE(buff, TraceGate::Parser,
                            "VXLAN-EF-PARSER: [vsd %d %s] pkt: %p proto-pkt bypass vxlan-check.\n",
                            static_cast<void *>(buff));

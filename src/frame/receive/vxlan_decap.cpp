@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "frame/counters/drop_count.h"
+#include "frame/counters/flow_count.h"
 #include "frame/receive/receive_private.h"
 #include "frame/trace/packet_dump.h"
 #include "vxlan_ef.h"
@@ -146,7 +148,7 @@ bool inner_tags_valid(efmp_buff_t *buff)
          at += 4) {
         const uint16_t tci = ef_get_be16(f + at + 2);
         if (!vid_valid(tci)) {
-            DECAP_TRACE(buff,
+            VXLAN_EF_DROP_TRACE_AS(BadInnerTag, buff, TraceGate::Parser, "vxlan_ef_vxlan_parser",
                         "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: the inner tag of the vxlan packet "
                         "is abnormal[vid: %u], drop.\n",
                         static_cast<void *>(buff), tci & EFMP_TAG_VID_MASK);
@@ -162,6 +164,7 @@ bool inner_tags_valid(efmp_buff_t *buff)
 void mark_decapsulated(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni, lsm_intfcb_t *tunnel)
 {
     efmp_buff_or_vni(buff, vni);
+    count_flow(FlowDir::Rx, vni, tunnel->ifindex, buff->len);
     DECAP_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: remove vxlan-header.\n",
                 static_cast<void *>(buff));
     set_tag_vsd(buff, vsd->id);

@@ -2,6 +2,8 @@
 // copied from the VTEP adjacency, the inner packet is fragmented when the
 // outer packet would exceed the tunnel MTU, and the result goes to the L3
 // engine.
+#include "frame/counters/drop_count.h"
+#include "frame/counters/flow_count.h"
 #include "frame/trace/packet_trace.h"
 #include "frame/transmit/l3_handoff.h"
 #include "frame/transmit/transmit_private.h"
@@ -46,10 +48,15 @@ bool tunnel_address(vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst, uint32_t vni,
     // the answer belongs to.
     const uint64_t generation = vxlan_ef::table_generation();
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
-    const vxlan_ef_adj_t *adj =
-        entry == nullptr ? nullptr : vxlan_ef_adj_get(vsd, nullptr, dst->ifindex, entry);
-    if (adj == nullptr)
+    if (entry == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
         return false;
+    }
+    const vxlan_ef_adj_t *adj = vxlan_ef_adj_get(vsd, nullptr, dst->ifindex, entry);
+    if (adj == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::TunnelWithoutVni);
+        return false;
+    }
     vxlan_ef::fill_tnl_addr(tnl, adj, vni);
     last = LastTunnel{vsd, dst, dst->ifindex, vni, generation, *tnl};
     return true;
@@ -130,7 +137,7 @@ void fill_tnl_addr(vxlan_ef_tnl_addr_t *tnl, const vxlan_ef_adj_t *adj, uint32_t
 }
 
 int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
-                       uint32_t mode, const char *func)
+                       uint32_t mode, const char *func, FlowDir dir)
 {
     VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, func,
                       "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p will vxlan_ef_encap_header.\n",
@@ -140,8 +147,10 @@ int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tn
     uint32_t count = 0;
     // Trace lines after the call must not touch buff: it may be gone.
     const bool traced = trace_admit(buff, TraceGate::Encap);
+    const uint32_t inner_bytes = buff->len;
     const int rc = vxlan_ef_encap_header(buff, vsd, tnl, mode, &first, &last, &count);
     if (rc == EF_Drop) {
+        count_drop(Drop::EncapFailed);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, func,
                           "VXLAN-EF-ENCAP: [vsd %d %s] vxlan_ef_encap_header failed.(Drop it!)\n");
         return EF_Drop;
@@ -162,6 +171,7 @@ int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tn
         efmp_buff_chain_free_sw_user(EFMP_REASON_SW_USER, first, 0, count);
         return EF_Lost;
     }
+    count_flow(dir, tnl->vni, tnl->ifx, inner_bytes);
     return l3_handoff(first, last, count, func);
 }
 
@@ -169,15 +179,20 @@ int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tn
 
 uint32_t vxlan_ef_encap_frame(efmp_buff_t *buff, uint32_t mode)
 {
-    if (buff == nullptr)
+    if (buff == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     lsm_intfcb_t *dst = buff->dst_intf;
     if (dst == nullptr)
         return EF_Normal;
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (dst->type != LSM_IF_TYPE_OVERLAY_TUNNEL || vsd == nullptr)
+    if (dst->type != LSM_IF_TYPE_OVERLAY_TUNNEL || vsd == nullptr) {
+        vxlan_ef::count_drop(vsd == nullptr ? vxlan_ef::Drop::NoInstance : vxlan_ef::Drop::NotTunnel);
         return EF_Drop;
+    }
     if (!dst->link_up) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::LinkDown);
         VXLAN_EF_TRACE(buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt %p: dst_intf %s link down, so needn't to "
                        "encap on this port (drop)\n",
@@ -185,6 +200,7 @@ uint32_t vxlan_ef_encap_frame(efmp_buff_t *buff, uint32_t mode)
         return EF_Drop;
     }
     if (vxlan_ef::load_relaxed(vsd->entry_count) == 0) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoVniConfigured);
         VXLAN_EF_TRACE(buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] no vxlan create in this vsd\n");
         return EF_Drop;

@@ -4,6 +4,7 @@
 // answer whether overlay router interfaces stay silent on ICMP errors.
 #include <arpa/inet.h>
 
+#include "frame/counters/drop_count.h"
 #include "frame/trace/packet_trace.h"
 #include "frame/transmit/transmit_private.h"
 #include "frame/wire_headers.h"
@@ -89,6 +90,7 @@ bool find_tunnel(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst
     vxlan_ef::ReadLock lock(vsd);
     const vxlan_ef_intf_t *router = vxlan_ef_intf_get(vsd, dst->ifindex, LSM_IF_TYPE_OVERLAY_ROUTER);
     if (router == nullptr || router->vni == 0) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoRouterInterface);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p can't find orintf or vni by %s so "
                           "drop\n",
@@ -97,6 +99,7 @@ bool find_tunnel(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst
     }
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, router->vni);
     if (entry == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p can't find vxlan entry by vni %u so "
                           "drop\n",
@@ -105,8 +108,10 @@ bool find_tunnel(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst
     }
     efmp_buff_set_vni(buff, router->vni);
     const vxlan_ef_adj_t *adj = vxlan_ef_adj_get(vsd, nh, 0, entry);
-    if (adj == nullptr)
+    if (adj == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::TunnelWithoutVni);
         return false;
+    }
     vxlan_ef::fill_tnl_addr(tnl, adj, router->vni);
     return true;
 }
@@ -117,13 +122,21 @@ int vxlan_ef_router_mac_forward(efmp_buff_t *buff, lsm_intfcb_t *dst_intf,
                                 const vxlan_ef_ip_addr_t *next_hop, const uint8_t *router_mac)
 {
     if (buff == nullptr || dst_intf == nullptr || next_hop == nullptr || router_mac == nullptr ||
-        dst_intf->type != LSM_IF_TYPE_OVERLAY_ROUTER || (buff->flags & EFMP_F_NO_OVERLAY_ROUTE))
+        dst_intf->type != LSM_IF_TYPE_OVERLAY_ROUTER || (buff->flags & EFMP_F_NO_OVERLAY_ROUTE)) {
+        vxlan_ef::count_drop(buff == nullptr || dst_intf == nullptr || next_hop == nullptr ||
+                                     router_mac == nullptr
+                                 ? vxlan_ef::Drop::NoInstance
+                                 : vxlan_ef::Drop::NotOverlayRoute);
         return EF_Drop;
+    }
     vxlan_ef_vsd_t *vsd = g_vxlan_vsd;
-    if (vsd == nullptr)
+    if (vsd == nullptr) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoInstance);
         return EF_Drop;
+    }
     trace_arrival(buff, dst_intf, next_hop, router_mac);
     if (buff->pkt_type != EFMP_PKT_IPV4 && buff->pkt_type != EFMP_PKT_IPV6) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NotIp);
         VXLAN_EF_TRACE(buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p pktType %u is not ipv4 or ipv6 so "
                        "drop\n",
@@ -131,13 +144,16 @@ int vxlan_ef_router_mac_forward(efmp_buff_t *buff, lsm_intfcb_t *dst_intf,
         return EF_Drop;
     }
     if (vxlan_ef::load_relaxed(vsd->entry_count) == 0) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::NoVniConfigured);
         VXLAN_EF_TRACE(buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p no vxlan create in this vsd so drop\n",
                        static_cast<void *>(buff));
         return EF_Drop;
     }
-    if (!write_eth_header(buff, dst_intf, router_mac))
+    if (!write_eth_header(buff, dst_intf, router_mac)) {
+        vxlan_ef::count_drop(vxlan_ef::Drop::RouterHeaderFailed);
         return EF_Drop;
+    }
     vxlan_ef_tnl_addr_t tnl{};
     if (!find_tunnel(buff, vsd, dst_intf, next_hop, &tnl))
         return EF_Drop;

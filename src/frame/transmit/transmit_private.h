@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "frame/counters/flow_count.h"
 #include "core/core_private.h"
 #include "efmp.h"
 
@@ -51,9 +52,10 @@ uint16_t ipv4_header_checksum(const uint8_t *hdr);
 void fill_tnl_addr(vxlan_ef_tnl_addr_t *tnl, const vxlan_ef_adj_t *adj, uint32_t vni);
 
 // Builds the headers and hands the chain to the L3 engine, tracing under
-// func's name. EF_Drop: buff intact, the caller drops it; EF_Lost: consumed.
+// func's name and counting the frame as dir in its VNI and tunnel.
+// EF_Drop: buff intact, the caller drops it; EF_Lost: consumed.
 int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
-                       uint32_t mode, const char *func);
+                       uint32_t mode, const char *func, FlowDir dir = FlowDir::Tx);
 
 // A layer-2 sub-interface: an Ethernet-class interface (types 2..10 and 21)
 // in sub-interface mode with a parent.
