@@ -1,0 +1,437 @@
+// sockbench: measures one packet-socket method of receiving or sending on one
+// device, on one thread, so that efhost's AF_PACKET port (port_afpacket.cpp)
+// can keep the faster of each pair. sockbench.sh builds it, offers frames with
+// pktblast for the receive methods and runs every method in turn.
+//
+//   sockbench -m METHOD -i DEV [--dst-mac MAC] [--duration S] [--cpu N]
+//             [--batch N] [--no-vnet-hdr]
+//
+// It prints one line on standard output when done:
+//   method=M frames=N seconds=S pps=R cpu_s=C cpu_s_per_M=X drops=D errors=E
+// where cpu_s is the user and system time of the measuring thread
+// (getrusage(RUSAGE_THREAD)), drops the kernel's count of frames the socket
+// had no room for (receive) and errors the failed or refused sends (transmit).
+#define _GNU_SOURCE
+#include <arpa/inet.h>
+#include <errno.h>
+#include <getopt.h>
+#include <linux/if_packet.h>
+#include <linux/virtio_net.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#define MAX_BATCH 256
+#define SLOT 2048            // a receive slot or ring frame: a full-sized frame and its headers
+#define VNET_LEN ((int)sizeof(struct virtio_net_hdr))
+#define RX_BLOCK (1u << 20)  // receive ring: 64 blocks of 1 MiB, retired after 4 ms
+#define RX_BLOCKS 64
+#define RX_TIMEOUT_MS 4
+#define TX_BLOCK (1u << 16)  // transmit ring: 2048 frames of 2 KiB
+#define TX_BLOCKS 64
+
+struct opts {
+    const char *method, *dev;
+    uint8_t dst_mac[6];
+    long duration, cpu, batch;
+    int vnet;
+};
+
+struct result {
+    unsigned long long frames, drops, errors;
+    unsigned long long sink;   // keeps the reads of each frame from being optimised away
+};
+
+static volatile sig_atomic_t stop;
+static void on_signal(int sig) { (void)sig; stop = 1; }
+
+static void usage(FILE *to)
+{
+    fprintf(to,
+        "Usage: sockbench -m METHOD -i DEV [options]\n"
+        "Receives or sends 64-byte frames on DEV with one packet-socket method, on one thread.\n"
+        "Methods:\n"
+        "  rx-mmsg         recvmmsg in batches, PACKET_AUXDATA, non-blocking, poll() when empty\n"
+        "  rx-ring         TPACKET_V3 receive ring, %d blocks of %u KiB, %d ms block timeout\n"
+        "  tx-mmsg         sendmmsg in batches through the device's qdisc\n"
+        "  tx-mmsg-bypass  sendmmsg in batches with PACKET_QDISC_BYPASS\n"
+        "  tx-ring         TPACKET_V2 transmit ring, one send() per batch, through the qdisc\n"
+        "  tx-ring-bypass  the same with PACKET_QDISC_BYPASS\n"
+        "Options:\n"
+        "  -m, --method M      one of the methods above (required)\n"
+        "  -i, --dev DEV       device to receive on or send out of (required)\n"
+        "  -d, --dst-mac MAC   destination MAC of the frames sent (default ff:ff:ff:ff:ff:ff)\n"
+        "  -t, --duration S    seconds to measure (default 5)\n"
+        "  -c, --cpu N         CPU to pin the thread to (default: not pinned)\n"
+        "  -b, --batch N       frames per call or per kick (1..%d, default 64)\n"
+        "      --no-vnet-hdr   without PACKET_VNET_HDR (default: a 10-byte virtio-net\n"
+        "                      header comes with every frame, as in efhost's port)\n"
+        "  -h, --help          this text\n"
+        "Prints: method=M frames=N seconds=S pps=R cpu_s=C cpu_s_per_M=X drops=D errors=E\n",
+        RX_BLOCKS, RX_BLOCK >> 10, RX_TIMEOUT_MS, MAX_BATCH);
+}
+
+static void die(const char *what)
+{
+    fprintf(stderr, "sockbench: %s: %s\n", what, strerror(errno));
+    exit(1);
+}
+
+static long parse_num(const char *s, const char *what, long lo, long hi)
+{
+    char *end;
+    errno = 0;
+    long v = strtol(s, &end, 10);
+    if (errno || *end || end == s || v < lo || v > hi) {
+        fprintf(stderr, "sockbench: %s must be a number from %ld to %ld, not '%s'\n", what, lo, hi, s);
+        exit(2);
+    }
+    return v;
+}
+
+static int parse_mac(const char *s, uint8_t mac[6])
+{
+    unsigned v[6];
+    char extra;
+    if (sscanf(s, "%x:%x:%x:%x:%x:%x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &extra) != 6)
+        return -1;
+    for (int i = 0; i < 6; i++) {
+        if (v[i] > 255) return -1;
+        mac[i] = (uint8_t)v[i];
+    }
+    return 0;
+}
+
+static double now_s(void)
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return (double)ts.tv_sec + (double)ts.tv_nsec / 1e9;
+}
+
+static double thread_cpu_s(void)
+{
+    struct rusage ru;
+    getrusage(RUSAGE_THREAD, &ru);
+    return (double)(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) +
+           (double)(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
+}
+
+static void set_int(int fd, int level, int opt, int value, const char *what)
+{
+    if (setsockopt(fd, level, opt, &value, sizeof value)) die(what);
+}
+
+// A socket bound to DEV: for ETH_P_ALL when it receives, for no protocol when
+// it only sends, so that a sender takes in nothing. Options that the kernel
+// refuses once a ring exists are set here, before the ring.
+static int open_socket(const struct opts *o, int receive)
+{
+    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    if (fd < 0) die("socket(AF_PACKET)");
+    if (o->vnet) set_int(fd, SOL_PACKET, PACKET_VNET_HDR, 1, "PACKET_VNET_HDR");
+    if (receive) {
+        set_int(fd, SOL_PACKET, PACKET_AUXDATA, 1, "PACKET_AUXDATA");
+        set_int(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, 1, "PACKET_IGNORE_OUTGOING");
+        int size = 4 << 20;
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
+    }
+    return fd;
+}
+
+static void bind_socket(int fd, const struct opts *o, int receive)
+{
+    struct sockaddr_ll addr;
+    memset(&addr, 0, sizeof addr);
+    addr.sll_family = AF_PACKET;
+    addr.sll_protocol = receive ? htons(ETH_P_ALL) : 0;
+    addr.sll_ifindex = (int)if_nametoindex(o->dev);
+    if (addr.sll_ifindex == 0) die(o->dev);
+    if (bind(fd, (struct sockaddr *)&addr, sizeof addr)) die("bind");
+}
+
+// Frames the socket had no room for since the last call (the kernel resets
+// the counts on every read).
+static unsigned long long rx_drops(int fd, int v3)
+{
+    union { struct tpacket_stats v2; struct tpacket_stats_v3 v3; } st;
+    socklen_t len = v3 ? sizeof st.v3 : sizeof st.v2;
+    memset(&st, 0, sizeof st);
+    if (getsockopt(fd, SOL_PACKET, PACKET_STATISTICS, &st, &len)) die("PACKET_STATISTICS");
+    return v3 ? st.v3.tp_drops : st.v2.tp_drops;
+}
+
+static void wait_readable(int fd)
+{
+    struct pollfd p = {.fd = fd, .events = POLLIN};
+    poll(&p, 1, 100);
+}
+
+// What efhost's port reads of every frame: the auxiliary data (stripped tag,
+// checksum state), the virtio-net header and the Ethernet type.
+static unsigned long long touch(const uint8_t *frame, size_t len, unsigned status, unsigned tci)
+{
+    return (len > 13 ? (unsigned)(frame[12] << 8 | frame[13]) : 0) + status + tci;
+}
+
+static void rx_mmsg(const struct opts *o, int fd, double end, struct result *r)
+{
+    static uint8_t data[MAX_BATCH][SLOT];
+    static uint8_t control[MAX_BATCH][CMSG_SPACE(sizeof(struct tpacket_auxdata))];
+    static struct mmsghdr msgs[MAX_BATCH];
+    static struct iovec iovs[MAX_BATCH];
+    const size_t skip = o->vnet ? VNET_LEN : 0;
+    while (!stop && now_s() < end) {
+        for (int i = 0; i < o->batch; i++) {
+            iovs[i] = (struct iovec){data[i], SLOT};
+            memset(&msgs[i].msg_hdr, 0, sizeof msgs[i].msg_hdr);
+            msgs[i].msg_hdr.msg_iov = &iovs[i];
+            msgs[i].msg_hdr.msg_iovlen = 1;
+            msgs[i].msg_hdr.msg_control = control[i];
+            msgs[i].msg_hdr.msg_controllen = sizeof control[i];
+        }
+        int n = recvmmsg(fd, msgs, (unsigned)o->batch, MSG_TRUNC | MSG_DONTWAIT, NULL);
+        if (n <= 0) {
+            wait_readable(fd);
+            continue;
+        }
+        for (int i = 0; i < n; i++) {
+            const struct msghdr *m = &msgs[i].msg_hdr;
+            unsigned status = 0, tci = 0;
+            for (struct cmsghdr *c = CMSG_FIRSTHDR(m); c; c = CMSG_NXTHDR((struct msghdr *)m, c)) {
+                if (c->cmsg_level != SOL_PACKET || c->cmsg_type != PACKET_AUXDATA) continue;
+                struct tpacket_auxdata aux;
+                memcpy(&aux, CMSG_DATA(c), sizeof aux);
+                status = aux.tp_status;
+                tci = aux.tp_vlan_tci;
+            }
+            size_t len = msgs[i].msg_len;
+            if (len < skip) continue;
+            r->sink += touch(data[i] + skip, len - skip, status, tci) + data[i][0];
+        }
+        r->frames += (unsigned long long)n;
+    }
+    r->drops = rx_drops(fd, 0);
+}
+
+// The mapped ring of the rx-ring and tx-ring methods, made before the socket
+// is bound so that no frame is queued outside it.
+static uint8_t *g_ring;
+
+static void map_rx_ring(int fd)
+{
+    set_int(fd, SOL_PACKET, PACKET_VERSION, TPACKET_V3, "PACKET_VERSION");
+    struct tpacket_req3 req = {
+        .tp_block_size = RX_BLOCK, .tp_block_nr = RX_BLOCKS, .tp_frame_size = SLOT,
+        .tp_frame_nr = RX_BLOCK / SLOT * RX_BLOCKS, .tp_retire_blk_tov = RX_TIMEOUT_MS};
+    if (setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &req, sizeof req)) die("PACKET_RX_RING");
+    g_ring = mmap(NULL, (size_t)RX_BLOCK * RX_BLOCKS, PROT_READ | PROT_WRITE,
+                  MAP_SHARED | MAP_LOCKED, fd, 0);
+    if (g_ring == MAP_FAILED) die("mmap of the receive ring");
+}
+
+static void rx_ring(const struct opts *o, int fd, double end, struct result *r)
+{
+    uint8_t *ring = g_ring;
+    unsigned block = 0;
+    while (!stop && now_s() < end) {
+        struct tpacket_block_desc *b = (void *)(ring + (size_t)block * RX_BLOCK);
+        if (!(__atomic_load_n(&b->hdr.bh1.block_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER)) {
+            wait_readable(fd);
+            continue;
+        }
+        const unsigned n = b->hdr.bh1.num_pkts;
+        const uint8_t *p = (uint8_t *)b + b->hdr.bh1.offset_to_first_pkt;
+        for (unsigned i = 0; i < n; i++) {
+            const struct tpacket3_hdr *h = (const void *)p;
+            const uint8_t *frame = p + h->tp_mac;
+            // With PACKET_VNET_HDR the header sits just before the frame.
+            r->sink += touch(frame, h->tp_snaplen, h->tp_status, h->hv1.tp_vlan_tci) +
+                       (o->vnet ? frame[-VNET_LEN] : 0);
+            p += h->tp_next_offset;
+        }
+        r->frames += n;
+        __atomic_store_n(&b->hdr.bh1.block_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
+        block = (block + 1) % RX_BLOCKS;
+    }
+    r->drops = rx_drops(fd, 1);
+}
+
+// Ethernet + IPv4 + UDP, 60 bytes (64 on the wire with the FCS the device
+// adds), after a zeroed virtio-net header when there is one (no offload asked).
+static size_t build_frame(uint8_t *f, const struct opts *o, int fd)
+{
+    struct ifreq ifr;
+    memset(&ifr, 0, sizeof ifr);
+    snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", o->dev);
+    if (ioctl(fd, SIOCGIFHWADDR, &ifr)) die("SIOCGIFHWADDR");
+    const size_t head = o->vnet ? VNET_LEN : 0, len = 60;
+    memset(f, 0, head + len);
+    uint8_t *e = f + head;
+    memcpy(e, o->dst_mac, 6);
+    memcpy(e + 6, ifr.ifr_hwaddr.sa_data, 6);
+    e[12] = 0x08;
+    uint8_t *ip = e + 14;
+    ip[0] = 0x45; ip[3] = (uint8_t)(len - 14); ip[8] = 64; ip[9] = 17;
+    ip[12] = 192; ip[13] = 168; ip[14] = 10; ip[15] = 1;
+    ip[16] = 192; ip[17] = 168; ip[18] = 10; ip[19] = 2;
+    uint32_t sum = 0;
+    for (int i = 0; i < 20; i += 2) sum += (uint32_t)(ip[i] << 8 | ip[i + 1]);
+    while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
+    ip[10] = (uint8_t)(~sum >> 8); ip[11] = (uint8_t)~sum;
+    uint8_t *udp = ip + 20;
+    udp[0] = 0x30; udp[1] = 0x39; udp[3] = 9; udp[5] = (uint8_t)(len - 34);
+    return head + len;
+}
+
+static void tx_mmsg(const struct opts *o, int fd, double end, struct result *r)
+{
+    static uint8_t frame[SLOT];
+    static struct mmsghdr msgs[MAX_BATCH];
+    struct iovec iov = {frame, build_frame(frame, o, fd)};
+    for (int i = 0; i < o->batch; i++) {
+        msgs[i].msg_hdr.msg_iov = &iov;
+        msgs[i].msg_hdr.msg_iovlen = 1;
+    }
+    while (!stop && now_s() < end) {
+        int n = sendmmsg(fd, msgs, (unsigned)o->batch, 0);
+        if (n < 0) {
+            if (errno != ENOBUFS && errno != EAGAIN && errno != EINTR) die("sendmmsg");
+            r->errors++;
+            continue;
+        }
+        r->frames += (unsigned long long)n;
+    }
+}
+
+// Frames are filled at head and given back at tail: a frame the kernel has
+// sent returns to TP_STATUS_AVAILABLE, one it refused to TP_STATUS_WRONG_FORMAT.
+static void map_tx_ring(int fd)
+{
+    set_int(fd, SOL_PACKET, PACKET_VERSION, TPACKET_V2, "PACKET_VERSION");
+    struct tpacket_req req = {.tp_block_size = TX_BLOCK, .tp_block_nr = TX_BLOCKS,
+                              .tp_frame_size = SLOT, .tp_frame_nr = TX_BLOCK / SLOT * TX_BLOCKS};
+    if (setsockopt(fd, SOL_PACKET, PACKET_TX_RING, &req, sizeof req)) die("PACKET_TX_RING");
+    g_ring = mmap(NULL, (size_t)TX_BLOCK * TX_BLOCKS, PROT_READ | PROT_WRITE,
+                  MAP_SHARED | MAP_LOCKED, fd, 0);
+    if (g_ring == MAP_FAILED) die("mmap of the transmit ring");
+}
+
+static void tx_ring(const struct opts *o, int fd, double end, struct result *r)
+{
+    uint8_t *ring = g_ring;
+    const unsigned nr = TX_BLOCK / SLOT * TX_BLOCKS;
+    static uint8_t frame[SLOT];
+    const size_t len = build_frame(frame, o, fd);
+    const size_t data = TPACKET2_HDRLEN - sizeof(struct sockaddr_ll);
+    unsigned long long head = 0, tail = 0;
+    while (!stop && now_s() < end) {
+        for (; tail < head; tail++) {
+            struct tpacket2_hdr *h = (void *)(ring + (size_t)(tail % nr) * SLOT);
+            unsigned s = __atomic_load_n(&h->tp_status, __ATOMIC_ACQUIRE);
+            if (s & (TP_STATUS_SEND_REQUEST | TP_STATUS_SENDING)) break;
+            if (s & TP_STATUS_WRONG_FORMAT) r->errors++; else r->frames++;
+        }
+        for (long i = 0; i < o->batch && head - tail < nr; i++, head++) {
+            struct tpacket2_hdr *h = (void *)(ring + (size_t)(head % nr) * SLOT);
+            memcpy((uint8_t *)h + data, frame, len);
+            h->tp_len = (uint32_t)len;
+            __atomic_store_n(&h->tp_status, TP_STATUS_SEND_REQUEST, __ATOMIC_RELEASE);
+        }
+        if (send(fd, NULL, 0, 0) < 0) {
+            if (errno != ENOBUFS && errno != EAGAIN && errno != EINTR) die("send (ring kick)");
+            r->errors++;
+        }
+    }
+}
+
+struct method {
+    const char *name;
+    int receive, bypass;
+    void (*map)(int fd);
+    void (*run)(const struct opts *, int, double, struct result *);
+};
+
+static const struct method methods[] = {
+    {"rx-mmsg", 1, 0, NULL, rx_mmsg},
+    {"rx-ring", 1, 0, map_rx_ring, rx_ring},
+    {"tx-mmsg", 0, 0, NULL, tx_mmsg},
+    {"tx-mmsg-bypass", 0, 1, NULL, tx_mmsg},
+    {"tx-ring", 0, 0, map_tx_ring, tx_ring},
+    {"tx-ring-bypass", 0, 1, map_tx_ring, tx_ring},
+};
+
+static void parse(int argc, char **argv, struct opts *o)
+{
+    static const struct option longopts[] = {
+        {"method", required_argument, 0, 'm'}, {"dev", required_argument, 0, 'i'},
+        {"dst-mac", required_argument, 0, 'd'}, {"duration", required_argument, 0, 't'},
+        {"cpu", required_argument, 0, 'c'},    {"batch", required_argument, 0, 'b'},
+        {"no-vnet-hdr", no_argument, 0, 1},    {"help", no_argument, 0, 'h'},
+        {0, 0, 0, 0}};
+    int c;
+    while ((c = getopt_long(argc, argv, "m:i:d:t:c:b:h", longopts, NULL)) != -1) {
+        switch (c) {
+        case 'm': o->method = optarg; break;
+        case 'i': o->dev = optarg; break;
+        case 'd':
+            if (parse_mac(optarg, o->dst_mac)) { fprintf(stderr, "sockbench: bad MAC '%s'\n", optarg); exit(2); }
+            break;
+        case 't': o->duration = parse_num(optarg, "--duration", 1, 3600); break;
+        case 'c': o->cpu = parse_num(optarg, "--cpu", 0, CPU_SETSIZE - 1); break;
+        case 'b': o->batch = parse_num(optarg, "--batch", 1, MAX_BATCH); break;
+        case 1: o->vnet = 0; break;
+        case 'h': usage(stdout); exit(0);
+        default: usage(stderr); exit(2);
+        }
+    }
+    if (!o->method || !o->dev || optind != argc) { usage(stderr); exit(2); }
+}
+
+int main(int argc, char **argv)
+{
+    struct opts o = {.duration = 5, .cpu = -1, .batch = 64, .vnet = 1};
+    memset(o.dst_mac, 0xff, sizeof o.dst_mac);
+    parse(argc, argv, &o);
+    const struct method *m = NULL;
+    for (size_t i = 0; i < sizeof methods / sizeof methods[0]; i++)
+        if (!strcmp(methods[i].name, o.method)) m = &methods[i];
+    if (!m) { fprintf(stderr, "sockbench: no method '%s' (see --help)\n", o.method); return 2; }
+    if (o.cpu >= 0) {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        CPU_SET((int)o.cpu, &set);
+        if (sched_setaffinity(0, sizeof set, &set)) die("sched_setaffinity");
+    }
+    signal(SIGINT, on_signal);
+    signal(SIGTERM, on_signal);
+
+    int fd = open_socket(&o, m->receive);
+    if (m->bypass) set_int(fd, SOL_PACKET, PACKET_QDISC_BYPASS, 1, "PACKET_QDISC_BYPASS");
+    if (m->map) m->map(fd);
+    bind_socket(fd, &o, m->receive);
+    if (m->receive) rx_drops(fd, m->map != NULL);   // what came before the measurement is not counted
+
+    struct result r = {0};
+    const double cpu0 = thread_cpu_s(), start = now_s();
+    m->run(&o, fd, start + (double)o.duration, &r);
+    const double secs = now_s() - start, cpu = thread_cpu_s() - cpu0;
+    printf("method=%s frames=%llu seconds=%.3f pps=%.0f cpu_s=%.3f cpu_s_per_M=%.3f drops=%llu errors=%llu\n",
+           m->name, r.frames, secs, (double)r.frames / secs, cpu,
+           r.frames ? cpu / ((double)r.frames / 1e6) : 0.0, r.drops, r.errors);
+    fprintf(stderr, "sockbench: checksum %llu\n", r.sink);
+    close(fd);
+    return 0;
+}
