@@ -22,9 +22,11 @@ constexpr uint32_t kFlagReplyWhenDone = 0x1;     // client asks for kModuleDone
 // one show line per listed interface and a done envelope whose payload is
 // "ok ..." or "error: ...".
 constexpr uint32_t kModuleInterfaceRequest = 0xEF10;
-// client -> efhost: efhost's counters (any payload); answered by one show
-// line per counter group and a done envelope whose payload is "ok".
+// client -> efhost: efhost's counters; answered by one show line per
+// counter group and a done envelope whose payload is "ok". With the payload
+// kCountersJsonRequest the one show line is the counters as a JSON document.
 constexpr uint32_t kModuleCountersRequest = 0xEF11;
+constexpr const char *kCountersJsonRequest = "counters json";
 // client -> efhost: a bridge MAC table request as text (list, remote
 // entries, efhost's locally learned MACs); answered as an interface request.
 constexpr uint32_t kModuleMacRequest = 0xEF12;

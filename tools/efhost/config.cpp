@@ -5,7 +5,10 @@
 #include "read_file.h"
 
 
+#include <arpa/inet.h>
+
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -115,6 +118,33 @@ uint32_t read_peerlink(const Field &f, const std::set<uint32_t> &indexes)
     return peerlink ? config_detail::read_interface_ref(*peerlink, indexes, true) : 0;
 }
 
+// "ADDRESS:PORT" or "[IPV6]:PORT" into host and port.
+void read_metrics(const Field &f, Config &c)
+{
+    const char *allowed = "ADDRESS:PORT with an IPv4 address or a bracketed IPv6 one and a port from 1 to 65535, "
+                          "e.g. 127.0.0.1:9464 or [::1]:9464";
+    const std::string text = config_detail::read_string(f, 0, allowed);
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos)
+        f.fail(f.found() + " has no port", allowed);
+    std::string host = text.substr(0, colon);
+    const std::string port = text.substr(colon + 1);
+    const bool bracketed = host.size() >= 2 && host.front() == '[' && host.back() == ']';
+    if (bracketed)
+        host = host.substr(1, host.size() - 2);
+    unsigned char addr[16];
+    const bool v4 = !bracketed && inet_pton(AF_INET, host.c_str(), addr) == 1;
+    const bool v6 = bracketed && inet_pton(AF_INET6, host.c_str(), addr) == 1;
+    if (!v4 && !v6)
+        f.fail(f.found() + " has no IP address before its port", allowed);
+    char *end = nullptr;
+    const unsigned long n = port.empty() ? 0 : std::strtoul(port.c_str(), &end, 10);
+    if (port.empty() || *end != '\0' || n < 1 || n > 65535)
+        f.fail(f.found() + " has no port from 1 to 65535", allowed);
+    c.metrics_host = host;
+    c.metrics_port = static_cast<uint16_t>(n);
+}
+
 void read_files(const MapReader &m, Config &c)
 {
     const Field &socket = m.require("control_socket", "a socket path shorter than 108 bytes");
@@ -128,12 +158,14 @@ void read_files(const MapReader &m, Config &c)
         c.module_path = config_detail::read_string(*f, 0, "the path of libtq_vxlan_ef.so");
     if (const Field *f = m.find("overlay"))
         c.overlay = config_detail::read_string(*f, 0, "the path of an apply file");
+    if (const Field *f = m.find("metrics"))
+        read_metrics(*f, c);
 }
 
 Config read_config(const Field &root)
 {
     const MapReader m(root,
-                      {"instance", "tmpdir", "control_socket", "syslog_file", "module", "overlay", "capabilities",
+                      {"instance", "tmpdir", "control_socket", "syslog_file", "module", "overlay", "metrics", "capabilities",
                        "mlag", "mac_age_seconds", "mac_table_capacity", "packet_workers", "interfaces",
                        "routes", "neighbours"},
                       "a map with at least control_socket and interfaces");

@@ -72,6 +72,10 @@ struct Config {
     uint32_t mac_table_capacity = 65536;  // learned MACs beyond it are refused
     uint32_t packet_workers = 0;     // receive threads per port; 0: from the CPUs
     std::string module_path;         // libtq_vxlan_ef.so; empty: next to efhost
+    // The metrics endpoint's address (an IPv4 or IPv6 address) and TCP port;
+    // port 0: no endpoint.
+    std::string metrics_host;
+    uint16_t metrics_port = 0;
     std::vector<InterfaceConfig> interfaces;
     std::vector<RouteConfig> routes;
     std::vector<NeighbourConfig> neighbours;

@@ -153,6 +153,11 @@ void ControlServer::handle(ControlClient &client, const ctl::Envelope &env)
         return;
     }
     if (env.module == ctl::kModuleCountersRequest) {
+        const std::string asked(env.payload.begin(), env.payload.end());
+        if (asked == ctl::kCountersJsonRequest) {
+            answer(client, env.seq, {counters_json_ ? counters_json_() : std::string("{}")}, "ok");
+            return;
+        }
         answer(client, env.seq, counters_ ? counters_() : std::vector<std::string>{}, "ok");
         return;
     }

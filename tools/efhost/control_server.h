@@ -40,6 +40,9 @@ public:
     void set_overlay(std::string path) { overlay_ = std::move(path); }
     // What answers a counters request; set before start().
     void set_counters(std::function<std::vector<std::string>()> lines) { counters_ = std::move(lines); }
+    // What answers a counters request asking for JSON ("counters json"):
+    // one line, the document; set before start().
+    void set_counters_json(std::function<std::string()> document) { counters_json_ = std::move(document); }
     // Clients connected now.
     size_t clients() const;
 
@@ -63,6 +66,7 @@ private:
 
     ChannelDispatcher channel_;
     std::function<std::vector<std::string>()> counters_;
+    std::function<std::string()> counters_json_;
     std::string overlay_;
 };
 

@@ -10,6 +10,8 @@
 #include "efrt.h"
 #include "efrt_l3.h"
 #include "counters.h"
+#include "counters_json.h"
+#include "metrics_text.h"
 #include "rcu.h"
 #include "runtime_interfaces.h"
 #include "service_manager.h"
@@ -118,9 +120,14 @@ bool Host::start(std::string &error)
     pipeline_ = std::make_unique<Pipeline>(cfg_, raw_ports, l3_.get());
     pipeline_->attach_to_platform();
     control_.set_counters([this] { return counter_lines(counter_sources()); });
+    control_.set_counters_json([this] { return counters_json(counter_sources()).dump(); });
     control_.bind(module_.instance());
     control_.set_overlay(cfg_.overlay);
     if (!control_.start(cfg_.control_socket, error))
+        return false;
+    if (cfg_.metrics_port != 0 &&
+        !metrics_.start(cfg_.metrics_host, cfg_.metrics_port,
+                        [this] { return metrics_text(counters_json(counter_sources())); }, error))
         return false;
     start_ports(false);
     if (!cfg_.overlay.empty())
@@ -224,6 +231,7 @@ void Host::shutdown()
         return;
     for (auto &[ifx, port] : ports_)
         port->stop();
+    metrics_.stop();
     control_.stop();
     overlay_.stop();  // an application under way has just lost its socket
     if (module_.loaded() && platform_threads_)
@@ -249,6 +257,9 @@ void Host::report() const
         std::fprintf(stderr, "efhost: %s\n", line.c_str());
 }
 
-CounterSources Host::counter_sources() const { return CounterSources{&cfg_, pipeline_.get(), &ports_, l3_.get()}; }
+CounterSources Host::counter_sources() const
+{
+    return CounterSources{&cfg_, pipeline_.get(), &ports_, l3_.get(), &module_};
+}
 
 }  // namespace efhost

@@ -15,6 +15,7 @@
 #include "counters.h"
 #include "host_platform.h"
 #include "l3_engine.h"
+#include "metrics_server.h"
 #include "module_loader.h"
 #include "overlay.h"
 #include "pipeline.h"
@@ -50,6 +51,7 @@ private:
     std::unique_ptr<L3Engine> l3_;
     std::unique_ptr<Pipeline> pipeline_;
     ControlServer control_;
+    MetricsServer metrics_;
     ModuleLoader module_;
     Housekeeper housekeeper_;
     OverlayApplier overlay_;

@@ -38,6 +38,7 @@ bool ModuleLoader::load(const std::string &path, std::string &error)
     }
     handle_ = handle;
     exit_fn_ = exit_fn;
+    counters_fn_ = reinterpret_cast<int (*)(vxlan_ef_counters_t *)>(dlsym(handle, "vxlan_ef_counters_read"));
     return true;
 }
 
@@ -49,6 +50,7 @@ void ModuleLoader::unload()
     dlclose(handle_);
     handle_ = nullptr;
     exit_fn_ = nullptr;
+    counters_fn_ = nullptr;
 }
 
 vxlan_ef_vsd_t *ModuleLoader::instance() const
@@ -57,6 +59,11 @@ vxlan_ef_vsd_t *ModuleLoader::instance() const
         return nullptr;
     auto *global = static_cast<vxlan_ef_vsd_t **>(dlsym(handle_, "g_vxlan_vsd"));
     return global != nullptr ? *global : nullptr;
+}
+
+bool ModuleLoader::read_counters(vxlan_ef_counters_t &out) const
+{
+    return handle_ != nullptr && counters_fn_ != nullptr && counters_fn_(&out) == 0;
 }
 
 std::string default_module_path()

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "vxlan_ef.h"
+#include "vxlan_ef_counters.h"
 
 namespace efhost {
 
@@ -19,10 +20,14 @@ public:
     bool loaded() const { return handle_ != nullptr; }
     // The loaded module's instance record; nullptr when none.
     vxlan_ef_vsd_t *instance() const;
+    // The module's packet counters through vxlan_ef_counters_read; false
+    // when no module is loaded or it does not export the function.
+    bool read_counters(vxlan_ef_counters_t &out) const;
 
 private:
     void *handle_ = nullptr;
     void (*exit_fn_)() = nullptr;  // vxlan_ef_exit returns nothing
+    int (*counters_fn_)(vxlan_ef_counters_t *) = nullptr;  // optional
 };
 
 // The default module path: libtq_vxlan_ef.so in the build tree beside efhost

@@ -60,7 +60,12 @@ void add_verbs(CLI::App &app, CommandLine &line)
     app.add_subcommand("tunnel-intf", "efhost's tunnel interfaces: create IFX NAME | remove IFX | list | tunnels")
         ->add_option("ARGS", line.words)
         ->required();
-    app.add_subcommand("counters", "efhost's counters: ports, pipeline, L3 engine, MAC table");
+    auto *counters = app.add_subcommand(
+        "counters", "efhost's counters: ports, pipeline, L3 engine, MAC table, module drops, VNIs, tunnels");
+    counters->add_option("--interval", line.interval, "print rates per second every SECONDS until interrupted")
+        ->check(CLI::PositiveNumber);
+    counters->add_option("--count", line.count, "with --interval: stop after this many samples")
+        ->check(CLI::PositiveNumber);
     app.add_subcommand("mac", "efhost's MAC table: list [vni V] [mac M] | remote add VNI MAC IFX | "
                               "remote remove VNI MAC IFX | local [since G]")
         ->add_option("ARGS", line.words)

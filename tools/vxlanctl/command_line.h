@@ -18,6 +18,9 @@ struct CommandLine {
     std::string file;  // apply
     std::string type;  // send
     std::vector<std::string> words;
+    bool json = false;     // --json: what a read verb lists, as JSON
+    double interval = 0;   // counters --interval: seconds between rates
+    unsigned count = 0;    // counters --count: samples of rates, 0 until interrupted
 };
 
 // Reads args (without the program name) into line, whose socket holds the
