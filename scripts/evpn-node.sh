@@ -7,10 +7,7 @@
 # format with the reflector key, and needs neither a VTEP address nor VNIs.
 # The file format is in docs/evpn.md.
 #
-# Usage: evpn-node.sh devices FILE         create or remove devices until they match FILE
-#        evpn-node.sh frr-start FILE DIR   write FRR's configuration into DIR and start zebra, bgpd
-#        evpn-node.sh frr-stop DIR         stop the zebra and bgpd started with DIR
-#        evpn-node.sh down FILE            remove every device FILE describes
+# Usage: evpn-node.sh --help (its text is also the manual page evpn-node(8)).
 set -euo pipefail
 
 FRR_DIR=${FRR_DIR:-/usr/lib/frr}
@@ -187,7 +184,27 @@ frr_stop() {
     done
 }
 
+usage() {
+    cat <<'EOF'
+Usage: evpn-node COMMAND ARGUMENTS
+Sets up one EVPN node from its description file (docs/evpn.md): the kernel
+devices that FRR's zebra follows, and FRR's zebra and bgpd themselves.
+Run it inside the node's network namespace, or on the node.
+
+Commands:
+  devices FILE          create or remove devices until they match FILE
+  frr-start FILE DIR    write FRR's configuration into DIR and start zebra and bgpd
+  frr-stop DIR          stop the zebra and bgpd started with DIR
+  down FILE             remove every device FILE describes
+  --help                print this text
+
+Environment:
+  FRR_DIR               where zebra and bgpd are (default /usr/lib/frr)
+EOF
+}
+
 case "${1:-}" in
+--help) usage ;;
 devices) [ $# -eq 2 ] || die "usage: devices FILE"; devices "$2" ;;
 down) [ $# -eq 2 ] || die "usage: down FILE"; down "$2" ;;
 frr-start) [ $# -eq 3 ] || die "usage: frr-start FILE DIR"; frr_start "$2" "$3" ;;

@@ -9,12 +9,10 @@
 
 namespace tools {
 
-namespace {
-
 // systemd sets $JOURNAL_STREAM to "DEVICE:INODE" of the stream it connected;
 // a child whose standard error was redirected elsewhere inherits the
 // variable, hence the comparison.
-bool stderr_is_journal()
+bool is_journal_stream(int fd)
 {
     const char *stream = std::getenv("JOURNAL_STREAM");
     if (stream == nullptr)
@@ -23,16 +21,14 @@ bool stderr_is_journal()
     if (std::sscanf(stream, "%llu:%llu", &dev, &ino) != 2)
         return false;
     struct stat st{};
-    return fstat(2, &st) == 0 && st.st_dev == dev && st.st_ino == ino;
+    return fstat(fd, &st) == 0 && st.st_dev == dev && st.st_ino == ino;
 }
-
-}  // namespace
 
 void notify_service_manager(const char *state) { (void)sd_notify(0, state); }
 
 const char *error_priority_prefix()
 {
-    static const bool journal = stderr_is_journal();
+    static const bool journal = is_journal_stream(2);
     return journal ? SD_ERR : "";
 }
 

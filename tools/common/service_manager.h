@@ -9,6 +9,10 @@ namespace tools {
 // sd_notify(3) state such as "READY=1"; ignored without $NOTIFY_SOCKET.
 void notify_service_manager(const char *state);
 
+// Whether fd is the stream systemd connected to the journal
+// ($JOURNAL_STREAM names its device and inode).
+bool is_journal_stream(int fd);
+
 // "<3>" (the journal's error priority) when standard error is connected to
 // the journal, else "". Lines without a prefix get the unit's default
 // priority (info).
