@@ -17,6 +17,8 @@ NS=$PREFIX-ef
 
 fail() { printf '%s\n' "FAIL: $*" >&2; exit 1; }
 cleanup() {
+    # An efhost left behind by a run that timed out.
+    [ -s "$WORK/efhost.pid" ] && kill -KILL "$(cat "$WORK/efhost.pid")" 2>/dev/null
     ip netns del "$NS" 2>/dev/null
     rm -rf "$WORK"
 }
@@ -85,6 +87,7 @@ status=$(timeout 60 ip netns exec "$NS" unshare --mount --propagation private ba
     mount -t tmpfs tmpfs /run && mkdir /run/efhost || exit 3
     "$ROOT/usr/sbin/efhost" --config "$CFG_DIR/efhost.yaml" >"$WORK/efhost.log" 2>&1 &
     pid=$!
+    echo "$pid" >"$WORK/efhost.pid"
     for _ in $(seq 100); do
         out=$(env -u EFHOST_SOCKET "$ROOT/usr/sbin/vxlanctl" show status 2>&1)
         printf "%s\n" "$out" | grep -q "Entry Count *: 1$" && break
@@ -94,6 +97,7 @@ status=$(timeout 60 ip netns exec "$NS" unshare --mount --propagation private ba
     kill -TERM "$pid"
     wait "$pid"
     echo "efhost exit status $?"
+    rm -f "$WORK/efhost.pid"
 ') || fail "the installed efhost could not be run in $NS: $status"
 echo "== vxlanctl show status through the default socket:"
 printf '%s\n' "$status"
