@@ -145,7 +145,7 @@ static int open_socket(const struct opts *o, int receive)
     if (receive) {
         set_int(fd, SOL_PACKET, PACKET_AUXDATA, 1, "PACKET_AUXDATA");
         set_int(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, 1, "PACKET_IGNORE_OUTGOING");
-        int size = 4 << 20;
+        int size = 8 << 20;   // as efhost's port asks
         setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
     }
     return fd;
