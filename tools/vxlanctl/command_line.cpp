@@ -42,6 +42,11 @@ void add_options(CLI::App &app, CommandLine &line)
                 return v > 0 ? std::string() : "the timeout must be a number of seconds above 0, got '" + text + "'";
             },
             "SECONDS>0"));
+    // Without a variable: a flag that takes no value, so the verb after it
+    // is still found (takes_value).
+    app.add_flag("--json")->description(
+                 "print what a read verb lists as JSON (show, counters, mac list|local, suppress "
+                 "list|local|switches, tunnel-intf list|tunnels)");
 }
 
 void add_verbs(CLI::App &app, CommandLine &line)
@@ -80,7 +85,7 @@ void add_verbs(CLI::App &app, CommandLine &line)
 bool takes_value(const CLI::App &app, const std::string &arg)
 {
     for (const CLI::Option *opt : app.get_options()) {
-        if (opt->get_positional() || opt->get_type_size_min() == 0)
+        if (opt->get_positional() || opt->get_type_size_min() == 0 || opt->get_expected_min() == 0)
             continue;
         const auto &names = opt->get_lnames();
         if (arg.starts_with("--") && std::find(names.begin(), names.end(), arg.substr(2)) != names.end())
@@ -152,6 +157,7 @@ std::optional<int> read_command_line(const std::vector<std::string> &args, Comma
         return app.exit(e, out, err) == 0 ? kExitOk : kExitUsage;
     }
     line.verb = app.get_subcommands().front()->get_name();
+    line.json = app.get_option("--json")->count() > 0;
     return std::nullopt;
 }
 
