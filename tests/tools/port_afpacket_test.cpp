@@ -22,6 +22,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -31,7 +32,11 @@
 #include <thread>
 #include <vector>
 
+#include "frame_fixup.h"
 #include "port.h"
+#include "tcp_frames.h"
+#include "tx_batch.h"
+#include "vnet_header.h"
 
 namespace {
 
@@ -127,6 +132,16 @@ protected:
         addr.sll_ifindex = static_cast<int>(if_nametoindex(b_.c_str()));
         EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
         fds_.push_back(fd);
+        return fd;
+    }
+
+    // A peer socket whose frames carry a virtio-net header each way.
+    int peer_offload_socket()
+    {
+        const int fd = peer_socket();
+        const int one = 1;
+        EXPECT_EQ(setsockopt(fd, SOL_PACKET, PACKET_VNET_HDR, &one, sizeof one), 0)
+            << "the kernel gives packet sockets no virtio-net headers";
         return fd;
     }
 
@@ -295,6 +310,103 @@ TEST_F(AfPacketPortTest, SentFramesArriveAtThePeer)
     EXPECT_EQ(port->tx_frames(), 1u);
     port->stop();
     EXPECT_FALSE(port->send(frame.data(), frame.size()));
+}
+
+bool tcp_from_the_test(const Bytes &f)
+{
+    const bool v4 = f.size() > 14 + 20 + 32 && f[12] == 0x08 && f[13] == 0x00 && f[23] == 6;
+    const bool v6 = f.size() > 14 + 40 + 32 && f[12] == 0x86 && f[13] == 0xDD && f[20] == 6;
+    return f[11] == 0x0A && (v4 || v6);
+}
+
+// One message of a socket with virtio-net headers: the header and the frame.
+std::pair<efhost::VnetHeader, Bytes> receive_with_header(int fd)
+{
+    Bytes buf(sizeof(efhost::VnetHeader) + 70000);
+    efhost::VnetHeader header{};
+    for (int i = 0; i < 5; ++i) {
+        const ssize_t n = recv(fd, buf.data(), buf.size(), 0);
+        if (n < static_cast<ssize_t>(sizeof header)) continue;
+        Bytes frame(buf.begin() + sizeof header, buf.begin() + n);
+        if (!tcp_from_the_test(frame)) continue;  // the kernel's own traffic
+        std::memcpy(&header, buf.data(), sizeof header);
+        return {header, frame};
+    }
+    return {header, {}};
+}
+
+TEST_F(AfPacketPortTest, SegmentsOfOneFlowSentInOneBatchLeaveAsOneSuperFrame)
+{
+    Collector got;
+    auto port = open_port(got, from_peer);
+    const int fd = peer_offload_socket();
+    const std::vector<Bytes> segs = tcp_frames::segments_of(false, 20000, tcp_frames::kAck | tcp_frames::kPsh);
+    ASSERT_EQ(segs.size(), 15u);
+    {
+        efhost::TxBatch batch;
+        for (const Bytes &s : segs) ASSERT_TRUE(port->send(s.data(), s.size()));
+    }
+    auto [header, frame] = receive_with_header(fd);
+    ASSERT_FALSE(frame.empty()) << "nothing reached the peer";
+    EXPECT_EQ(header.gso_type, efhost::kVnetGsoTcpv4) << "the segments did not leave joined";
+    EXPECT_EQ(header.gso_size, 1450 - 20 - 32);
+    EXPECT_EQ(frame.size(), 14u + 20 + 32 + 20000);
+    ASSERT_TRUE(efhost::complete_checksum_at(frame, header.csum_start, header.csum_offset));
+    EXPECT_EQ(efhost::segment_tcp(frame, 65535, header.gso_size), segs);
+    EXPECT_EQ(port->tx_frames(), segs.size());
+}
+
+TEST_F(AfPacketPortTest, SegmentsLeaveAsTheyAreWhenTheDeviceDoesNotSegment)
+{
+    ASSERT_TRUE(run("ethtool -K " + a_ + " tso off")) << "cannot turn TSO off on " << a_ << " with ethtool";
+    Collector got;
+    auto port = open_port(got, from_peer);
+    const int fd = peer_offload_socket();
+    const std::vector<Bytes> segs = tcp_frames::segments_of(true, 5000, tcp_frames::kAck);
+    {
+        efhost::TxBatch batch;
+        for (const Bytes &s : segs) ASSERT_TRUE(port->send(s.data(), s.size()));
+    }
+    std::vector<Bytes> received;
+    for (size_t i = 0; i < segs.size(); ++i) {
+        auto [header, frame] = receive_with_header(fd);
+        EXPECT_EQ(header.gso_type, efhost::kVnetGsoNone);
+        received.push_back(frame);
+    }
+    EXPECT_EQ(received, segs);
+}
+
+TEST_F(AfPacketPortTest, ASuperFrameIsCutAtItsSendersSegmentSize)
+{
+    Collector got;
+    auto port = open_port(got, tcp_from_the_test);
+    const int fd = peer_offload_socket();
+    constexpr uint16_t kSegment = 1000;  // below what the 1500-byte MTU allows
+    const Bytes super = tcp_frames::super_frame(false, 5500, tcp_frames::kAck);
+    const std::vector<Bytes> want = efhost::segment_tcp(super, 1500, kSegment);
+    ASSERT_EQ(want.size(), 6u);
+    // As a local sender hands it to a device: the TCP checksum field holds
+    // the pseudo-header's sum; the ones' complement of a segment's sum with
+    // its own checksum folded back out gives that.
+    Bytes partial = super;
+    efhost::VnetHeader header{};
+    header.flags = efhost::kVnetNeedsChecksum;
+    header.gso_type = efhost::kVnetGsoTcpv4;
+    header.hdr_len = 14 + 20 + 32;
+    header.gso_size = kSegment;
+    header.csum_start = 14 + 20;
+    header.csum_offset = 16;
+    const uint32_t l4 = static_cast<uint32_t>(partial.size() - 34);
+    uint32_t sum = 0x0A00 + 0x0001 + 0x0A00 + 0x0002 + 6 + (l4 >> 16) + (l4 & 0xFFFF);
+    while (sum > 0xFFFF) sum = (sum & 0xFFFF) + (sum >> 16);
+    partial[34 + 16] = static_cast<uint8_t>(sum >> 8);
+    partial[34 + 17] = static_cast<uint8_t>(sum);
+    Bytes message(sizeof header);
+    std::memcpy(message.data(), &header, sizeof header);
+    message.insert(message.end(), partial.begin(), partial.end());
+    ASSERT_EQ(send(fd, message.data(), message.size(), 0), static_cast<ssize_t>(message.size()))
+        << "the kernel refused a TCP super-frame from a packet socket";
+    EXPECT_EQ(got.wait_for(want.size()), want);
 }
 
 TEST(AfPacketPortOpenTest, MissingDeviceIsRefusedNamingIt)

@@ -1,6 +1,5 @@
-// The receive fix-ups of frame_fixup.h: locating the IP and L4 headers behind
-// any number of VLAN tags, Internet checksums, tag reinsertion and TCP
-// segmentation.
+// The receive fix-ups of frame_fixup.h: Internet checksums, tag
+// reinsertion and TCP segmentation.
 #include "frame_fixup.h"
 
 #include <algorithm>
@@ -16,13 +15,6 @@ namespace {
 
 constexpr size_t kMacsLength = 12;
 constexpr size_t kTagLength = 4;
-constexpr uint16_t kEtherIpv4 = 0x0800;
-constexpr uint16_t kEtherIpv6 = 0x86DD;
-constexpr std::array<uint16_t, 3> kTagTpids = {0x8100, 0x88A8, 0x9100};
-
-constexpr uint8_t kProtoTcp = 6;
-constexpr uint8_t kProtoUdp = 17;
-constexpr uint8_t kProtoIcmpv6 = 58;
 
 constexpr uint8_t kTcpFin = 0x01;
 constexpr uint8_t kTcpPsh = 0x08;
@@ -41,115 +33,11 @@ constexpr std::array<ChecksumPlace, 3> kChecksumPlaces = {{
     {kProtoIcmpv6, 2, 4, false},
 }};
 
-// IPv6 extension headers walked to reach the L4 header, with how their
-// length byte counts (units of 8 bytes beyond the first 8, or of 4 bytes
-// beyond the first 8 for AH). The fragment header is not here: a fragment
-// has no complete L4 payload to fix up.
-struct ExtensionHeader {
-    uint8_t type;
-    size_t unit;
-    size_t base_units;
-};
-constexpr std::array<ExtensionHeader, 4> kIpv6Extensions = {{
-    {0, 8, 1},   // hop-by-hop options
-    {43, 8, 1},  // routing
-    {60, 8, 1},  // destination options
-    {51, 4, 2},  // authentication
-}};
-
-// Where the IP packet of a frame lies.
-struct IpLayout {
-    size_t l3 = 0;   // IP header
-    size_t l4 = 0;   // L4 header, after any IPv6 extension headers
-    size_t end = 0;  // one past the IP packet; Ethernet padding excluded
-    bool v6 = false;
-    uint8_t proto = 0;
-};
-
-bool is_tag_tpid(uint16_t type)
-{
-    return std::find(kTagTpids.begin(), kTagTpids.end(), type) != kTagTpids.end();
-}
-
-const ExtensionHeader *find_extension(uint8_t type)
-{
-    for (const ExtensionHeader &e : kIpv6Extensions)
-        if (e.type == type) return &e;
-    return nullptr;
-}
-
 const ChecksumPlace *find_checksum_place(uint8_t proto)
 {
     for (const ChecksumPlace &c : kChecksumPlaces)
         if (c.proto == proto) return &c;
     return nullptr;
-}
-
-// A length field of 0 stands for a packet longer than the field can say
-// (large GSO frames); the frame's own end bounds it then.
-std::optional<size_t> packet_end(size_t start, size_t field, size_t header, size_t len)
-{
-    if (field == 0) return len;
-    if (field < header || start + field > len) return std::nullopt;
-    return start + field;
-}
-
-std::optional<IpLayout> locate_ipv4(const uint8_t *f, size_t len, size_t l3)
-{
-    if (len < l3 + 20 || f[l3] >> 4 != 4) return std::nullopt;
-    const size_t ihl = size_t{f[l3] & 0x0Fu} * 4;
-    if (ihl < 20 || len < l3 + ihl) return std::nullopt;
-    if ((ef_get_be16(f + l3 + 6) & 0x3FFF) != 0) return std::nullopt;  // a fragment
-    const std::optional<size_t> end = packet_end(l3, ef_get_be16(f + l3 + 2), ihl, len);
-    if (!end) return std::nullopt;
-    return IpLayout{l3, l3 + ihl, *end, false, f[l3 + 9]};
-}
-
-std::optional<IpLayout> locate_ipv6(const uint8_t *f, size_t len, size_t l3)
-{
-    if (len < l3 + 40 || f[l3] >> 4 != 6) return std::nullopt;
-    const size_t payload = ef_get_be16(f + l3 + 4);
-    const std::optional<size_t> end =
-        payload == 0 ? std::optional<size_t>(len) : packet_end(l3 + 40, payload, 0, len);
-    if (!end) return std::nullopt;
-    uint8_t next = f[l3 + 6];
-    size_t at = l3 + 40;
-    while (const ExtensionHeader *ext = find_extension(next)) {
-        if (*end < at + 8) return std::nullopt;
-        next = f[at];
-        at += (f[at + 1] + ext->base_units) * ext->unit;
-    }
-    if (at > *end) return std::nullopt;
-    return IpLayout{l3, at, *end, true, next};
-}
-
-std::optional<IpLayout> locate_ip(const uint8_t *f, size_t len)
-{
-    const size_t l3 = ethernet_header_length(f, len);
-    if (l3 == 0) return std::nullopt;
-    const uint16_t type = ef_get_be16(f + l3 - 2);
-    if (type == kEtherIpv4) return locate_ipv4(f, len, l3);
-    if (type == kEtherIpv6) return locate_ipv6(f, len, l3);
-    return std::nullopt;
-}
-
-// The folded sum of the pseudo-header: addresses, protocol and L4 length (a
-// large GSO frame's length may not fit in 16 bits, so both halves count).
-uint16_t pseudo_header_sum(const uint8_t *f, const IpLayout &ip, size_t l4_length)
-{
-    // The IPv6 pseudo-header takes the destination field as it stands; a
-    // routing header's final destination is not looked up.
-    const uint16_t addresses =
-        ip.v6 ? ef_csum_sum(f + ip.l3 + 8, 32) : ef_csum_sum(f + ip.l3 + 12, 8);
-    const uint64_t fields = uint64_t{ip.proto} + (l4_length & 0xFFFF) + (l4_length >> 16);
-    return ef_csum_fold(addresses + fields);
-}
-
-void write_ipv4_header_checksum(uint8_t *f, const IpLayout &ip)
-{
-    ef_put_be16(f + ip.l3 + 10, 0);
-    const auto header_length = static_cast<uint32_t>(ip.l4 - ip.l3);
-    ef_put_be16(f + ip.l3 + 10, static_cast<uint16_t>(~ef_csum_sum(f + ip.l3, header_length)));
 }
 
 bool write_l4_checksum(uint8_t *f, const IpLayout &ip)
@@ -255,7 +143,7 @@ bool complete_vxlan_inner_checksum(Frame &frame)
     return true;
 }
 
-std::vector<Frame> segment_vxlan_tcp(const Frame &frame, uint32_t mtu)
+std::vector<Frame> segment_vxlan_tcp(const Frame &frame, uint32_t mtu, uint16_t gso_size)
 {
     const std::optional<IpLayout> ip = locate_ip(frame.data(), frame.size());
     const size_t inner = ip ? vxlan_inner_start(frame.data(), *ip) : 0;
@@ -267,7 +155,7 @@ std::vector<Frame> segment_vxlan_tcp(const Frame &frame, uint32_t mtu)
         return {};
     std::vector<Frame> segments;
     size_t index = 0;
-    for (const Frame &seg : segment_tcp(in, static_cast<uint32_t>(mtu - overhead))) {
+    for (const Frame &seg : segment_tcp(in, static_cast<uint32_t>(mtu - overhead), gso_size)) {
         segments.push_back(encapsulated(frame, inner, seg));
         refresh_outer_headers(segments.back(), *ip, index++);
     }
@@ -283,13 +171,6 @@ void insert_vlan_tag(Frame &frame, uint16_t tpid, uint16_t tci)
     frame.insert(frame.begin() + kMacsLength, tag.begin(), tag.end());
 }
 
-size_t ethernet_header_length(const uint8_t *frame, size_t len)
-{
-    size_t at = kMacsLength;
-    while (len >= at + 2 && is_tag_tpid(ef_get_be16(frame + at))) at += kTagLength;
-    return len >= at + 2 ? at + 2 : 0;
-}
-
 bool exceeds_mtu(const uint8_t *frame, size_t len, uint32_t mtu)
 {
     const size_t header = ethernet_header_length(frame, len);
@@ -302,14 +183,15 @@ bool complete_l4_checksum(Frame &frame)
     return ip && write_l4_checksum(frame.data(), *ip);
 }
 
-std::vector<Frame> segment_tcp(const Frame &frame, uint32_t mtu)
+std::vector<Frame> segment_tcp(const Frame &frame, uint32_t mtu, uint16_t gso_size)
 {
     const std::optional<IpLayout> ip = locate_ip(frame.data(), frame.size());
     if (!ip || ip->proto != kProtoTcp || ip->end < ip->l4 + 20) return {};
     const size_t tcp_header = (size_t{frame[ip->l4 + 12]} >> 4) * 4;
     const size_t headers_end = ip->l4 + tcp_header;
     if (tcp_header < 20 || headers_end > ip->end || mtu <= headers_end - ip->l3) return {};
-    const size_t mss = mtu - (headers_end - ip->l3);
+    size_t mss = mtu - (headers_end - ip->l3);
+    if (gso_size != 0) mss = std::min<size_t>(mss, gso_size);
     const size_t payload = ip->end - headers_end;
     std::vector<Frame> segments;
     for (size_t offset = 0, index = 0; offset < payload || index == 0; offset += mss, ++index) {
@@ -320,21 +202,61 @@ std::vector<Frame> segment_tcp(const Frame &frame, uint32_t mtu)
     return segments;
 }
 
+bool complete_checksum_at(Frame &frame, size_t start, size_t offset)
+{
+    if (start + offset + 2 > frame.size())
+        return false;
+    // The field holds the pseudo-header's sum, which the sum from start
+    // takes in; a result of 0 is sent as its other form, as the kernel does.
+    const uint16_t sum = ef_csum_sum(frame.data() + start, static_cast<uint32_t>(frame.size() - start));
+    const auto value = static_cast<uint16_t>(~sum);
+    ef_put_be16(frame.data() + start + offset, value == 0 ? 0xFFFF : value);
+    return true;
+}
+
+namespace {
+
+// The checksum a local sender left, where the kernel said it is, or where
+// the frame's headers put it when the kernel did not say.
+void complete_pending_checksum(Frame &f, const RxOffloadInfo &info)
+{
+    if (info.checksum_start != 0 && complete_checksum_at(f, info.checksum_start, info.checksum_offset))
+        return;
+    if (!complete_vxlan_inner_checksum(f))
+        complete_l4_checksum(f);
+}
+
+// A super-frame is cut at the sender's own segment size when the kernel
+// gave it, else to the MTU; segments come out with their checksums whole.
+std::vector<Frame> segment_super_frame(const Frame &f, const RxOffloadInfo &info, uint32_t mtu)
+{
+    std::vector<Frame> frames = segment_tcp(f, mtu, info.gso_size);
+    if (frames.empty())
+        frames = segment_vxlan_tcp(f, mtu, info.gso_size);
+    return frames;
+}
+
+}  // namespace
+
 FixupResult fix_up_received_frame(const uint8_t *frame, size_t len, const RxOffloadInfo &info,
                                   uint32_t mtu)
 {
     FixupResult result;
     Frame f(frame, frame + len);
-    if (info.vlan_stripped) insert_vlan_tag(f, info.vlan_tpid, info.vlan_tci);
-    if (exceeds_mtu(f.data(), f.size(), mtu)) {
-        result.frames = segment_tcp(f, mtu);
-        if (result.frames.empty())
-            result.frames = segment_vxlan_tcp(f, mtu);
-        result.dropped = result.frames.empty();
-        return result;
+    RxOffloadInfo at = info;
+    if (info.vlan_stripped) {
+        insert_vlan_tag(f, info.vlan_tpid, info.vlan_tci);
+        if (at.checksum_start >= kMacsLength) at.checksum_start = static_cast<uint16_t>(at.checksum_start + kTagLength);
     }
-    if (info.checksum_pending && !complete_vxlan_inner_checksum(f))
-        complete_l4_checksum(f);
+    const bool oversize = exceeds_mtu(f.data(), f.size(), mtu);
+    if (oversize || at.gso_size != 0) {
+        result.frames = segment_super_frame(f, at, mtu);
+        result.dropped = oversize && result.frames.empty();
+        if (!result.frames.empty() || result.dropped)
+            return result;
+    }
+    if (at.checksum_pending)
+        complete_pending_checksum(f, at);
     result.frames.push_back(std::move(f));
     return result;
 }

@@ -6,11 +6,16 @@
 // what the handler sends meanwhile leaves in batches too (tx_batch.h), with
 // sendmmsg. A frame is handed on as soon as it arrives: nothing waits for a
 // batch to fill. What the device leaves to offloads (stripped tags, pending
-// checksums, TCP super-frames), reported in each frame's auxiliary data, is
-// resolved through frame_fixup.h before a frame reaches the handler.
+// checksums, TCP super-frames), reported in each frame's auxiliary data and
+// virtio-net header, is resolved through frame_fixup.h before a frame
+// reaches the handler. Every frame sent carries a virtio-net header too: when
+// the device takes TCP segmentation, the segments of one flow that a batch
+// sends in order leave joined into one super-frame (tcp_join.h).
 #include <arpa/inet.h>
 #include <linux/if_ether.h>
+#include <linux/ethtool.h>
 #include <linux/if_packet.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -28,6 +33,8 @@
 #include "frame_fixup.h"
 #include "port.h"
 #include "rcu.h"
+#include "tcp_join.h"
+#include "vnet_header.h"
 #include "tx_batch.h"
 
 namespace efhost {
@@ -43,6 +50,9 @@ constexpr int kPollTimeoutMs = 100;
 constexpr int kSendAttempts = 50;
 constexpr auto kSendRetryPause = std::chrono::microseconds(200);
 constexpr size_t kEthernetHeader = 14;
+constexpr size_t kVnetHeader = sizeof(VnetHeader);
+// What goes before a frame sent as it is: no offload asked for.
+const VnetHeader kPlainHeader{};
 
 class AfPacketPort final : public Port, public BatchSink {
 public:
@@ -71,6 +81,7 @@ private:
 
     bool fail(std::string &error, const std::string &what, int err);
     bool read_mtu(std::string &error);
+    void read_segmentation_offload();
     bool set_up_socket(int fd, std::string &error);
     bool bind_to(int fd, std::string &error, int ifindex);
     bool join_fanout(int fd, std::string &error, int ifindex);
@@ -81,12 +92,14 @@ private:
     void prepare(RxSlots &slots);
     void deliver(const uint8_t *data, size_t len, size_t wire_len, const msghdr &msg);
     bool send_one(const uint8_t *frame, size_t len);
+    void send_units(std::vector<mmsghdr> &msgs);
 
     std::string device_;
     unsigned workers_;
     std::vector<int> fds_;  // one per worker; the first also sends
     int fd_ = -1;
     uint32_t mtu_ = 0;
+    bool join_tcp_ = false;  // the device takes TCP super-frames
     RxHandler rx_handler_;
     std::vector<std::thread> threads_;
     std::atomic<bool> running_{false};
@@ -132,13 +145,28 @@ bool AfPacketPort::read_mtu(std::string &error)
     return true;
 }
 
-// Every frame comes with its auxiliary data (stripped tag, pending
-// checksum); the buffers absorb bursts while the thread is busy.
+// Whether the device segments TCP itself, read once: a later change by
+// ethtool is not followed.
+void AfPacketPort::read_segmentation_offload()
+{
+    ethtool_value value{};
+    value.cmd = ETHTOOL_GTSO;
+    ifreq req{};
+    std::strncpy(req.ifr_name, device_.c_str(), IFNAMSIZ - 1);
+    req.ifr_data = reinterpret_cast<char *>(&value);
+    join_tcp_ = ioctl(fd_, SIOCETHTOOL, &req) == 0 && value.data != 0;
+}
+
+// Every frame comes with its auxiliary data (stripped tag) and its
+// virtio-net header (pending checksum, super-frame segment size); the
+// buffers absorb bursts while the thread is busy.
 bool AfPacketPort::set_up_socket(int fd, std::string &error)
 {
     const int one = 1;
     if (setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &one, sizeof one) != 0)
         return fail(error, "cannot ask for auxiliary data", errno);
+    if (setsockopt(fd, SOL_PACKET, PACKET_VNET_HDR, &one, sizeof one) != 0)
+        return fail(error, "cannot ask for virtio-net headers", errno);
     for (int opt : {SO_RCVBUFFORCE, SO_SNDBUFFORCE}) {
         if (setsockopt(fd, SOL_SOCKET, opt, &kSocketBuffer, sizeof kSocketBuffer) != 0) {
             const int fallback = opt == SO_RCVBUFFORCE ? SO_RCVBUF : SO_SNDBUF;
@@ -202,6 +230,7 @@ bool AfPacketPort::open(std::string &error)
     mreq.mr_type = PACKET_MR_PROMISC;
     if (setsockopt(fd_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &mreq, sizeof mreq) != 0)
         return fail(error, "cannot enter promiscuous mode", errno);
+    read_segmentation_offload();
     return read_mtu(error);
 }
 
@@ -275,14 +304,25 @@ bool AfPacketPort::wait_for_frames(int fd)
     return (pfd.revents & POLLIN) != 0;
 }
 
-// Frames needing no fix-up go to the handler straight from the slot.
+// Frames needing no fix-up go to the handler straight from the slot, behind
+// their virtio-net header.
 void AfPacketPort::deliver(const uint8_t *data, size_t len, size_t wire_len, const msghdr &msg)
 {
-    if (len < wire_len) {  // did not fit a slot
+    if (len < wire_len || len < kVnetHeader) {  // did not fit a slot
         rx_dropped_.fetch_add(1, std::memory_order_relaxed);
         return;
     }
+    VnetHeader vnet;
+    std::memcpy(&vnet, data, kVnetHeader);
+    data += kVnetHeader;
+    len -= kVnetHeader;
     RxOffloadInfo info;
+    if ((vnet.flags & kVnetNeedsChecksum) != 0) {
+        info.checksum_pending = true;
+        info.checksum_start = vnet.csum_start;
+        info.checksum_offset = vnet.csum_offset;
+    }
+    if ((vnet.gso_type & ~kVnetGsoEcn) != kVnetGsoNone) info.gso_size = vnet.gso_size;
     for (const cmsghdr *c = CMSG_FIRSTHDR(&msg); c != nullptr;
          c = CMSG_NXTHDR(const_cast<msghdr *>(&msg), const_cast<cmsghdr *>(c))) {
         if (c->cmsg_level != SOL_PACKET || c->cmsg_type != PACKET_AUXDATA)
@@ -292,9 +332,10 @@ void AfPacketPort::deliver(const uint8_t *data, size_t len, size_t wire_len, con
         info.vlan_stripped = (aux.tp_status & TP_STATUS_VLAN_VALID) != 0;
         info.vlan_tci = aux.tp_vlan_tci;
         if (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) info.vlan_tpid = aux.tp_vlan_tpid;
-        info.checksum_pending = (aux.tp_status & TP_STATUS_CSUMNOTREADY) != 0;
+        info.checksum_pending |= (aux.tp_status & TP_STATUS_CSUMNOTREADY) != 0;
     }
-    if (!info.vlan_stripped && !info.checksum_pending && len <= mtu_ + kEthernetHeader) {
+    if (!info.vlan_stripped && !info.checksum_pending && info.gso_size == 0 &&
+        len <= mtu_ + kEthernetHeader) {
         rx_.fetch_add(1, std::memory_order_relaxed);
         rx_handler_(data, len);
         return;
@@ -318,9 +359,14 @@ bool AfPacketPort::send(const uint8_t *frame, size_t len)
 // A full device queue is transient; anything else is counted as a failure.
 bool AfPacketPort::send_one(const uint8_t *frame, size_t len)
 {
+    iovec iov[2] = {{const_cast<VnetHeader *>(&kPlainHeader), kVnetHeader},
+                    {const_cast<uint8_t *>(frame), len}};
+    msghdr msg{};
+    msg.msg_iov = iov;
+    msg.msg_iovlen = 2;
     for (int attempt = 0; attempt < kSendAttempts; ++attempt) {
-        const ssize_t n = ::send(fd_, frame, len, 0);
-        if (n == static_cast<ssize_t>(len)) {
+        const ssize_t n = ::sendmsg(fd_, &msg, 0);
+        if (n == static_cast<ssize_t>(kVnetHeader + len)) {
             tx_.fetch_add(1, std::memory_order_relaxed);
             return true;
         }
@@ -331,40 +377,57 @@ bool AfPacketPort::send_one(const uint8_t *frame, size_t len)
     return false;
 }
 
-// One sendmmsg for the whole batch; what a full device queue leaves is tried
-// again after a pause, a frame the kernel refuses for good is counted and
-// skipped.
+// One sendmmsg for the whole batch, each frame behind its virtio-net
+// header; joined TCP segments count as the frames they stand for.
 size_t AfPacketPort::send_batch(const std::vector<uint8_t> *frames, size_t count)
 {
     if (fd_ < 0 || stopped_.load(std::memory_order_relaxed)) {
         tx_failed_.fetch_add(count, std::memory_order_relaxed);
         return 0;
     }
-    std::vector<mmsghdr> msgs(count);
-    std::vector<iovec> iovs(count);
-    for (size_t i = 0; i < count; ++i) {
-        iovs[i] = iovec{const_cast<uint8_t *>(frames[i].data()), frames[i].size()};
-        msgs[i].msg_hdr.msg_iov = &iovs[i];
-        msgs[i].msg_hdr.msg_iovlen = 1;
+    std::vector<TxUnit> units =
+        join_tcp_ ? join_tcp_segments(frames, count) : std::vector<TxUnit>{};
+    if (units.empty())
+        for (size_t i = 0; i < count; ++i) units.push_back(TxUnit{i, 1, {}, {}});
+    std::vector<mmsghdr> msgs(units.size());
+    std::vector<iovec> iovs(2 * units.size());
+    for (size_t u = 0; u < units.size(); ++u) {
+        TxUnit &unit = units[u];
+        const std::vector<uint8_t> &bytes = unit.count > 1 ? unit.joined : frames[unit.first];
+        iovs[2 * u] = iovec{&unit.header, kVnetHeader};
+        iovs[2 * u + 1] = iovec{const_cast<uint8_t *>(bytes.data()), bytes.size()};
+        msgs[u].msg_hdr.msg_iov = &iovs[2 * u];
+        msgs[u].msg_hdr.msg_iovlen = 2;
     }
+    send_units(msgs);
+    size_t sent = 0;
+    for (size_t u = 0; u < units.size(); ++u)
+        if (msgs[u].msg_len != 0) sent += units[u].count;
+    tx_.fetch_add(sent, std::memory_order_relaxed);
+    if (sent < count) tx_failed_.fetch_add(count - sent, std::memory_order_relaxed);
+    return sent;
+}
+
+// What a full device queue leaves is tried again after a pause; a message
+// the kernel refuses for good is skipped. A message that left has its
+// msg_len set, one that did not keeps 0.
+void AfPacketPort::send_units(std::vector<mmsghdr> &msgs)
+{
+    const size_t count = msgs.size();
     size_t done = 0;
     for (int attempt = 0; done < count && attempt < kSendAttempts;) {
         const int n = sendmmsg(fd_, msgs.data() + done, static_cast<unsigned>(count - done), 0);
         if (n > 0) {
             done += static_cast<size_t>(n);
-            tx_.fetch_add(static_cast<uint64_t>(n), std::memory_order_relaxed);
             continue;
         }
         if (errno == ENOBUFS || errno == EAGAIN) {
             attempt++;
             std::this_thread::sleep_for(kSendRetryPause);
         } else if (errno != EINTR) {
-            tx_failed_.fetch_add(1, std::memory_order_relaxed);
             done++;  // refused for good: skip it, send the rest
         }
     }
-    if (done < count) tx_failed_.fetch_add(count - done, std::memory_order_relaxed);
-    return done;
 }
 
 PortCounters AfPacketPort::counters() const
