@@ -5,8 +5,10 @@
 // must change nothing the second time.
 //
 // Input: byte 0 options (bit 0 tag stripped, bit 1 checksum pending, bit 2
-// an 802.1ad tag), bytes 1-2 the stripped tag's control word, bytes 3-4 the
-// device MTU (little-endian), then the frame.
+// an 802.1ad tag, bit 3 bytes 1-2 are also the super-frame's segment size,
+// bit 4 bytes 1 and 2 are also the pending checksum's start and offset),
+// bytes 1-2 the stripped tag's control word, bytes 3-4 the device MTU
+// (little-endian), then the frame.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -42,6 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     info.checksum_pending = (data[0] & 0x02) != 0;
     info.vlan_tpid = (data[0] & 0x04) != 0 ? 0x88A8 : 0x8100;
     info.vlan_tci = static_cast<uint16_t>(data[1] << 8 | data[2]);
+    if ((data[0] & 0x08) != 0) info.gso_size = info.vlan_tci;
+    if ((data[0] & 0x10) != 0) {
+        info.checksum_start = data[1];
+        info.checksum_offset = data[2];
+    }
     const uint32_t mtu = static_cast<uint32_t>(data[3] | data[4] << 8);
     const uint8_t *frame = data + kHeader;
     const size_t len = size - kHeader;

@@ -676,6 +676,35 @@ void fixup_seeds()
                                                                        inner_ipv4_frame(a, b, 64)}))))));
     write_seed("frame_fixup", "icmpv6_tag_stripped",
                fixup_input(0x03, 0x2014, 1500, nd(135, a, b, "fd00::1", "fd00::2", "fd00::2", 0)));
+    // The kernel's virtio-net header: a segment size below the MTU's, and
+    // a pending checksum's place (UDP's, 34 + 6).
+    write_seed("frame_fixup", "tcp4_super_frame_with_segment_size", fixup_input(0x0A, 1000, 1500, tcp4));
+    write_seed("frame_fixup", "udp4_checksum_where_the_kernel_says",
+               fixup_input(0x12, 34 << 8 | 6, 1500,
+                           eth(a, b, 0x0800, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), 17,
+                                                  udp(1, 2, counting(100))))));
+}
+
+Bytes join_input(uint16_t mtu, uint8_t what, uint8_t which, uint8_t where, const Bytes &frame)
+{
+    Bytes in = le16(mtu);
+    in.insert(in.end(), {what, which, where});
+    in.insert(in.end(), frame.begin(), frame.end());
+    return in;
+}
+
+void join_seeds()
+{
+    const Mac a{0x02, 0, 0, 0, 0, 1}, b{0x02, 0, 0, 0, 0, 2};
+    const Bytes tcp4 = eth(a, b, 0x0800, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), 6,
+                                              tcp(1000, 0x18, counting(6000))));
+    const Bytes tcp6 = eth(a, b, 0x86DD, ipv6(addr6("fd00::1"), addr6("fd00::2"), 6,
+                                              tcp(1000, 0x10, counting(6000))));
+    write_seed("tcp_join", "tcp4_segments_in_order", join_input(1500, 0, 0, 0, tcp4));
+    write_seed("tcp_join", "tcp6_segments_in_order", join_input(1400, 0, 0, 0, tcp6));
+    write_seed("tcp_join", "tcp4_two_segments_swapped", join_input(1000, 0x01, 2, 0, tcp4));
+    write_seed("tcp_join", "tcp6_one_segment_damaged", join_input(1000, 0x04, 1, 77, tcp6));
+    write_seed("tcp_join", "tcp4_push_in_the_middle", join_input(1000, 0x08, 2, 0, tcp4));
 }
 
 void l3_seeds()
@@ -776,6 +805,7 @@ int main(int argc, char **argv)
     parser_seeds();
     forward_seeds();
     fixup_seeds();
+    join_seeds();
     l3_seeds();
     config_seeds(docs);
     args_seeds();

@@ -18,7 +18,7 @@ if [ $# -lt 1 ] || ! [[ $1 =~ ^[0-9]+$ ]]; then
 fi
 seconds=$1
 shift
-all_targets=(channel parser forward frame_fixup l3_input efhost_config vxlanctl_apply vxlanctl_args control_envelope)
+all_targets=(channel parser forward frame_fixup tcp_join l3_input efhost_config vxlanctl_apply vxlanctl_args control_envelope)
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all_targets[@]}")
 
@@ -33,7 +33,7 @@ ninja -C "$build" fuzz_targets >/dev/null
 max_len() {
   case $1 in
     channel) echo 20000 ;;
-    parser|forward|frame_fixup) echo 10000 ;;
+    parser|forward|frame_fixup|tcp_join) echo 10000 ;;
     control_envelope) echo 70000 ;;
     *) echo 4096 ;;
   esac

@@ -32,6 +32,13 @@ struct Segment {
     size_t payload() const { return ip.end - payload_at; }
 };
 
+// A bad IPv4 header checksum would come out of the kernel's segmentation
+// mended, so such a segment is not joined.
+bool ipv4_header_valid(const uint8_t *f, const IpLayout &ip)
+{
+    return ip.v6 || ef_csum_sum(f + ip.l3, static_cast<uint32_t>(ip.l4 - ip.l3)) == 0xFFFF;
+}
+
 bool tcp_checksum_valid(const uint8_t *f, const IpLayout &ip)
 {
     const size_t length = ip.end - ip.l4;
@@ -41,7 +48,7 @@ bool tcp_checksum_valid(const uint8_t *f, const IpLayout &ip)
 
 // TCP with data over IPv4 without options or IPv6 without extension
 // headers, carrying ACK and at most PSH besides, no Ethernet padding, its
-// checksum right: what the kernel's segmentation gives back byte for byte.
+// checksums right: what the kernel's segmentation gives back byte for byte.
 std::optional<Segment> joinable(const std::vector<uint8_t> &frame)
 {
     const uint8_t *f = frame.data();
@@ -52,7 +59,7 @@ std::optional<Segment> joinable(const std::vector<uint8_t> &frame)
     Segment s{*ip, ip->l4 + (size_t{f[ip->l4 + 12]} >> 4) * 4, ef_get_be32(f + ip->l4 + 4),
               ip->v6 ? uint16_t{0} : ef_get_be16(f + ip->l3 + 4), f[ip->l4 + 13]};
     if (s.payload_at < ip->l4 + kTcpMinHeader || s.payload_at >= ip->end ||
-        (s.flags & ~kTcpPsh) != kTcpAck || !tcp_checksum_valid(f, *ip))
+        (s.flags & ~kTcpPsh) != kTcpAck || !ipv4_header_valid(f, *ip) || !tcp_checksum_valid(f, *ip))
         return std::nullopt;
     return s;
 }
