@@ -61,10 +61,15 @@ DEV_TX=${P}a
 DEV_RX=${P}b
 WORK=
 BLAST_PID=
+FG_PID=
 
 cleanup() {
     trap - EXIT INT TERM HUP
-    if [ -n "$BLAST_PID" ]; then kill "$BLAST_PID" 2>/dev/null || true; wait "$BLAST_PID" 2>/dev/null || true; fi
+    local pid
+    for pid in $FG_PID $BLAST_PID; do
+        kill "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
     ip netns del "$NS_TX" 2>/dev/null || true
     ip netns del "$NS_RX" 2>/dev/null || true
     [ -z "$WORK" ] || rm -rf "$WORK"
@@ -88,6 +93,24 @@ RAW=$WORK/runs
 
 load() { cut -d' ' -f1 /proc/loadavg; }
 
+# Runs sockbench in the background and waits for it, so that a trapped signal
+# ends the wait at once (bash runs a trap only after a foreground command)
+# and the EXIT trap stops it; its line goes to $WORK/line, and a failure
+# ends the script with sockbench's message.
+bench() {   # namespace sockbench-args...
+    local ns=$1 rc=0
+    shift
+    ip netns exec "$ns" "$WORK/sockbench" "$@" >"$WORK/line" 2>"$WORK/err" &
+    FG_PID=$!
+    wait "$FG_PID" || rc=$?
+    FG_PID=
+    if [ "$rc" != 0 ]; then
+        echo "sockbench.sh: sockbench $* failed:" >&2
+        cat "$WORK/err" >&2
+        exit 1
+    fi
+}
+
 # User and system ticks of a process so far. The kernel here charges softirq
 # work to the task it interrupts, so the sender's figure includes handing
 # each frame to the receiving socket or ring.
@@ -99,6 +122,12 @@ ticks() {   # pid
     echo $(( ${12} + ${13} ))
 }
 
+# Keeps one run's line, shown as it comes.
+record() {   # line
+    echo "$1" >>"$RAW"
+    echo "$1" >&2
+}
+
 # One run: the sockbench line with the qdisc and the load average appended.
 run_rx() {   # method
     ip netns exec "$NS_TX" "$WORK/pktblast" -i "$DEV_TX" --dst-mac "$RX_MAC" -c 0 -b 64 \
@@ -107,20 +136,19 @@ run_rx() {   # method
     sleep 0.5
     local line t0 t1 frames
     t0=$(ticks "$BLAST_PID")
-    line=$(ip netns exec "$NS_RX" "$WORK/sockbench" -m "$1" -i "$DEV_RX" -c 1 -t "$DURATION" 2>/dev/null)
+    bench "$NS_RX" -m "$1" -i "$DEV_RX" -c 1 -t "$DURATION"
+    line=$(<"$WORK/line")
     t1=$(ticks "$BLAST_PID")
     wait "$BLAST_PID" || true
     BLAST_PID=
     frames=$(sed -n 's/.* frames=\([0-9]*\) .*/\1/p' <<<"$line")
-    echo "$line qdisc=- load=$(load) sender_cpu_s_per_M=$(awk -v t=$((t1 - t0)) -v hz="$(getconf CLK_TCK)" \
+    record "$line qdisc=- load=$(load) sender_cpu_s_per_M=$(awk -v t=$((t1 - t0)) -v hz="$(getconf CLK_TCK)" \
         -v f="$frames" 'BEGIN { printf "%.3f", (f > 0 ? t / hz / (f / 1e6) : 0) }')"
 }
 
 run_tx() {   # method qdisc
-    local line
-    line=$(ip netns exec "$NS_TX" "$WORK/sockbench" -m "$1" -i "$DEV_TX" --dst-mac "$RX_MAC" \
-        -c 1 -t "$DURATION" 2>/dev/null)
-    echo "$line qdisc=$2 load=$(load)"
+    bench "$NS_TX" -m "$1" -i "$DEV_TX" --dst-mac "$RX_MAC" -c 1 -t "$DURATION"
+    record "$(<"$WORK/line") qdisc=$2 load=$(load)"
 }
 
 set_qdisc() {   # qdisc
@@ -134,12 +162,12 @@ set_qdisc() {   # qdisc
 echo "== $(nproc) CPUs, kernel $(uname -r), load average at start: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
 for ((rep = 1; rep <= REPS; rep++)); do
     for m in $RX_METHODS; do
-        run_rx "$m" | tee -a "$RAW" >&2
+        run_rx "$m"
     done
     for q in $TX_QDISCS; do
         set_qdisc "$q"
         for m in $TX_METHODS; do
-            run_tx "$m" "$q" | tee -a "$RAW" >&2
+            run_tx "$m" "$q"
         done
     done
 done
