@@ -17,7 +17,8 @@
 #   bench/e2e/sockbench.sh [--reps N] [--duration S] [--log FILE]
 #
 # Needs root (namespaces, veths, tc) and a C compiler. Everything it makes is
-# named after its pid and removed on exit, whatever ends it.
+# named after its pid and removed when it ends, also on Ctrl-C, TERM or HUP
+# (not on SIGKILL: then `ip netns del sb<pid>-tx sb<pid>-rx`).
 set -euo pipefail
 
 HERE=$(cd "$(dirname "$0")" && pwd)
