@@ -244,8 +244,38 @@ TEST(EfhostConfigTest, RefusesUnknownTopLevelKey)
 {
     EXPECT_EQ(refusal(kHead + "mac_age: 5\n"),
               "cfg.yaml:5: field 'mac_age' is not known (allowed: instance, tmpdir, control_socket, "
-              "syslog_file, module, overlay, capabilities, mlag, mac_age_seconds, mac_table_capacity, packet_workers, "
+              "syslog_file, module, overlay, metrics, capabilities, mlag, mac_age_seconds, mac_table_capacity, packet_workers, "
               "interfaces, routes, neighbours)");
+}
+
+TEST(EfhostConfigTest, MetricsAddressIsReadForBothFamilies)
+{
+    Config c;
+    std::string error;
+    ASSERT_TRUE(parse_config(kHead + "metrics: 127.0.0.1:9464\n", "cfg.yaml", c, error)) << error;
+    EXPECT_EQ(c.metrics_host, "127.0.0.1");
+    EXPECT_EQ(c.metrics_port, 9464u);
+    ASSERT_TRUE(parse_config(kHead + "metrics: \"[::1]:80\"\n", "cfg.yaml", c, error)) << error;
+    EXPECT_EQ(c.metrics_host, "::1");
+    EXPECT_EQ(c.metrics_port, 80u);
+    Config none;
+    ASSERT_TRUE(parse_config(kHead, "cfg.yaml", none, error)) << error;
+    EXPECT_EQ(none.metrics_port, 0u);
+}
+
+TEST(EfhostConfigTest, RefusesAMetricsAddressWithoutAddressOrPort)
+{
+    const std::string allowed = " (ADDRESS:PORT with an IPv4 address or a bracketed IPv6 one and a port from 1 to "
+                                "65535, e.g. 127.0.0.1:9464 or [::1]:9464)";
+    const std::pair<std::string, std::string> cases[] = {
+        {"localhost:9464", "'localhost:9464' has no IP address before its port"},
+        {"127.0.0.1", "'127.0.0.1' has no port"},
+        {"127.0.0.1:0", "'127.0.0.1:0' has no port from 1 to 65535"},
+        {"127.0.0.1:65536", "'127.0.0.1:65536' has no port from 1 to 65535"},
+        {"::1:80", "'::1:80' has no IP address before its port"},
+    };
+    for (const auto &[bad, problem] : cases)
+        EXPECT_EQ(refusal(kHead + "metrics: \"" + bad + "\"\n"), "cfg.yaml:5: field 'metrics': " + problem + allowed);
 }
 
 TEST(EfhostConfigTest, RefusesUnknownKeyInsideAnAttachment)

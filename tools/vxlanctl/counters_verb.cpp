@@ -57,9 +57,10 @@ std::string object_rates(const Json &before, const Json &after, double seconds)
 {
     std::string out;
     for (const auto &[key, value] : after.items()) {
-        if (!value.is_number_unsigned() || kGauges.count(key) || kNames.count(key) || !before.contains(key))
+        if (!value.is_number_integer() || kGauges.count(key) || kNames.count(key))
             continue;
-        const uint64_t was = before.at(key).get<uint64_t>();
+        // A row new since the last sample counts from zero.
+        const uint64_t was = before.contains(key) ? before.at(key).get<uint64_t>() : 0;
         const uint64_t now = value.get<uint64_t>();
         out += (out.empty() ? "" : ", ") + key + " " + rate_text(now >= was ? (now - was) / seconds : 0);
     }
@@ -111,6 +112,22 @@ void group_rates(const std::string &group, const Json &before, const Json &after
         lines.push_back(group + ": " + text);
 }
 
+// The drops line: the total rate, then the reasons that dropped anything.
+void drop_rates(const Json &before, const Json &after, double seconds, std::vector<std::string> &lines)
+{
+    double total = 0;
+    std::string reasons;
+    for (const auto &[reason, value] : after.items()) {
+        const uint64_t was = before.contains(reason) ? before.at(reason).get<uint64_t>() : 0;
+        const uint64_t now = value.get<uint64_t>();
+        if (now <= was)
+            continue;
+        total += (now - was) / seconds;
+        reasons += ", " + reason + " " + rate_text((now - was) / seconds);
+    }
+    lines.push_back("module drops: total " + rate_text(total) + reasons);
+}
+
 int print_rates(const std::string &socket_path, double timeout_s, const CountersOptions &options, std::ostream &out,
                 std::ostream &err)
 {
@@ -153,7 +170,7 @@ std::vector<std::string> rate_lines(const Json &before, const Json &after, doubl
             array_rates("port", member(before, "ports"), value, seconds, lines);
         else if (key == "module") {
             const Json &was = member(before, "module");
-            group_rates("module drops", member(was, "drops"), value.at("drops"), seconds, lines);
+            drop_rates(member(was, "drops"), value.at("drops"), seconds, lines);
             array_rates("vni", member(was, "vnis"), value.at("vnis"), seconds, lines);
             array_rates("tunnel", member(was, "tunnels"), value.at("tunnels"), seconds, lines);
         } else if (value.is_object())

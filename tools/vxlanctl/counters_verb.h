@@ -25,7 +25,8 @@ int run_counters(const std::string &socket_path, double timeout_s, const Counter
 // The rates between two counters documents taken seconds apart: one line per
 // group ("pipeline", "port 1 eth0", "vni 1000", "tunnel 45001 tunnel1",
 // "module drops" ...) with each counter per second; gauges (entries in a
-// table, buffers in use, packets waiting) are left out.
+// table, buffers in use, packets waiting) are left out, and the drops line
+// names only the reasons that dropped something after its total.
 std::vector<std::string> rate_lines(const nlohmann::ordered_json &before, const nlohmann::ordered_json &after,
                                     double seconds);
 

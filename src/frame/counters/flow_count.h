@@ -14,7 +14,8 @@ namespace vxlan_ef {
 enum class FlowDir { Rx, Tx, FloodTx };
 
 // Counts one frame of bytes inner bytes for vni and for the tunnel ifindex
-// (a zero key is not counted in its table). Tx and FloodTx both count as
+// (a zero key is not counted in its table; a key the table has no room
+// for is counted as untracked). Tx and FloodTx both count as
 // encapsulated; FloodTx also as a flood copy.
 void count_flow(FlowDir dir, uint32_t vni, uint32_t tunnel_ifx, uint32_t bytes);
 
