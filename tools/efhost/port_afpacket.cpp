@@ -12,8 +12,8 @@
 // the device takes TCP segmentation, the segments of one flow that a batch
 // sends in order leave joined into one super-frame (tcp_join.h).
 #include <arpa/inet.h>
-#include <linux/if_ether.h>
 #include <linux/ethtool.h>
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -34,8 +34,8 @@
 #include "port.h"
 #include "rcu.h"
 #include "tcp_join.h"
-#include "vnet_header.h"
 #include "tx_batch.h"
+#include "vnet_header.h"
 
 namespace efhost {
 
