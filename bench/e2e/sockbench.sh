@@ -14,7 +14,13 @@
 # costs. Runs go round the methods REPS times, so that a burst of other work
 # on the machine spreads over all of them; the table gives the medians.
 #
-#   bench/e2e/sockbench.sh [--reps N] [--duration S] [--log FILE]
+# --latency measures instead how long a frame takes to reach user space:
+# sockbench tx-stamp (CPU 0) sends one stamped frame every 10 ms, and every
+# 100 us (10 000/s), and the receiver (CPU 1) is recvmmsg or the ring with a
+# 1 ms or a 4 ms block timeout; the table gives the medians of each
+# percentile over the repetitions.
+#
+#   bench/e2e/sockbench.sh [--latency] [--reps N] [--duration S] [--log FILE]
 #
 # Needs root (namespaces, veths, tc) and a C compiler. Everything it makes is
 # named after its pid and removed when it ends, also on Ctrl-C, TERM or HUP
@@ -25,16 +31,23 @@ HERE=$(cd "$(dirname "$0")" && pwd)
 REPS=3
 DURATION=5
 LOG=
+LATENCY=0
 RX_METHODS="rx-mmsg rx-ring"
 TX_METHODS="tx-mmsg tx-mmsg-bypass tx-ring tx-ring-bypass"
 TX_QDISCS="noqueue pfifo_fast"
+# Latency runs: receive method and block timeout (- for recvmmsg).
+LAT_RECEIVERS="rx-mmsg:- rx-ring:1 rx-ring:4"
+LAT_INTERVALS_US="10000 100"
 
 usage() {
     cat <<EOF
-Usage: sockbench.sh [--reps N] [--duration S] [--log FILE]
+Usage: sockbench.sh [--latency] [--reps N] [--duration S] [--log FILE]
 Measures receiving (recvmmsg against a TPACKET_V3 ring) and sending (sendmmsg
 and a TPACKET_V2 ring, each through the qdisc and with PACKET_QDISC_BYPASS) of
 64-byte frames on a veth pair in namespaces of its own, and prints the medians.
+  --latency      instead, the time from send() to user space of frames sent
+                 every 10 ms and every 100 us, for recvmmsg and for the ring
+                 with a 1 ms and a 4 ms block timeout
   --reps N       runs of each method (default $REPS)
   --duration S   seconds per run (default $DURATION)
   --log FILE     also keep every run's line in FILE
@@ -47,6 +60,7 @@ while [ $# -gt 0 ]; do
     --reps) REPS=$2; shift 2 ;;
     --duration) DURATION=$2; shift 2 ;;
     --log) LOG=$2; shift 2 ;;
+    --latency) LATENCY=1; shift ;;
     -h|--help) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;
     esac
@@ -62,12 +76,13 @@ DEV_TX=${P}a
 DEV_RX=${P}b
 WORK=
 BLAST_PID=
+STAMP_PID=
 FG_PID=
 
 cleanup() {
     trap - EXIT INT TERM HUP
     local pid
-    for pid in $FG_PID $BLAST_PID; do
+    for pid in $FG_PID $BLAST_PID $STAMP_PID; do
         kill "$pid" 2>/dev/null || true
         wait "$pid" 2>/dev/null || true
     done
@@ -82,7 +97,7 @@ trap 'exit 129' HUP
 
 WORK=$(mktemp -d /tmp/sockbench.XXXXXX)
 cc -O2 -Wall -Wextra -Werror -o "$WORK/sockbench" "$HERE/sockbench.c"
-cc -O2 -Wall -Wextra -Werror -o "$WORK/pktblast" "$HERE/pktblast.c"
+[ "$LATENCY" = 1 ] || cc -O2 -Wall -Wextra -Werror -o "$WORK/pktblast" "$HERE/pktblast.c"
 
 ip netns add "$NS_TX"
 ip netns add "$NS_RX"
@@ -152,6 +167,50 @@ run_tx() {   # method qdisc
     record "$(<"$WORK/line") qdisc=$2 load=$(load)"
 }
 
+# One latency run: tx-stamp starts first, so that the receiver sees stamped
+# frames from its first moment, and outlives it.
+run_latency() {   # method block-timeout interval-us
+    local tov=()
+    [ "$2" = - ] || tov=(--block-tov "$2")
+    ip netns exec "$NS_TX" "$WORK/sockbench" -m tx-stamp -i "$DEV_TX" --dst-mac "$RX_MAC" -c 0 \
+        --interval-us "$3" -t $((DURATION + 2)) >/dev/null &
+    STAMP_PID=$!
+    sleep 0.5
+    bench "$NS_RX" -m "$1" -i "$DEV_RX" -c 1 -t "$DURATION" --latency "${tov[@]}"
+    record "$(<"$WORK/line") block_tov_ms=$2 interval_us=$3 load=$(load)"
+    kill "$STAMP_PID" 2>/dev/null || true
+    wait "$STAMP_PID" 2>/dev/null || true
+    STAMP_PID=
+}
+
+latency_table() {
+    awk '
+function field(k,   i, kv) { for (i = 1; i <= NF; i++) { split($i, kv, "="); if (kv[1] == k) return kv[2] } }
+function median(list,   a, n, i, j, t) {
+    n = split(list, a, " ")
+    for (i = 1; i <= n; i++) for (j = i + 1; j <= n; j++) if (a[j] + 0 < a[i] + 0) { t = a[i]; a[i] = a[j]; a[j] = t }
+    return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
+}
+{
+    k = field("method") " " field("block_tov_ms") " " field("interval_us")
+    if (!(k in st)) order[++n] = k
+    st[k] = st[k] " " field("stamped"); ld[k] = ld[k] " " field("load")
+    p50[k] = p50[k] " " field("p50_us"); p90[k] = p90[k] " " field("p90_us")
+    p99[k] = p99[k] " " field("p99_us"); mx[k] = mx[k] " " field("max_us")
+    drops[k] += field("drops")
+}
+END {
+    printf "| receiver | block timeout, ms | frames/s sent | frames seen (median) | median, us | 90th, us | 99th, us | max, us | drops | load avg (median) |\n"
+    printf "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n"
+    for (i = 1; i <= n; i++) {
+        split(order[i], f, " ")
+        printf "| %s | %s | %.0f | %.0f | %.1f | %.1f | %.1f | %.1f | %d | %.2f |\n", f[1], f[2],
+            1e6 / f[3], median(st[order[i]]), median(p50[order[i]]), median(p90[order[i]]),
+            median(p99[order[i]]), median(mx[order[i]]), drops[order[i]], median(ld[order[i]])
+    }
+}' "$RAW"
+}
+
 set_qdisc() {   # qdisc
     if [ "$1" = noqueue ]; then
         ip netns exec "$NS_TX" tc qdisc del dev "$DEV_TX" root 2>/dev/null || true
@@ -161,6 +220,19 @@ set_qdisc() {   # qdisc
 }
 
 echo "== $(nproc) CPUs, kernel $(uname -r), load average at start: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
+if [ "$LATENCY" = 1 ]; then
+    for ((rep = 1; rep <= REPS; rep++)); do
+        for iv in $LAT_INTERVALS_US; do
+            for r in $LAT_RECEIVERS; do
+                run_latency "${r%%:*}" "${r#*:}" "$iv"
+            done
+        done
+    done
+    echo "== load average at end: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
+    [ -z "$LOG" ] || cp "$RAW" "$LOG"
+    latency_table
+    exit 0
+fi
 for ((rep = 1; rep <= REPS; rep++)); do
     for m in $RX_METHODS; do
         run_rx "$m"
