@@ -194,13 +194,13 @@ function median(list,   a, n, i, j, t) {
 {
     k = field("method") " " field("block_tov_ms") " " field("interval_us")
     if (!(k in st)) order[++n] = k
-    st[k] = st[k] " " field("stamped"); ld[k] = ld[k] " " field("load")
+    st[k] = st[k] " " field("stamped") / field("seconds"); ld[k] = ld[k] " " field("load")
     p50[k] = p50[k] " " field("p50_us"); p90[k] = p90[k] " " field("p90_us")
     p99[k] = p99[k] " " field("p99_us"); mx[k] = mx[k] " " field("max_us")
     drops[k] += field("drops")
 }
 END {
-    printf "| receiver | block timeout, ms | frames/s sent | frames seen (median) | median, us | 90th, us | 99th, us | max, us | drops | load avg (median) |\n"
+    printf "| receiver | block timeout, ms | frames/s asked | frames/s seen (median) | median, us | 90th, us | 99th, us | max, us | drops | load avg (median) |\n"
     printf "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n"
     for (i = 1; i <= n; i++) {
         split(order[i], f, " ")
