@@ -30,14 +30,15 @@ typedef struct vxlan_ef_flow_counts {
     uint64_t flood_bytes;
 } vxlan_ef_flow_counts_t;
 
-/* How many VNIs and tunnels the module counts; past them a frame is counted
- * in untracked only. */
+/* The most VNIs and tunnels a read reports (the first by number). The module
+ * counts up to twice VXLAN_EF_COUNTED_VNIS (VNI, tunnel) pairs; a frame of
+ * a pair beyond them is counted in untracked only. */
 #define VXLAN_EF_COUNTED_VNIS 4096u
 #define VXLAN_EF_COUNTED_TUNNELS 1024u
 
 typedef struct vxlan_ef_counters {
     vxlan_ef_drop_counts_t drops;
-    uint64_t untracked; /* frames of a VNI or tunnel beyond the rows above */
+    uint64_t untracked; /* frames of a (VNI, tunnel) pair beyond those counted */
     uint32_t vni_count;
     uint32_t tunnel_count;
     vxlan_ef_flow_counts_t vnis[VXLAN_EF_COUNTED_VNIS];       /* vni_count rows, by VNI */

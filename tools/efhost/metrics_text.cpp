@@ -171,7 +171,7 @@ void module(const Json &m, Exposition &e)
         e.add("vxlan_ef_drops_total", "counter", "Frames the VXLAN module dropped, by reason",
               label("reason", reason), count.get<uint64_t>());
     e.add("vxlan_ef_untracked_frames_total", "counter",
-          "Frames of a VNI or tunnel beyond those the module counts one by one", "", num(m, "untracked"));
+          "Frames of a (VNI, tunnel) pair beyond those the module counts", "", num(m, "untracked"));
     flows(m.at("vnis"), "vxlan_ef_vni_", "VNI", false, e);
     flows(m.at("tunnels"), "vxlan_ef_tunnel_", "tunnel interface", true, e);
 }

@@ -1,10 +1,10 @@
 // The drop and flow counters of drop_count.h and flow_count.h, and
 // vxlan_ef_counters_read, which hands them to the process that loaded the
 // module.
-#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <map>
 
 #include "frame/counters/drop_count.h"
 #include "frame/counters/flow_count.h"
@@ -26,8 +26,11 @@ void read_drop_counts(vxlan_ef_drop_counts_t *out)
 
 namespace {
 
+// One row per (VNI, tunnel) pair a frame was counted for: a frame costs one
+// lookup and two atomic adds, and the reader sums the rows per VNI and per
+// tunnel.
 struct alignas(64) FlowRow {
-    std::atomic<uint32_t> key{0};
+    std::atomic<uint64_t> key{0};  // VNI << 32 | tunnel ifindex; 0: free
     std::atomic<uint64_t> rx_frames{0};
     std::atomic<uint64_t> rx_bytes{0};
     std::atomic<uint64_t> tx_frames{0};  // unicast only; flood copies are below
@@ -36,78 +39,53 @@ struct alignas(64) FlowRow {
     std::atomic<uint64_t> flood_bytes{0};
 };
 
+constexpr uint32_t kPairs = VXLAN_EF_COUNTED_VNIS * 2;
 // Twice as many slots as rows keeps probes short when the table is full.
-template <uint32_t Rows>
-struct FlowTable {
-    static constexpr uint32_t kSlots = Rows * 2;
-    static_assert((kSlots & (kSlots - 1)) == 0, "slots must be a power of two");
-    FlowRow slots[kSlots];
-    std::atomic<uint32_t> used{0};
+constexpr uint32_t kSlots = kPairs * 2;
+static_assert((kSlots & (kSlots - 1)) == 0, "slots must be a power of two");
 
-    // The row of key: one probe for a key found where it hashes, which is
-    // what a flow's frames meet once their row exists.
-    FlowRow *find(uint32_t key)
-    {
-        FlowRow &first = slots[(key * 0x9E3779B1u) & (kSlots - 1)];
-        if (first.key.load(std::memory_order_relaxed) == key)
-            return &first;
-        return row(key);
-    }
-
-    // The row of key, claimed when new; nullptr when the table has no room.
-    __attribute__((noinline)) FlowRow *row(uint32_t key)
-    {
-        uint32_t at = (key * 0x9E3779B1u) & (kSlots - 1);
-        for (uint32_t probes = 0; probes < kSlots; probes++, at = (at + 1) & (kSlots - 1)) {
-            FlowRow &r = slots[at];
-            uint32_t k = r.key.load(std::memory_order_relaxed);
-            if (k == key)
-                return &r;
-            if (k != 0)
-                continue;
-            if (used.fetch_add(1, std::memory_order_relaxed) >= Rows) {
-                used.fetch_sub(1, std::memory_order_relaxed);
-                return nullptr;
-            }
-            if (r.key.compare_exchange_strong(k, key, std::memory_order_relaxed))
-                return &r;
-            used.fetch_sub(1, std::memory_order_relaxed);
-            if (k == key)  // another thread claimed it for the same key
-                return &r;
-        }
-        return nullptr;
-    }
-
-    // Rows in use, in slot order; returns how many were written.
-    uint32_t read(vxlan_ef_flow_counts_t *out) const
-    {
-        uint32_t n = 0;
-        for (const FlowRow &r : slots) {
-            const uint32_t key = r.key.load(std::memory_order_relaxed);
-            if (key == 0 || n == Rows)
-                continue;
-            constexpr auto relaxed = std::memory_order_relaxed;
-            const uint64_t flood_frames = r.flood_frames.load(relaxed);
-            const uint64_t flood_bytes = r.flood_bytes.load(relaxed);
-            out[n++] = vxlan_ef_flow_counts_t{key,
-                                              0,
-                                              r.rx_frames.load(relaxed),
-                                              r.rx_bytes.load(relaxed),
-                                              r.tx_frames.load(relaxed) + flood_frames,
-                                              r.tx_bytes.load(relaxed) + flood_bytes,
-                                              flood_frames,
-                                              flood_bytes};
-        }
-        return n;
-    }
-};
-
-FlowTable<VXLAN_EF_COUNTED_VNIS> g_vni_flows;
-FlowTable<VXLAN_EF_COUNTED_TUNNELS> g_tunnel_flows;
+FlowRow g_rows[kSlots];
+std::atomic<uint32_t> g_used{0};
 std::atomic<uint64_t> g_untracked{0};
 
+uint32_t slot_of(uint64_t key) { return static_cast<uint32_t>((key * 0x9E3779B97F4A7C15ull) >> 40) & (kSlots - 1); }
+
+// The row of key, claimed when new; nullptr when the table has no room.
+__attribute__((noinline)) FlowRow *claim(uint64_t key)
+{
+    uint32_t at = slot_of(key);
+    for (uint32_t probes = 0; probes < kSlots; probes++, at = (at + 1) & (kSlots - 1)) {
+        FlowRow &r = g_rows[at];
+        uint64_t k = r.key.load(std::memory_order_relaxed);
+        if (k == key)
+            return &r;
+        if (k != 0)
+            continue;
+        if (g_used.fetch_add(1, std::memory_order_relaxed) >= kPairs) {
+            g_used.fetch_sub(1, std::memory_order_relaxed);
+            return nullptr;
+        }
+        if (r.key.compare_exchange_strong(k, key, std::memory_order_relaxed))
+            return &r;
+        g_used.fetch_sub(1, std::memory_order_relaxed);
+        if (k == key)  // another thread claimed it for the same key
+            return &r;
+    }
+    return nullptr;
+}
+
+// One probe for a key found where it hashes, which is what a flow's frames
+// meet once their row exists.
+FlowRow *find(uint64_t key)
+{
+    FlowRow &first = g_rows[slot_of(key)];
+    if (first.key.load(std::memory_order_relaxed) == key)
+        return &first;
+    return claim(key);
+}
+
 // A flood copy is counted only as such: the reader adds the copies to the
-// encapsulated figures, which saves two atomic adds per copy and table.
+// encapsulated figures.
 void add(FlowRow &r, FlowDir dir, uint32_t bytes)
 {
     constexpr auto relaxed = std::memory_order_relaxed;
@@ -127,12 +105,42 @@ void add(FlowRow &r, FlowDir dir, uint32_t bytes)
     }
 }
 
-template <typename Table>
-void count_in(Table &table, uint32_t key, FlowDir dir, uint32_t bytes)
+void accumulate(vxlan_ef_flow_counts_t &sum, const FlowRow &r)
 {
+    constexpr auto relaxed = std::memory_order_relaxed;
+    const uint64_t flood_frames = r.flood_frames.load(relaxed);
+    const uint64_t flood_bytes = r.flood_bytes.load(relaxed);
+    sum.rx_frames += r.rx_frames.load(relaxed);
+    sum.rx_bytes += r.rx_bytes.load(relaxed);
+    sum.tx_frames += r.tx_frames.load(relaxed) + flood_frames;
+    sum.tx_bytes += r.tx_bytes.load(relaxed) + flood_bytes;
+    sum.flood_frames += flood_frames;
+    sum.flood_bytes += flood_bytes;
+}
+
+// Rows of sums by key, in key order, at most room of them; returns the count.
+uint32_t copy_out(const std::map<uint32_t, vxlan_ef_flow_counts_t> &sums, vxlan_ef_flow_counts_t *out,
+                  uint32_t room)
+{
+    uint32_t n = 0;
+    for (const auto &[key, sum] : sums) {
+        if (n == room)
+            break;
+        out[n] = sum;
+        out[n].key = key;
+        n++;
+    }
+    return n;
+}
+
+}  // namespace
+
+void count_flow(FlowDir dir, uint32_t vni, uint32_t tunnel_ifx, uint32_t bytes)
+{
+    const uint64_t key = (static_cast<uint64_t>(vni) << 32) | tunnel_ifx;
     if (key == 0)
         return;
-    FlowRow *r = table.find(key);
+    FlowRow *r = find(key);
     if (r == nullptr) {
         g_untracked.fetch_add(1, std::memory_order_relaxed);
         return;
@@ -140,23 +148,23 @@ void count_in(Table &table, uint32_t key, FlowDir dir, uint32_t bytes)
     add(*r, dir, bytes);
 }
 
-}  // namespace
-
-void count_flow(FlowDir dir, uint32_t vni, uint32_t tunnel_ifx, uint32_t bytes)
-{
-    count_in(g_vni_flows, vni, dir, bytes);
-    count_in(g_tunnel_flows, tunnel_ifx, dir, bytes);
-}
-
 void read_flow_counts(vxlan_ef_counters_t *out)
 {
-    auto by_key = [](const vxlan_ef_flow_counts_t &a, const vxlan_ef_flow_counts_t &b) {
-        return a.key < b.key;
-    };
-    out->vni_count = g_vni_flows.read(out->vnis);
-    std::sort(out->vnis, out->vnis + out->vni_count, by_key);
-    out->tunnel_count = g_tunnel_flows.read(out->tunnels);
-    std::sort(out->tunnels, out->tunnels + out->tunnel_count, by_key);
+    std::map<uint32_t, vxlan_ef_flow_counts_t> vnis;
+    std::map<uint32_t, vxlan_ef_flow_counts_t> tunnels;
+    for (const FlowRow &r : g_rows) {
+        const uint64_t key = r.key.load(std::memory_order_relaxed);
+        if (key == 0)
+            continue;
+        const uint32_t vni = static_cast<uint32_t>(key >> 32);
+        const uint32_t ifx = static_cast<uint32_t>(key);
+        if (vni != 0)
+            accumulate(vnis[vni], r);
+        if (ifx != 0)
+            accumulate(tunnels[ifx], r);
+    }
+    out->vni_count = copy_out(vnis, out->vnis, VXLAN_EF_COUNTED_VNIS);
+    out->tunnel_count = copy_out(tunnels, out->tunnels, VXLAN_EF_COUNTED_TUNNELS);
     out->untracked = g_untracked.load(std::memory_order_relaxed);
 }
 

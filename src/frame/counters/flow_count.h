@@ -1,8 +1,9 @@
 // Frames and bytes per VNI and per tunnel interface, counted on the packet
-// paths without a lock. Rows live in fixed open-addressing tables that are
-// never freed: a packet thread claims a row for a new key with one
-// compare-and-swap, and a row outlives its VNI or tunnel, so no reader or
-// counter can ever touch freed memory whatever the control thread removes.
+// paths without a lock. Rows, one per (VNI, tunnel) pair, live in a fixed
+// open-addressing table that is never freed: a packet thread claims a row for
+// a new pair with one compare-and-swap, and a row outlives its VNI or tunnel,
+// so no reader or counter can ever touch freed memory whatever the control
+// thread removes. The reader sums the rows per VNI and per tunnel.
 #pragma once
 
 #include <cstdint>
@@ -13,10 +14,10 @@ namespace vxlan_ef {
 
 enum class FlowDir { Rx, Tx, FloodTx };
 
-// Counts one frame of bytes inner bytes for vni and for the tunnel ifindex
-// (a zero key is not counted in its table; a key the table has no room
-// for is counted as untracked). Tx and FloodTx both count as
-// encapsulated; FloodTx also as a flood copy.
+// Counts one frame of bytes inner bytes for vni and the tunnel ifindex (a
+// zero VNI or ifindex has no row of its own when read; a pair beyond the
+// 8192 the table holds is counted as untracked). Tx and FloodTx both read
+// as encapsulated; FloodTx also as a flood copy.
 void count_flow(FlowDir dir, uint32_t vni, uint32_t tunnel_ifx, uint32_t bytes);
 
 // Copies the rows in use into out (vnis, tunnels, their counts, untracked).

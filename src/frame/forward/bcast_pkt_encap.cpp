@@ -70,8 +70,7 @@ Outcome vlan_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const efmp_mcast_node
         vxlan_ef_pkt_dump(buff, "vlan-bcast(encap)");
     const bool was_traced = traced(buff);
     if (efmp_bcast_proc(buff, 0) == 1) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::BroadcastFailed);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, "vxlan_ef_vlan_bcast_pkt_encap",
+        VXLAN_EF_DROP_TRACE_AS(BroadcastFailed, buff, TraceGate::Encap, "vxlan_ef_vlan_bcast_pkt_encap",
                           "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p VNI[%u] VID[%u] broadcast failed, "
                           "drop.\n",
                           static_cast<void *>(buff), vni, vid);
@@ -88,8 +87,7 @@ Outcome subif_bcast(efmp_buff_t *buff, const efmp_mcast_node_t *node, uint32_t v
 {
     lsm_intfcb_t *subif = lsm_get_intfcb(node->ifindex);
     if (subif == nullptr) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NoSubInterface);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, "vxlan_ef_subif_bcast_pkt_encap",
+        VXLAN_EF_DROP_TRACE_AS(NoSubInterface, buff, TraceGate::Encap, "vxlan_ef_subif_bcast_pkt_encap",
                           "VXLAN-EF-ENCAP: [vsd %d %s] SUB-INTF(%u) is not exist.\n",
                           node->ifindex);
         return {EF_Drop, traced(buff)};

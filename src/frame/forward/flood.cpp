@@ -56,8 +56,7 @@ int bcast_and_cpu(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entr
         return r;
     const char *local_kind = !is_local(buff) ? nullptr : is_arp(buff) ? "arp" : is_nd(buff) ? "nd" : nullptr;
     if (local_kind != nullptr) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::LocalNeighbourBroadcast);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_bcast",
+        VXLAN_EF_DROP_TRACE_AS(LocalNeighbourBroadcast, buff, TraceGate::Forward, "vxlan_ef_bcast",
                           "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is local %s pkt after Broadcast "
                           "return Drop\n",
                           static_cast<void *>(buff), local_kind);
@@ -73,16 +72,14 @@ int bcast_and_cpu(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entr
 int bcast_only(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, vxlan_ef_entry_t *entry)
 {
     if (arp_suppressed(buff, vsd, entry)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::ArpSuppressed);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_bcast",
+        VXLAN_EF_DROP_TRACE_AS(ArpSuppressed, buff, TraceGate::Forward, "vxlan_ef_bcast",
                           "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is arp pkt and arp_suppress "
                           "enable so return Drop\n",
                           static_cast<void *>(buff));
         return EF_Drop;
     }
     if (nd_suppressed(buff, vsd, entry)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NdSuppressed);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_bcast",
+        VXLAN_EF_DROP_TRACE_AS(NdSuppressed, buff, TraceGate::Forward, "vxlan_ef_bcast",
                           "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is nd pkt and nd_suppress enable "
                           "so return Drop\n",
                           static_cast<void *>(buff));
@@ -105,8 +102,7 @@ int vxlan_ef_bcast(efmp_buff_t *buff, uint32_t vni, vxlan_ef_vsd_t *vsd, int als
     }
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, vni);
     if (entry == nullptr) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
-        VXLAN_EF_TRACE(buff, TraceGate::Forward,
+        VXLAN_EF_DROP_TRACE(UnknownVni, buff, TraceGate::Forward,
                        "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: vxlan entry is not exist, vni: %u\n",
                        static_cast<void *>(buff), vni);
         return EF_Drop;
@@ -145,8 +141,7 @@ int vxlan_ef_vni_bcast(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
         vxlan_ef_tunnel_bcast(buff, vsd, entry);
     if (!sourceless_split && entry->switch_proteched && !is_local(buff) && src != nullptr &&
         !is_tunnel(src)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::SwitchProtected);
-        VXLAN_EF_TRACE(buff, TraceGate::Forward,
+        VXLAN_EF_DROP_TRACE(SwitchProtected, buff, TraceGate::Forward,
                        "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p vni %u entry set the switch "
                        "protected (drop).\n",
                        static_cast<void *>(buff), entry->vni);

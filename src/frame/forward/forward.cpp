@@ -16,6 +16,9 @@ using namespace vxlan_ef::fwd;
 
 #define FWD_TRACE(buff, fmt, ...) \
     VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_forward", fmt, ##__VA_ARGS__)
+// The same line for a drop, counted under its reason.
+#define FWD_DROP(reason, buff, fmt, ...) \
+    VXLAN_EF_DROP_TRACE_AS(reason, buff, TraceGate::Forward, "vxlan_ef_forward", fmt, ##__VA_ARGS__)
 
 namespace {
 
@@ -182,8 +185,7 @@ int result_without_not_fwd(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, int r)
         return EF_Normal;
     }
     if (r == EF_Broadcast) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::Flooded);
-        FWD_TRACE(buff,
+        FWD_DROP(Flooded, buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p no BRG_NOT_FWD but ret is "
                   "EF_Broadcast, org pkt return EF_Drop\n",
                   static_cast<void *>(buff));
@@ -288,22 +290,19 @@ int flood_in_vni(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
 {
     vxlan_ef_entry_t *entry = vxlan_ef_manage_vxlan_get(vsd, vni);
     if (entry == nullptr) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
-        FWD_TRACE(buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: vxlan entry is not exist, vni: %u\n",
+        FWD_DROP(UnknownVni, buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: vxlan entry is not exist, vni: %u\n",
                   static_cast<void *>(buff), vni);
         return EF_Drop;
     }
     if (arp_suppressed(buff, vsd, entry)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::ArpSuppressed);
-        FWD_TRACE(buff,
+        FWD_DROP(ArpSuppressed, buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is arp pkt and arp_suppress enable so "
                   "return Drop\n",
                   static_cast<void *>(buff));
         return EF_Drop;
     }
     if (nd_suppressed(buff, vsd, entry)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NdSuppressed);
-        FWD_TRACE(buff,
+        FWD_DROP(NdSuppressed, buff,
                   "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is nd pkt and nd_suppress enable so "
                   "return Drop\n",
                   static_cast<void *>(buff));

@@ -14,6 +14,9 @@ using namespace vxlan_ef::fwd;
 
 #define UCAST_TRACE(buff, fmt, ...) \
     VXLAN_EF_TRACE_AS(buff, TraceGate::Forward, "vxlan_ef_ucast", fmt, ##__VA_ARGS__)
+// The same line for a drop, counted under its reason.
+#define UCAST_DROP(reason, buff, fmt, ...) \
+    VXLAN_EF_DROP_TRACE_AS(reason, buff, TraceGate::Forward, "vxlan_ef_ucast", fmt, ##__VA_ARGS__)
 
 namespace {
 
@@ -64,14 +67,12 @@ bool refused_between(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_entr
 {
     const lsm_intfcb_t *src = buff->src_intf;
     if (dst == src) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::SplitHorizon);
-        UCAST_TRACE(buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p Dest eql src, drop pkt\n",
+        UCAST_DROP(SplitHorizon, buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p Dest eql src, drop pkt\n",
                     static_cast<void *>(buff));
         return true;
     }
     if (src != nullptr && src->ifindex == vsd->peerlink_ifx && is_tunnel(dst)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::SplitHorizon);
-        UCAST_TRACE(buff,
+        UCAST_DROP(SplitHorizon, buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p src-intf (ifx=%d) is peer-link and "
                     "dst-intf  (ifx=%d) is overlaytunnel, so pkt should NOT be forward, drop pkt\n",
                     static_cast<void *>(buff), static_cast<int>(src->ifindex),
@@ -80,8 +81,7 @@ bool refused_between(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_entr
     }
     if (is_tunnel(src) && is_tunnel(dst) && !vxlan_ef_intf_is_outside_center(vsd, src->ifindex) &&
         !vxlan_ef_intf_is_outside_center(vsd, dst->ifindex)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::SplitHorizon);
-        UCAST_TRACE(buff,
+        UCAST_DROP(SplitHorizon, buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p src and dest eql to overlaytunnel and "
                     "not set outside center, drop pkt\n",
                     static_cast<void *>(buff));
@@ -91,8 +91,7 @@ bool refused_between(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_entr
     // a protected VNI holds it back like any other frame from a local port.
     if (entry->switch_proteched && !is_local(buff) && !is_tunnel(src) && !is_tunnel(dst) &&
         dst->type != LSM_IF_TYPE_OVERLAY_ROUTER) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::SwitchProtected);
-        UCAST_TRACE(buff,
+        UCAST_DROP(SwitchProtected, buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p vni %u entry set the switch protected "
                     "(drop).\n",
                     static_cast<void *>(buff), entry->vni);
@@ -104,8 +103,7 @@ bool refused_between(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_entr
 int bridge_to_tunnel(efmp_buff_t *buff, lsm_intfcb_t *dst)
 {
     if (!dst->link_up) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::LinkDown);
-        UCAST_TRACE(buff,
+        UCAST_DROP(LinkDown, buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: dst_intf %s link down, so needn't to "
                     "forward on this port (drop)\n",
                     static_cast<void *>(buff), name_of(dst).text);
@@ -148,8 +146,7 @@ int vxlan_ef_ucast(efmp_buff_t *buff, const uint8_t *dmac, uint32_t vni, vxlan_e
     }
     vxlan_ef_entry_t *entry = vxlan_ef_manage_vxlan_get(vsd, vni);
     if (entry == nullptr) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
-        UCAST_TRACE(buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: vxlan entry is not exist, vni: %u\n",
+        UCAST_DROP(UnknownVni, buff, "VXLAN-EF-FORWARD: [vsd %d %s] pkt %p: vxlan entry is not exist, vni: %u\n",
                     static_cast<void *>(buff), vni);
         return EF_Drop;
     }
@@ -165,16 +162,14 @@ int vxlan_ef_ucast(efmp_buff_t *buff, const uint8_t *dmac, uint32_t vni, vxlan_e
         return EF_Normal;
     }
     if (arp_suppressed(buff, vsd, entry)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::ArpSuppressed);
-        UCAST_TRACE(buff,
+        UCAST_DROP(ArpSuppressed, buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is arp pkt and arp_suppress enable so "
                     "return Drop\n",
                     static_cast<void *>(buff));
         return EF_Drop;
     }
     if (nd_suppressed(buff, vsd, entry)) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NdSuppressed);
-        UCAST_TRACE(buff,
+        UCAST_DROP(NdSuppressed, buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p, is nd pkt and nd_suppress enable so "
                     "return Drop\n",
                     static_cast<void *>(buff));
@@ -195,8 +190,7 @@ int vxlan_ef_ucast(efmp_buff_t *buff, const uint8_t *dmac, uint32_t vni, vxlan_e
         return EF_Broadcast;
     }
     if (found == EF_BRIDGE_MAC_FILTER) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::FilteredMac);
-        UCAST_TRACE(buff,
+        UCAST_DROP(FilteredMac, buff,
                     "VXLAN-EF-FORWARD: [vsd %d %s] pkt: %p dst-mac matches filtering-mac, drop.\n",
                     static_cast<void *>(buff));
         return EF_Drop;

@@ -150,8 +150,7 @@ int encap_and_hand_off(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tn
     const uint32_t inner_bytes = buff->len;
     const int rc = vxlan_ef_encap_header(buff, vsd, tnl, mode, &first, &last, &count);
     if (rc == EF_Drop) {
-        count_drop(Drop::EncapFailed);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, func,
+        VXLAN_EF_DROP_TRACE_AS(EncapFailed, buff, TraceGate::Encap, func,
                           "VXLAN-EF-ENCAP: [vsd %d %s] vxlan_ef_encap_header failed.(Drop it!)\n");
         return EF_Drop;
     }
@@ -192,16 +191,14 @@ uint32_t vxlan_ef_encap_frame(efmp_buff_t *buff, uint32_t mode)
         return EF_Drop;
     }
     if (!dst->link_up) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::LinkDown);
-        VXLAN_EF_TRACE(buff, TraceGate::Encap,
+        VXLAN_EF_DROP_TRACE(LinkDown, buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt %p: dst_intf %s link down, so needn't to "
                        "encap on this port (drop)\n",
                        static_cast<void *>(buff), dst->name);
         return EF_Drop;
     }
     if (vxlan_ef::load_relaxed(vsd->entry_count) == 0) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NoVniConfigured);
-        VXLAN_EF_TRACE(buff, TraceGate::Encap,
+        VXLAN_EF_DROP_TRACE(NoVniConfigured, buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] no vxlan create in this vsd\n");
         return EF_Drop;
     }

@@ -90,8 +90,7 @@ bool find_tunnel(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst
     vxlan_ef::ReadLock lock(vsd);
     const vxlan_ef_intf_t *router = vxlan_ef_intf_get(vsd, dst->ifindex, LSM_IF_TYPE_OVERLAY_ROUTER);
     if (router == nullptr || router->vni == 0) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NoRouterInterface);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
+        VXLAN_EF_DROP_TRACE_AS(NoRouterInterface, buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p can't find orintf or vni by %s so "
                           "drop\n",
                           static_cast<void *>(buff), dst->name);
@@ -99,8 +98,7 @@ bool find_tunnel(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const lsm_intfcb_t *dst
     }
     vxlan_ef_entry_t *entry = vxlan_ef_entry_get(vsd, router->vni);
     if (entry == nullptr) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::UnknownVni);
-        VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
+        VXLAN_EF_DROP_TRACE_AS(UnknownVni, buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p can't find vxlan entry by vni %u so "
                           "drop\n",
                           static_cast<void *>(buff), router->vni);
@@ -136,16 +134,14 @@ int vxlan_ef_router_mac_forward(efmp_buff_t *buff, lsm_intfcb_t *dst_intf,
     }
     trace_arrival(buff, dst_intf, next_hop, router_mac);
     if (buff->pkt_type != EFMP_PKT_IPV4 && buff->pkt_type != EFMP_PKT_IPV6) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NotIp);
-        VXLAN_EF_TRACE(buff, TraceGate::Encap,
+        VXLAN_EF_DROP_TRACE(NotIp, buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p pktType %u is not ipv4 or ipv6 so "
                        "drop\n",
                        static_cast<void *>(buff), static_cast<uint32_t>(buff->pkt_type));
         return EF_Drop;
     }
     if (vxlan_ef::load_relaxed(vsd->entry_count) == 0) {
-        vxlan_ef::count_drop(vxlan_ef::Drop::NoVniConfigured);
-        VXLAN_EF_TRACE(buff, TraceGate::Encap,
+        VXLAN_EF_DROP_TRACE(NoVniConfigured, buff, TraceGate::Encap,
                        "VXLAN-EF-ENCAP: [vsd %d %s] pkt: %p no vxlan create in this vsd so drop\n",
                        static_cast<void *>(buff));
         return EF_Drop;
