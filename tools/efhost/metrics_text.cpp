@@ -68,9 +68,25 @@ std::string label(const std::string &name, const std::string &value) { return na
 
 uint64_t num(const Json &j, const char *key) { return j.at(key).get<uint64_t>(); }
 
+// A figure of a group and the help of its metric.
+struct Row {
+    const char *key;
+    const char *help;
+};
+
+// One counter family per row, named prefix + key + suffix, with the
+// figures of j under labels.
+template <size_t N>
+void counters(Exposition &e, const std::string &prefix, const std::string &suffix, const Row (&rows)[N], const Json &j,
+              const std::string &labels = "")
+{
+    for (const Row &r : rows)
+        e.add(prefix + r.key + suffix, "counter", r.help, labels, num(j, r.key));
+}
+
 void pipeline(const Json &p, Exposition &e)
 {
-    const std::pair<const char *, const char *> rows[] = {
+    const Row rows[] = {
         {"received", "Frames the pipeline received from the ports"},
         {"forwarded", "Frames the pipeline sent on a local port itself"},
         {"consumed", "Frames the module took (tunnels, floods)"},
@@ -81,13 +97,12 @@ void pipeline(const Json &p, Exposition &e)
         {"underlay", "ARP and ND frames for efhost's own addresses"},
         {"answered", "ARP and ND requests of a VNI answered from the suppression table"},
     };
-    for (const auto &[key, help] : rows)
-        e.add(std::string("efhost_pipeline_") + key + "_frames_total", "counter", help, "", num(p, key));
+    counters(e, "efhost_pipeline_", "_frames_total", rows, p);
 }
 
 void ports(const Json &list, Exposition &e)
 {
-    const std::pair<const char *, const char *> rows[] = {
+    const Row rows[] = {
         {"in", "Frames received on the port"},
         {"out", "Frames sent on the port"},
         {"lost_in", "Frames lost on receive (no room, malformed offload)"},
@@ -96,14 +111,13 @@ void ports(const Json &list, Exposition &e)
     for (const Json &port : list) {
         const std::string labels = label("port", port.at("name").get<std::string>()) + "," +
                                    label("ifindex", std::to_string(num(port, "ifindex")));
-        for (const auto &[key, help] : rows)
-            e.add(std::string("efhost_port_") + key + "_frames_total", "counter", help, labels, num(port, key));
+        counters(e, "efhost_port_", "_frames_total", rows, port, labels);
     }
 }
 
 void l3(const Json &l3, const Json &neighbours, Exposition &e)
 {
-    const std::pair<const char *, const char *> rows[] = {
+    const Row rows[] = {
         {"sent", "IP packets the L3 engine sent on a port"},
         {"no_route", "Packets dropped for want of a route"},
         {"unresolved", "Packets dropped because their next hop never resolved"},
@@ -111,8 +125,7 @@ void l3(const Json &l3, const Json &neighbours, Exposition &e)
         {"waiting_queue_full", "Packets dropped because too many waited for one next hop"},
         {"handoff_queue_full", "Encapsulated packets dropped because the hand-off queue was full"},
     };
-    for (const auto &[key, help] : rows)
-        e.add(std::string("efhost_l3_") + key + "_packets_total", "counter", help, "", num(l3, key));
+    counters(e, "efhost_l3_", "_packets_total", rows, l3);
     e.add("efhost_l3_waiting_packets", "gauge", "Packets waiting for their next hop to resolve", "",
           num(l3, "waiting"));
     e.add("efhost_neighbours", "gauge", "Neighbour entries held", "", num(neighbours, "entries"));
@@ -126,7 +139,7 @@ void tables(const Json &j, Exposition &e)
           num(j.at("mac_table"), "entries"));
     e.add("efhost_mac_table_refused_total", "counter", "MACs not learnt because the table was full", "",
           num(j.at("mac_table"), "refused"));
-    const std::pair<const char *, const char *> rows[] = {
+    const Row rows[] = {
         {"arp_answered", "ARP requests answered from the suppression table"},
         {"arp_handed_on", "ARP requests left to the module"},
         {"nd_answered", "Neighbour solicitations answered from the suppression table"},
@@ -134,9 +147,7 @@ void tables(const Json &j, Exposition &e)
         {"local_learned", "Local bindings created or moved"},
         {"local_refused", "Local bindings not learnt"},
     };
-    for (const auto &[key, help] : rows)
-        e.add(std::string("efhost_suppression_") + key + "_total", "counter", help, "",
-              num(j.at("suppression"), key));
+    counters(e, "efhost_suppression_", "_total", rows, j.at("suppression"));
     e.add("efhost_buffers_in_use", "gauge", "Packet buffers in use", "", num(j, "buffers_in_use"));
 }
 
