@@ -385,24 +385,26 @@ size_t AfPacketPort::send_batch(const std::vector<uint8_t> *frames, size_t count
         tx_failed_.fetch_add(count, std::memory_order_relaxed);
         return 0;
     }
-    std::vector<TxUnit> units =
-        join_tcp_ ? join_tcp_segments(frames, count) : std::vector<TxUnit>{};
-    if (units.empty())
-        for (size_t i = 0; i < count; ++i) units.push_back(TxUnit{i, 1, {}, {}});
-    std::vector<mmsghdr> msgs(units.size());
-    std::vector<iovec> iovs(2 * units.size());
-    for (size_t u = 0; u < units.size(); ++u) {
-        TxUnit &unit = units[u];
-        const std::vector<uint8_t> &bytes = unit.count > 1 ? unit.joined : frames[unit.first];
-        iovs[2 * u] = iovec{&unit.header, kVnetHeader};
+    // Without joining, each frame is its own message behind a plain header.
+    std::vector<TxUnit> units;
+    if (join_tcp_) units = join_tcp_segments(frames, count);
+    const size_t n = join_tcp_ ? units.size() : count;
+    std::vector<mmsghdr> msgs(n);
+    std::vector<iovec> iovs(2 * n);
+    for (size_t u = 0; u < n; ++u) {
+        const TxUnit *unit = join_tcp_ ? &units[u] : nullptr;
+        const std::vector<uint8_t> &bytes =
+            unit == nullptr ? frames[u] : unit->count > 1 ? unit->joined : frames[unit->first];
+        const VnetHeader *header = unit == nullptr ? &kPlainHeader : &unit->header;
+        iovs[2 * u] = iovec{const_cast<VnetHeader *>(header), kVnetHeader};
         iovs[2 * u + 1] = iovec{const_cast<uint8_t *>(bytes.data()), bytes.size()};
         msgs[u].msg_hdr.msg_iov = &iovs[2 * u];
         msgs[u].msg_hdr.msg_iovlen = 2;
     }
     send_units(msgs);
     size_t sent = 0;
-    for (size_t u = 0; u < units.size(); ++u)
-        if (msgs[u].msg_len != 0) sent += units[u].count;
+    for (size_t u = 0; u < n; ++u)
+        if (msgs[u].msg_len != 0) sent += join_tcp_ ? units[u].count : 1;
     tx_.fetch_add(sent, std::memory_order_relaxed);
     if (sent < count) tx_failed_.fetch_add(count - sent, std::memory_order_relaxed);
     return sent;
