@@ -42,8 +42,8 @@ void disturb(std::vector<efhost::Frame> &segs, uint8_t what, size_t which, size_
         s[where % s.size()] ^= 0x01;
     if ((what & 0x08) != 0) {
         const std::optional<efhost::IpLayout> ip = efhost::locate_ip(s.data(), s.size());
-        if (ip && ip->proto == efhost::kProtoTcp && ip->end >= ip->l4 + 20) {
-            s[ip->l4 + 13] |= 0x08;
+        if (ip && ip->proto == efhost::kProtoTcp && ip->end >= ip->l4 + efhost::kTcpMinHeader) {
+            s[ip->l4 + 13] |= efhost::kTcpPsh;
             efhost::complete_l4_checksum(s);
         }
     }

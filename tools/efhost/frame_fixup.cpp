@@ -16,10 +16,6 @@ namespace {
 constexpr size_t kMacsLength = 12;
 constexpr size_t kTagLength = 4;
 
-constexpr uint8_t kTcpFin = 0x01;
-constexpr uint8_t kTcpPsh = 0x08;
-constexpr uint8_t kTcpCwr = 0x80;
-
 // Where each L4 protocol keeps its checksum and the least it must hold.
 struct ChecksumPlace {
     uint8_t proto;
@@ -28,7 +24,7 @@ struct ChecksumPlace {
     bool zero_means_absent;  // UDP sends a computed 0 as 0xFFFF
 };
 constexpr std::array<ChecksumPlace, 3> kChecksumPlaces = {{
-    {kProtoTcp, 16, 20, false},
+    {kProtoTcp, kTcpChecksumOffset, kTcpMinHeader, false},
     {kProtoUdp, 6, 8, true},
     {kProtoIcmpv6, 2, 4, false},
 }};
@@ -186,10 +182,10 @@ bool complete_l4_checksum(Frame &frame)
 std::vector<Frame> segment_tcp(const Frame &frame, uint32_t mtu, uint16_t gso_size)
 {
     const std::optional<IpLayout> ip = locate_ip(frame.data(), frame.size());
-    if (!ip || ip->proto != kProtoTcp || ip->end < ip->l4 + 20) return {};
+    if (!ip || ip->proto != kProtoTcp || ip->end < ip->l4 + kTcpMinHeader) return {};
     const size_t tcp_header = (size_t{frame[ip->l4 + 12]} >> 4) * 4;
     const size_t headers_end = ip->l4 + tcp_header;
-    if (tcp_header < 20 || headers_end > ip->end || mtu <= headers_end - ip->l3) return {};
+    if (tcp_header < kTcpMinHeader || headers_end > ip->end || mtu <= headers_end - ip->l3) return {};
     size_t mss = mtu - (headers_end - ip->l3);
     if (gso_size != 0) mss = std::min<size_t>(mss, gso_size);
     const size_t payload = ip->end - headers_end;

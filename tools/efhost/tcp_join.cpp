@@ -15,11 +15,8 @@ namespace efhost {
 
 namespace {
 
-constexpr uint8_t kTcpPsh = 0x08;
-constexpr uint8_t kTcpAck = 0x10;
 constexpr size_t kIpv4Header = 20;
 constexpr size_t kIpv6Header = 40;
-constexpr size_t kTcpMinHeader = 20;
 constexpr size_t kMaxIpPacket = 65535;
 
 // A frame that may be joined, and where its parts are.
