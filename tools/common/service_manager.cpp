@@ -26,10 +26,22 @@ bool is_journal_stream(int fd)
 
 void notify_service_manager(const char *state) { (void)sd_notify(0, state); }
 
+const char *priority_prefix(Priority priority)
+{
+    if (!is_journal_stream(2))
+        return "";
+    switch (priority) {
+    case Priority::Error: return SD_ERR;
+    case Priority::Warning: return SD_WARNING;
+    case Priority::Info: break;
+    }
+    return SD_INFO;
+}
+
 const char *error_priority_prefix()
 {
-    static const bool journal = is_journal_stream(2);
-    return journal ? SD_ERR : "";
+    static const char *const prefix = priority_prefix(Priority::Error);
+    return prefix;
 }
 
 }  // namespace tools

@@ -13,9 +13,15 @@ void notify_service_manager(const char *state);
 // ($JOURNAL_STREAM names its device and inode).
 bool is_journal_stream(int fd);
 
-// "<3>" (the journal's error priority) when standard error is connected to
-// the journal, else "". Lines without a prefix get the unit's default
-// priority (info).
+// The priorities a tool's own lines carry in the journal.
+enum class Priority { Error, Warning, Info };
+
+// The journal's prefix for a line of that priority ("<3>", "<4>", "<6>")
+// when standard error is connected to the journal, else "". Lines without a
+// prefix get the unit's default priority (info).
+const char *priority_prefix(Priority priority);
+
+// priority_prefix(Priority::Error), read once.
 const char *error_priority_prefix();
 
 }  // namespace tools

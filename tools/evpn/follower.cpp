@@ -20,14 +20,14 @@ constexpr int kRetryMs = 500;
 
 }  // namespace
 
-void Follower::log(const std::string &line) const { follower_log(line); }
+void Follower::log(const std::string &line, tools::Priority priority) const { follower_log(line, priority); }
 
 bool Follower::efhost_changed()
 {
     const SocketIdentity::Seen seen = socket_.look(options_.socket);
     if (seen == SocketIdentity::Seen::Gone) {
         if (!efhost_gone_)
-            log("efhost: no control socket at " + options_.socket + "; waiting for it");
+            log("efhost: no control socket at " + options_.socket + "; waiting for it", tools::Priority::Warning);
         efhost_gone_ = true;
         applied_.reset();
         return false;
@@ -43,7 +43,7 @@ bool Follower::send_tlvs(const std::vector<vxlanctl::Tlv> &tlvs, bool until_data
     std::string error;
     auto messages = vxlanctl::pack_messages(tlvs, error);
     if (!messages) {
-        log("cannot pack the messages: " + error);
+        log("cannot pack the messages: " + error, tools::Priority::Error);
         return false;
     }
     vxlanctl::Request request;
@@ -58,9 +58,9 @@ bool Follower::send_tlvs(const std::vector<vxlanctl::Tlv> &tlvs, bool until_data
     // What the module refused was delivered all the same: sending it again
     // would be refused again, so it is logged and the round goes on.
     if (code == vxlanctl::kExitModuleError)
-        log("the module refused part of a change:\n" + text);
+        log("the module refused part of a change:\n" + text, tools::Priority::Warning);
     else if (code != vxlanctl::kExitOk)
-        log("efhost: sending failed: " + text);
+        log("efhost: sending failed: " + text, tools::Priority::Error);
     return code == vxlanctl::kExitOk || code == vxlanctl::kExitModuleError;
 }
 
@@ -70,7 +70,7 @@ bool Follower::create_interface(uint32_t ifx, const std::string &name)
         vxlanctl::interface_request(options_.socket, "create " + std::to_string(ifx) + " " + name, options_.timeout_s);
     if (!answer.ok) {
         log("efhost: cannot create tunnel interface " + std::to_string(ifx) + ": " +
-            (answer.status.empty() ? answer.error : answer.status));
+            (answer.status.empty() ? answer.error : answer.status), tools::Priority::Error);
         return false;
     }
     return true;
@@ -81,7 +81,7 @@ void Follower::remove_interface(uint32_t ifx)
     const auto answer = vxlanctl::interface_request(options_.socket, "remove " + std::to_string(ifx), options_.timeout_s);
     if (!answer.ok)
         log("efhost: cannot remove tunnel interface " + std::to_string(ifx) + ": " +
-            (answer.status.empty() ? answer.error : answer.status));
+            (answer.status.empty() ? answer.error : answer.status), tools::Priority::Error);
 }
 
 bool Follower::efhost_has_overlay()
@@ -110,7 +110,7 @@ bool Follower::full_resync(const ModuleView &view)
         return false;
     const auto listed = vxlanctl::interface_request(options_.socket, "list", options_.timeout_s);
     if (!listed.ok) {
-        log("efhost: cannot list tunnel interfaces: " + (listed.status.empty() ? listed.error : listed.status));
+        log("efhost: cannot list tunnel interfaces: " + (listed.status.empty() ? listed.error : listed.status), tools::Priority::Error);
         return false;
     }
     indexes_ = TunnelIndexes(options_.tunnel_base);
@@ -162,7 +162,7 @@ bool Follower::send_text(uint32_t module, const std::string &text)
 {
     const auto answer = vxlanctl::interface_request(options_.socket, text, options_.timeout_s, module);
     if (!answer.ok)
-        log("efhost: '" + text + "' failed: " + (answer.status.empty() ? answer.error : answer.status));
+        log("efhost: '" + text + "' failed: " + (answer.status.empty() ? answer.error : answer.status), tools::Priority::Error);
     return answer.ok;
 }
 
@@ -174,7 +174,7 @@ bool Follower::read_host_tables(HostTables &out)
     const auto switches =
         vxlanctl::interface_request(options_.socket, "switches", options_.timeout_s, ctl::kModuleNeighbourRequest);
     if (!macs.ok || !bindings.ok || !switches.ok) {
-        log("efhost: cannot list its MAC and suppression tables");
+        log("efhost: cannot list its MAC and suppression tables", tools::Priority::Error);
         return false;
     }
     out = host_tables_from_listing(macs.lines, bindings.lines, switches.lines);
@@ -207,19 +207,19 @@ int Follower::run(const std::atomic<bool> &stop)
 {
     std::string error;
     if (!kernel_.open(error)) {
-        log(error);
+        log(error, tools::Priority::Error);
         return 1;
     }
     log("following the kernel's EVPN state for efhost at " + options_.socket);
     if (!mirror_.start(error)) {
-        log(error);
+        log(error, tools::Priority::Error);
         return 1;
     }
     bool first_read = true;
     while (!stop.load()) {
         KernelState kernel;
         if (!kernel_.read(kernel, error)) {
-            log(error);
+            log(error, tools::Priority::Error);
             std::this_thread::sleep_for(std::chrono::milliseconds(kRetryMs));
             continue;
         }

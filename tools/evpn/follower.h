@@ -13,6 +13,7 @@
 #include "host_tables.h"
 #include "kernel_reader.h"
 #include "local_mirror.h"
+#include "service_manager.h"
 #include "socket_identity.h"
 
 namespace evpn {
@@ -53,7 +54,7 @@ private:
     // module's configuration as the follower would: then the follower
     // leaves the module alone (said once per efhost).
     bool efhost_has_overlay();
-    void log(const std::string &line) const;
+    void log(const std::string &line, tools::Priority priority = tools::Priority::Info) const;
 
     FollowerOptions options_;
     KernelReader kernel_;

@@ -22,12 +22,13 @@ std::string now_text()
 
 }  // namespace
 
-void follower_log(const std::string &line)
+void follower_log(const std::string &line, tools::Priority priority)
 {
     static std::mutex lock;
     std::lock_guard<std::mutex> g(lock);
-    std::printf("evpn-follower %s %s\n", now_text().c_str(), line.c_str());
-    std::fflush(stdout);
+    std::fprintf(stderr, "%sevpn-follower %s %s\n", tools::priority_prefix(priority), now_text().c_str(),
+                 line.c_str());
+    std::fflush(stderr);
 }
 
 }  // namespace evpn

@@ -158,7 +158,7 @@ void LocalMirror::apply(Installed &held, const Installed &wanted, bool macs)
         const bool ok = macs ? writer_.add_fdb(where.ifindex, key.second, error)
                              : writer_.add_neighbour(where.ifindex, key.second, where.mac, error);
         if (!ok) {
-            follower_log("kernel: " + error);
+            follower_log("kernel: " + error, tools::Priority::Error);
             continue;
         }
         held[key] = where;
