@@ -40,6 +40,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#define PKT_PROG "sockbench"
+#include "pkt_common.h"
+
 #define MAX_BATCH 256
 #define SLOT 2048            // a receive slot or ring frame: a full-sized frame and its headers
 #define VNET_LEN ((int)sizeof(struct virtio_net_hdr))
@@ -69,9 +72,6 @@ struct result {
 #define STAMP_MARK 0x73627374u
 #define STAMP_AT 42   // Ethernet 14 + IPv4 20 + UDP 8
 #define MAX_STAMPS (1u << 22)
-
-static volatile sig_atomic_t stop;
-static void on_signal(int sig) { (void)sig; stop = 1; }
 
 static void usage(FILE *to)
 {
@@ -111,38 +111,6 @@ static void die(const char *what)
 {
     fprintf(stderr, "sockbench: %s: %s\n", what, strerror(errno));
     exit(1);
-}
-
-static long parse_num(const char *s, const char *what, long lo, long hi)
-{
-    char *end;
-    errno = 0;
-    long v = strtol(s, &end, 10);
-    if (errno || *end || end == s || v < lo || v > hi) {
-        fprintf(stderr, "sockbench: %s must be a number from %ld to %ld, not '%s'\n", what, lo, hi, s);
-        exit(2);
-    }
-    return v;
-}
-
-static int parse_mac(const char *s, uint8_t mac[6])
-{
-    unsigned v[6];
-    char extra;
-    if (sscanf(s, "%x:%x:%x:%x:%x:%x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &extra) != 6)
-        return -1;
-    for (int i = 0; i < 6; i++) {
-        if (v[i] > 255) return -1;
-        mac[i] = (uint8_t)v[i];
-    }
-    return 0;
-}
-
-static double now_s(void)
-{
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return (double)ts.tv_sec + (double)ts.tv_nsec / 1e9;
 }
 
 static long long now_ns(void)
@@ -347,21 +315,9 @@ static size_t build_frame(uint8_t *f, const struct opts *o, int fd)
     snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", o->dev);
     if (ioctl(fd, SIOCGIFHWADDR, &ifr)) die("SIOCGIFHWADDR");
     const size_t head = o->vnet ? VNET_LEN : 0, len = 60;
-    memset(f, 0, head + len);
-    uint8_t *e = f + head;
-    memcpy(e, o->dst_mac, 6);
-    memcpy(e + 6, ifr.ifr_hwaddr.sa_data, 6);
-    e[12] = 0x08;
-    uint8_t *ip = e + 14;
-    ip[0] = 0x45; ip[3] = (uint8_t)(len - 14); ip[8] = 64; ip[9] = 17;
-    ip[12] = 192; ip[13] = 168; ip[14] = 10; ip[15] = 1;
-    ip[16] = 192; ip[17] = 168; ip[18] = 10; ip[19] = 2;
-    uint32_t sum = 0;
-    for (int i = 0; i < 20; i += 2) sum += (uint32_t)(ip[i] << 8 | ip[i + 1]);
-    while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
-    ip[10] = (uint8_t)(~sum >> 8); ip[11] = (uint8_t)~sum;
-    uint8_t *udp = ip + 20;
-    udp[0] = 0x30; udp[1] = 0x39; udp[3] = 9; udp[5] = (uint8_t)(len - 34);
+    memset(f, 0, head);
+    struct in_addr sip = {htonl(0xC0A80A01)}, dip = {htonl(0xC0A80A02)};  // 192.168.10.1, .2
+    build_udp_frame(f + head, len, o->dst_mac, (const uint8_t *)ifr.ifr_hwaddr.sa_data, sip, dip);
     return head + len;
 }
 
