@@ -183,14 +183,18 @@ run_latency() {   # method block-timeout interval-us
     STAMP_PID=
 }
 
-latency_table() {
-    awk '
-function field(k,   i, kv) { for (i = 1; i <= NF; i++) { split($i, kv, "="); if (kv[1] == k) return kv[2] } }
+# What both tables' awk programs use: a key=value field of the line and the
+# median of a space-separated list.
+AWK_FIELDS='function field(k,   i, kv) { for (i = 1; i <= NF; i++) { split($i, kv, "="); if (kv[1] == k) return kv[2] } }
 function median(list,   a, n, i, j, t) {
     n = split(list, a, " ")
     for (i = 1; i <= n; i++) for (j = i + 1; j <= n; j++) if (a[j] + 0 < a[i] + 0) { t = a[i]; a[i] = a[j]; a[j] = t }
     return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
 }
+'
+
+latency_table() {
+    awk "$AWK_FIELDS"'
 {
     k = field("method") " " field("block_tov_ms") " " field("interval_us")
     if (!(k in st)) order[++n] = k
@@ -250,13 +254,7 @@ echo "== load average at end: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
 
 # Medians per method and qdisc of the rate, the CPU per million frames and
 # the load average; drops and errors are summed over the runs.
-awk '
-function field(k,   i, kv) { for (i = 1; i <= NF; i++) { split($i, kv, "="); if (kv[1] == k) return kv[2] } }
-function median(list,   a, n, i, j, t) {
-    n = split(list, a, " ")
-    for (i = 1; i <= n; i++) for (j = i + 1; j <= n; j++) if (a[j] + 0 < a[i] + 0) { t = a[i]; a[i] = a[j]; a[j] = t }
-    return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
-}
+awk "$AWK_FIELDS"'
 {
     k = field("method") " " field("qdisc")
     if (!(k in pps)) order[++n] = k
