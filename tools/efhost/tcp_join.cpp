@@ -129,30 +129,37 @@ TxUnit join(const std::vector<uint8_t> *frames, size_t first, size_t count, cons
 
 }  // namespace
 
+// Each frame is looked at once: the one that ends a run is where the next
+// run starts, already parsed.
 std::vector<TxUnit> join_tcp_segments(const std::vector<uint8_t> *frames, size_t count)
 {
     std::vector<TxUnit> units;
+    std::optional<Segment> first;
+    bool parsed = false;
     for (size_t i = 0; i < count;) {
-        const std::optional<Segment> first = joinable(frames[i]);
+        if (!parsed) first = joinable(frames[i]);
+        parsed = false;
         size_t n = 1;
+        std::optional<Segment> next;
         if (first) {
             Segment last = *first;
             size_t payload = first->payload();
-            for (std::optional<Segment> next; i + n < count; ++n) {
+            for (; i + n < count; ++n) {
                 next = joinable(frames[i + n]);
-                if (!next || !follows(frames[i], *first, last, payload, frames[i + n], *next))
+                if (!next || !follows(frames[i], *first, last, payload, frames[i + n], *next)) {
+                    parsed = true;
                     break;
+                }
                 last = *next;
                 payload += next->payload();
             }
-            if (n > 1) {
+            if (n > 1)
                 units.push_back(join(frames, i, n, *first, last));
-                i += n;
-                continue;
-            }
         }
-        units.push_back(TxUnit{i, 1, {}, {}});
-        ++i;
+        if (n == 1)
+            units.push_back(TxUnit{i, 1, {}, {}});
+        i += n;
+        first = next;
     }
     return units;
 }
