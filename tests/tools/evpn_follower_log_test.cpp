@@ -7,7 +7,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <regex>
 #include <string>
 
 #include "follower_log.h"
@@ -47,7 +46,33 @@ std::string standard_error_of(bool journal, Log log)
     return text;
 }
 
-const std::string kStamp = R"(evpn-follower \d\d:\d\d:\d\d\.\d\d\d )";
+// Each line's time stamp, "evpn-follower HH:MM:SS.mmm ", becomes "evpn-follower T "
+// so the rest can be compared exactly; a malformed stamp is left as it is.
+// (std::regex is avoided: g++ 12 warns inside it under the sanitizers.)
+std::string without_stamps(const std::string &text)
+{
+    static const std::string kPrefix = "evpn-follower ";
+    static const std::string kShape = "00:00:00.000 ";
+    std::string out;
+    for (std::size_t i = 0; i < text.size();) {
+        if (text.compare(i, kPrefix.size(), kPrefix) == 0 && i + kPrefix.size() + kShape.size() <= text.size()) {
+            bool stamp = true;
+            for (std::size_t k = 0; k < kShape.size() && stamp; ++k) {
+                const char c = text[i + kPrefix.size() + k];
+                stamp = kShape[k] == '0' ? (c >= '0' && c <= '9') : c == kShape[k];
+            }
+            if (stamp) {
+                out += kPrefix + "T ";
+                i += kPrefix.size() + kShape.size();
+                continue;
+            }
+        }
+        out.push_back(text[i++]);
+    }
+    return out;
+}
+
+const std::string kStamp = "evpn-follower T ";
 
 TEST(EvpnFollowerLogTest, LinesGoToStandardErrorWithoutPriorityOutsideTheJournal)
 {
@@ -55,9 +80,8 @@ TEST(EvpnFollowerLogTest, LinesGoToStandardErrorWithoutPriorityOutsideTheJournal
         evpn::follower_log("full resynchronisation: 1 VNIs");
         evpn::follower_log("efhost: sending failed: timeout", tools::Priority::Error);
     });
-    EXPECT_TRUE(std::regex_match(text, std::regex(kStamp + "full resynchronisation: 1 VNIs\n" + kStamp +
-                                                  "efhost: sending failed: timeout\n")))
-        << text;
+    EXPECT_EQ(without_stamps(text),
+              kStamp + "full resynchronisation: 1 VNIs\n" + kStamp + "efhost: sending failed: timeout\n");
 }
 
 TEST(EvpnFollowerLogTest, EachLineCarriesItsPriorityInTheJournal)
@@ -68,11 +92,10 @@ TEST(EvpnFollowerLogTest, EachLineCarriesItsPriorityInTheJournal)
                            tools::Priority::Warning);
         evpn::follower_log("efhost: sending failed: timeout", tools::Priority::Error);
     });
-    EXPECT_TRUE(std::regex_match(
-        text, std::regex("<6>" + kStamp + "full resynchronisation: 1 VNIs\n<4>" + kStamp +
-                         "efhost: no control socket at /run/efhost/efhost.sock; waiting for it\n<3>" + kStamp +
-                         "efhost: sending failed: timeout\n")))
-        << text;
+    EXPECT_EQ(without_stamps(text),
+              "<6>" + kStamp + "full resynchronisation: 1 VNIs\n<4>" + kStamp +
+                  "efhost: no control socket at /run/efhost/efhost.sock; waiting for it\n<3>" + kStamp +
+                  "efhost: sending failed: timeout\n");
 }
 
 }  // namespace
