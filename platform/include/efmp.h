@@ -59,10 +59,28 @@ enum {
 #define EFMP_VXLAN_SERV_BCAST_PKT_ENCAP 6u
 #define EFMP_VXLAN_SERV_OR_NO_ICMP 7u
 
-/* Packet types of efmp_buff.pkt_type that code past the classifier tests. */
+/* Packet types of efmp_buff.pkt_type, as the parsers classify frames; 0 is
+ * a frame no rule matched. Named after the protocol their match selects, or
+ * after the match itself where the protocol is a vendor's own. */
+#define EFMP_PKT_UNCLASSIFIED 0
 #define EFMP_PKT_IPV4 1
 #define EFMP_PKT_ARP 2
+#define EFMP_PKT_PPPOE_DISCOVERY 9
+#define EFMP_PKT_PPPOE_SESSION 10
+#define EFMP_PKT_BPDU 26
 #define EFMP_PKT_IPV6 27
+#define EFMP_PKT_MPLS 29
+#define EFMP_PKT_LLDP 36
+#define EFMP_PKT_CDP 37
+#define EFMP_PKT_TIPC 38
+#define EFMP_PKT_TYPE_BB01 39
+#define EFMP_PKT_CFM 40
+#define EFMP_PKT_SLOW_PROTOCOLS 42
+#define EFMP_PKT_GVRP 43
+#define EFMP_PKT_PROTOCOL_44 44 /* never classified here; a protocol frame all the same */
+#define EFMP_PKT_TYPE_0788 45
+#define EFMP_PKT_RAPS 46
+#define EFMP_PKT_DST_5CE2_07 48
 
 /* The accounting reason of the buffers that software paths allocate and free
  * (the modules' copies and encapsulated chains, the pipeline's received
