@@ -7,28 +7,24 @@
 // original buffer is freed once the whole chain exists.
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
 #include "buff_metadata.h"
+#include "ef_byteorder.h"
 #include "ef_csum.h"
+#include "ef_wire.h"
 #include "efmp.h"
 
 namespace {
 
 constexpr int kReason = 0;
-constexpr uint32_t kIpv4MinHeader = 20;
-constexpr uint32_t kIpv6Header = 40;
-constexpr uint32_t kFragHeader = 8;
-constexpr uint16_t kIpv4MoreFragments = 0x2000;
-constexpr uint16_t kIpv4OffsetMask = 0x1FFF;
-constexpr uint8_t kIpv6HopByHop = 0;
-constexpr uint8_t kIpv6Routing = 43;
-constexpr uint8_t kIpv6Fragment = 44;
-constexpr uint8_t kIpv6DestOpts = 60;
-constexpr uint8_t kIpv4OptEnd = 0;
-constexpr uint8_t kIpv4OptNop = 1;
-constexpr uint8_t kIpv4OptCopied = 0x80;
+constexpr uint32_t kIpv4MinHeader = EF_IPV4_HLEN;
+constexpr uint32_t kIpv6Header = EF_IPV6_HLEN;
+constexpr uint32_t kFragHeader = EF_IPV6_FRAG_HLEN;
+constexpr uint32_t kFragmentUnit = 8;  // fragment offsets count in 8 bytes
+constexpr uint32_t kIpv6NextHeader = offsetof(ef_ipv6_hdr, next_hdr);
 
 std::atomic<uint32_t> g_ipv6_ident{0};
 
@@ -96,20 +92,20 @@ std::vector<uint8_t> copied_options(const uint8_t *opts, uint32_t len)
     std::vector<uint8_t> out;
     for (uint32_t i = 0; i < len;) {
         const uint8_t type = opts[i];
-        if (type == kIpv4OptEnd)
+        if (type == EF_IPV4_OPT_END)
             break;
-        if (type == kIpv4OptNop) {
+        if (type == EF_IPV4_OPT_NOP) {
             i++;
             continue;
         }
         if (i + 1 >= len || opts[i + 1] < 2 || i + opts[i + 1] > len)
             break;
-        if (type & kIpv4OptCopied)
+        if (type & EF_IPV4_OPT_COPIED)
             out.insert(out.end(), opts + i, opts + i + opts[i + 1]);
         i += opts[i + 1];
     }
     while (out.size() % 4 != 0)
-        out.push_back(kIpv4OptEnd);
+        out.push_back(EF_IPV4_OPT_END);
     return out;
 }
 
@@ -122,11 +118,12 @@ std::vector<uint8_t> ipv4_headers(const uint8_t *l2, uint32_t l2_len, const uint
     h.insert(h.end(), ip, ip + kIpv4MinHeader);
     h.insert(h.end(), options.begin(), options.end());
     uint8_t *hdr = h.data() + l2_len;
-    hdr[0] = static_cast<uint8_t>(0x40 | hlen / 4);
-    ef_put_be16(hdr + 2, static_cast<uint16_t>(hlen + data_len));
-    ef_put_be16(hdr + 6, frag_word);
-    ef_put_be16(hdr + 10, 0);
-    ef_put_be16(hdr + 10, static_cast<uint16_t>(~ef_csum_sum(hdr, hlen)));
+    auto *v4 = reinterpret_cast<ef_ipv4_hdr *>(hdr);
+    v4->ver_ihl = static_cast<uint8_t>(EF_IPV4_VERSION << 4 | hlen / 4);
+    ef_put_be16(v4->total_len, static_cast<uint16_t>(hlen + data_len));
+    ef_put_be16(v4->frag, frag_word);
+    ef_put_be16(v4->csum, 0);
+    ef_put_be16(v4->csum, static_cast<uint16_t>(~ef_csum_sum(hdr, hlen)));
     return h;
 }
 
@@ -138,25 +135,25 @@ std::vector<uint8_t> ipv4_headers(const uint8_t *l2, uint32_t l2_len, const uint
 uint32_t ipv6_unfragmentable(const uint8_t *ip, uint32_t total, uint32_t *nh_field)
 {
     uint32_t pos = kIpv6Header;
-    uint32_t field = 6;
+    uint32_t field = kIpv6NextHeader;
     uint32_t end = kIpv6Header;
-    uint32_t end_field = 6;
-    uint8_t nh = ip[6];
-    while (nh == kIpv6HopByHop || nh == kIpv6Routing || nh == kIpv6DestOpts) {
+    uint32_t end_field = kIpv6NextHeader;
+    uint8_t nh = ip[kIpv6NextHeader];
+    while (nh == EF_IPPROTO_HOP_BY_HOP || nh == EF_IPPROTO_ROUTING || nh == EF_IPPROTO_DEST_OPTS) {
         if (pos + 2 > total)
             return 0;
-        const uint32_t len = (ip[pos + 1] + 1u) * 8u;
+        const uint32_t len = (ip[pos + 1] + 1u) * 8u;  // in units of 8 bytes, the first not counted
         if (pos + len > total)
             return 0;
         field = pos;
-        if (nh != kIpv6DestOpts) {
+        if (nh != EF_IPPROTO_DEST_OPTS) {
             end = pos + len;
             end_field = field;
         }
         nh = ip[pos];
         pos += len;
     }
-    if (nh == kIpv6Fragment)
+    if (nh == EF_IPPROTO_FRAGMENT)
         return 0;
     *nh_field = end_field;
     return end;
@@ -171,11 +168,12 @@ extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint
     const efmp_buff_t *orig = *first;
     uint32_t l2_len, avail;
     const uint8_t *ip;
-    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv4MinHeader || (ip[0] >> 4) != 4)
+    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv4MinHeader || (ip[0] >> 4) != EF_IPV4_VERSION)
         return 0;
-    const uint32_t hlen = (ip[0] & 0x0Fu) * 4u;
-    const uint32_t total = ef_get_be16(ip + 2);
-    const uint16_t frag_word = ef_get_be16(ip + 6);
+    const auto *v4 = reinterpret_cast<const ef_ipv4_hdr *>(ip);
+    const uint32_t hlen = (v4->ver_ihl & 0x0Fu) * 4u;
+    const uint32_t total = ef_get_be16(v4->total_len);
+    const uint16_t frag_word = ef_get_be16(v4->frag);
     // The tunnel ingress is where the inner packet meets the smaller MTU and
     // nobody would hear an ICMP "fragmentation needed" from inside a tunnel,
     // so DF does not stop the split; the fragments carry it no more.
@@ -184,22 +182,22 @@ extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint
     const uint8_t *l2 = orig->head + orig->data_off;
     const std::vector<uint8_t> first_opts(ip + kIpv4MinHeader, ip + hlen);
     const std::vector<uint8_t> later_opts = copied_options(ip + kIpv4MinHeader, hlen - kIpv4MinHeader);
-    const uint32_t base = frag_word & kIpv4OffsetMask;
-    const bool more_after = (frag_word & kIpv4MoreFragments) != 0;
+    const uint32_t base = frag_word & EF_IPV4_OFFSET_MASK;
+    const bool more_after = (frag_word & EF_IPV4_MORE_FRAGMENTS) != 0;
 
     std::vector<efmp_buff_t *> frags;
     for (uint32_t pos = 0; pos < total - hlen;) {
         const std::vector<uint8_t> &opts = pos == 0 ? first_opts : later_opts;
         const uint32_t extra = static_cast<uint32_t>(opts.size());
-        if (size < extra + 8) {
+        if (size < extra + kFragmentUnit) {
             frags.push_back(nullptr);  // no room for data: give the whole split up
             break;
         }
-        const uint32_t room = (size - extra) & ~7u;
+        const uint32_t room = (size - extra) & ~(kFragmentUnit - 1);
         const uint32_t chunk = std::min(room, total - hlen - pos);
         const bool last_piece = pos + chunk == total - hlen;
         const uint16_t word = static_cast<uint16_t>(
-            (base + pos / 8) | (!last_piece || more_after ? kIpv4MoreFragments : 0));
+            (base + pos / kFragmentUnit) | (!last_piece || more_after ? EF_IPV4_MORE_FRAGMENTS : 0));
         Piece piece{ipv4_headers(l2, l2_len, ip, opts, word, chunk), ip + hlen + pos, chunk};
         frags.push_back(build_fragment(orig, l2_len, kIpv4MinHeader + extra, piece));
         pos += chunk;
@@ -216,14 +214,14 @@ extern "C" uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint
     const efmp_buff_t *orig = *first;
     uint32_t l2_len, avail;
     const uint8_t *ip;
-    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv6Header || (ip[0] >> 4) != 6)
+    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv6Header || (ip[0] >> 4) != EF_IPV6_VERSION)
         return 0;
-    const uint32_t total = kIpv6Header + ef_get_be16(ip + 4);
+    const uint32_t total = kIpv6Header + ef_get_be16(reinterpret_cast<const ef_ipv6_hdr *>(ip)->payload_len);
     uint32_t nh_field = 0;
     const uint32_t unfrag = total > avail ? 0 : ipv6_unfragmentable(ip, total, &nh_field);
-    if (unfrag == 0 || size < unfrag - kIpv6Header + kFragHeader + 8 || unfrag >= total)
+    if (unfrag == 0 || size < unfrag - kIpv6Header + kFragHeader + kFragmentUnit || unfrag >= total)
         return 0;
-    const uint32_t room = (size - (unfrag - kIpv6Header) - kFragHeader) & ~7u;
+    const uint32_t room = (size - (unfrag - kIpv6Header) - kFragHeader) & ~(kFragmentUnit - 1);
     const uint32_t ident = g_ipv6_ident.fetch_add(1) + 1;
     const uint8_t *l2 = orig->head + orig->data_off;
 
@@ -234,12 +232,15 @@ extern "C" uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint
         std::vector<uint8_t> h(l2, l2 + l2_len);
         h.insert(h.end(), ip, ip + unfrag);
         uint8_t *hdr = h.data() + l2_len;
-        ef_put_be16(hdr + 4, static_cast<uint16_t>(unfrag - kIpv6Header + kFragHeader + chunk));
-        uint8_t fh[kFragHeader] = {ip[nh_field], 0, 0, 0, 0, 0, 0, 0};
-        hdr[nh_field] = kIpv6Fragment;
-        ef_put_be16(fh + 2, static_cast<uint16_t>(pos | (last_piece ? 0u : 1u)));
-        ef_put_be32(fh + 4, ident);
-        h.insert(h.end(), fh, fh + kFragHeader);
+        ef_put_be16(reinterpret_cast<ef_ipv6_hdr *>(hdr)->payload_len,
+                    static_cast<uint16_t>(unfrag - kIpv6Header + kFragHeader + chunk));
+        ef_ipv6_frag_hdr fh{};
+        fh.next_hdr = ip[nh_field];
+        hdr[nh_field] = EF_IPPROTO_FRAGMENT;
+        ef_put_be16(fh.offset_flags, static_cast<uint16_t>(pos | (last_piece ? 0u : 1u)));
+        ef_put_be32(fh.id, ident);
+        const auto *fh_bytes = reinterpret_cast<const uint8_t *>(&fh);
+        h.insert(h.end(), fh_bytes, fh_bytes + kFragHeader);
         frags.push_back(build_fragment(orig, l2_len, unfrag + kFragHeader,
                                        Piece{std::move(h), ip + unfrag + pos, chunk}));
         pos += chunk;

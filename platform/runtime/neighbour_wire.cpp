@@ -3,16 +3,16 @@
 #include "neighbour_wire.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "ef_byteorder.h"
 #include "ef_csum.h"
+#include "ef_wire.h"
 
 namespace efrt::nwire {
 
 namespace {
-
-constexpr uint8_t kIpv6Version = 6;
 
 template <size_t N>
 std::array<uint8_t, N> bytes_at(const uint8_t *p)
@@ -24,7 +24,7 @@ std::array<uint8_t, N> bytes_at(const uint8_t *p)
 
 void put_eth(uint8_t *frame, const MacAddr &dst, const MacAddr &src, uint16_t type)
 {
-    EthHdr eth;
+    ef_eth_hdr eth;
     std::copy(dst.begin(), dst.end(), eth.dst);
     std::copy(src.begin(), src.end(), eth.src);
     ef_put_be16(eth.type, type);
@@ -39,8 +39,8 @@ bool read_options(const uint8_t *p, size_t len, uint8_t wanted, std::optional<Ma
         if (len < 2 || p[1] == 0 || size_t{p[1]} * 8 > len)
             return false;
         const size_t size = size_t{p[1]} * 8;
-        if (p[0] == wanted && size == sizeof(LinkAddrOption))
-            link = bytes_at<6>(p + 2);
+        if (p[0] == wanted && size == sizeof(ef_nd_link_addr_opt))
+            link = bytes_at<EF_ETH_ALEN>(p + offsetof(ef_nd_link_addr_opt, mac));
         p += size;
         len -= size;
     }
@@ -51,18 +51,18 @@ bool read_options(const uint8_t *p, size_t len, uint8_t wanted, std::optional<Ma
 
 std::optional<ArpMessage> read_arp(const uint8_t *p, size_t len)
 {
-    if (p == nullptr || len < sizeof(ArpBody))
+    if (p == nullptr || len < sizeof(ef_arp))
         return std::nullopt;
-    ArpBody body;
+    ef_arp body;
     std::memcpy(&body, p, sizeof body);
-    if (ef_get_be16(body.hw_type) != kArpHwEthernet || ef_get_be16(body.proto_type) != kArpProtoIpv4 ||
-        body.hw_len != 6 || body.proto_len != 4)
+    if (ef_get_be16(body.hw_type) != EF_ARP_HW_ETHERNET || ef_get_be16(body.proto_type) != EF_ETHERTYPE_IPV4 ||
+        body.hw_len != EF_ETH_ALEN || body.proto_len != sizeof body.sender_ip)
         return std::nullopt;
     ArpMessage m;
     m.op = ef_get_be16(body.op);
-    m.sender_mac = bytes_at<6>(body.sender_mac);
+    m.sender_mac = bytes_at<EF_ETH_ALEN>(body.sender_mac);
     m.sender_ip = bytes_at<4>(body.sender_ip);
-    m.target_mac = bytes_at<6>(body.target_mac);
+    m.target_mac = bytes_at<EF_ETH_ALEN>(body.target_mac);
     m.target_ip = bytes_at<4>(body.target_ip);
     return m;
 }
@@ -70,55 +70,55 @@ std::optional<ArpMessage> read_arp(const uint8_t *p, size_t len)
 void write_arp_reply(uint8_t *frame, const MacAddr &from_mac, const Ipv4Bytes &from_ip, const MacAddr &to_mac,
                      const Ipv4Bytes &to_ip)
 {
-    put_eth(frame, to_mac, from_mac, kEtherArp);
-    ArpBody body;
-    ef_put_be16(body.hw_type, kArpHwEthernet);
-    ef_put_be16(body.proto_type, kArpProtoIpv4);
+    put_eth(frame, to_mac, from_mac, EF_ETHERTYPE_ARP);
+    ef_arp body;
+    ef_put_be16(body.hw_type, EF_ARP_HW_ETHERNET);
+    ef_put_be16(body.proto_type, EF_ETHERTYPE_IPV4);
     body.hw_len = 6;
     body.proto_len = 4;
-    ef_put_be16(body.op, kArpReply);
+    ef_put_be16(body.op, EF_ARP_REPLY);
     std::copy(from_mac.begin(), from_mac.end(), body.sender_mac);
     std::copy(from_ip.begin(), from_ip.end(), body.sender_ip);
     std::copy(to_mac.begin(), to_mac.end(), body.target_mac);
     std::copy(to_ip.begin(), to_ip.end(), body.target_ip);
-    std::memcpy(frame + kEthHeader, &body, sizeof body);
+    std::memcpy(frame + EF_ETH_HLEN, &body, sizeof body);
 }
 
 uint8_t nd_type(const uint8_t *p, size_t len)
 {
-    if (p == nullptr || len < sizeof(Ipv6Hdr) + 1 || p[offsetof(Ipv6Hdr, next_hdr)] != kProtoIcmpv6)
+    if (p == nullptr || len < sizeof(ef_ipv6_hdr) + 1 || p[offsetof(ef_ipv6_hdr, next_hdr)] != EF_IPPROTO_ICMPV6)
         return 0;
-    const uint8_t type = p[sizeof(Ipv6Hdr)];
-    return type >= kNdFirstType && type <= kNdLastType ? type : 0;
+    const uint8_t type = p[sizeof(ef_ipv6_hdr)];
+    return type >= EF_ND_FIRST_TYPE && type <= EF_ND_LAST_TYPE ? type : 0;
 }
 
 std::optional<NdMessage> read_nd(const uint8_t *p, size_t len)
 {
-    if (p == nullptr || len < sizeof(Ipv6Hdr))
+    if (p == nullptr || len < sizeof(ef_ipv6_hdr))
         return std::nullopt;
-    Ipv6Hdr ip;
+    ef_ipv6_hdr ip;
     std::memcpy(&ip, p, sizeof ip);
     const uint32_t payload = ef_get_be16(ip.payload_len);
-    if (ip.ver_tc_flow[0] >> 4 != kIpv6Version || ip.next_hdr != kProtoIcmpv6 || ip.hop_limit != kNdHopLimit ||
-        payload < sizeof(NdBody) || sizeof(Ipv6Hdr) + payload > len)
+    if (ip.ver_tc_flow[0] >> 4 != EF_IPV6_VERSION || ip.next_hdr != EF_IPPROTO_ICMPV6 || ip.hop_limit != EF_ND_HOP_LIMIT ||
+        payload < sizeof(ef_nd_msg) || sizeof(ef_ipv6_hdr) + payload > len)
         return std::nullopt;
-    const uint8_t *msg = p + sizeof(Ipv6Hdr);
-    NdBody body;
+    const uint8_t *msg = p + sizeof(ef_ipv6_hdr);
+    ef_nd_msg body;
     std::memcpy(&body, msg, sizeof body);
-    if ((body.type != kNeighbourSolicit && body.type != kNeighbourAdvert) || body.code != 0)
+    if ((body.type != EF_ND_NEIGHBOUR_SOLICIT && body.type != EF_ND_NEIGHBOUR_ADVERT) || body.code != 0)
         return std::nullopt;
     NdMessage m;
     m.type = body.type;
     m.src = bytes_at<16>(ip.src);
     m.dst = bytes_at<16>(ip.dst);
-    m.solicited = body.type == kNeighbourAdvert && (body.flags[0] & kNaSolicited) != 0;
+    m.solicited = body.type == EF_ND_NEIGHBOUR_ADVERT && (body.flags[0] & EF_ND_NA_SOLICITED) != 0;
     m.target = bytes_at<16>(body.target);
     if (icmpv6_checksum(m.src, m.dst, msg, payload) != 0 || ipv6_multicast(m.src) || ipv6_multicast(m.target))
         return std::nullopt;
-    const uint8_t wanted = body.type == kNeighbourSolicit ? kOptSourceLinkAddr : kOptTargetLinkAddr;
+    const uint8_t wanted = body.type == EF_ND_NEIGHBOUR_SOLICIT ? EF_ND_OPT_SOURCE_LINK_ADDR : EF_ND_OPT_TARGET_LINK_ADDR;
     if (!read_options(msg + sizeof body, payload - sizeof body, wanted, m.link_addr))
         return std::nullopt;
-    if (body.type == kNeighbourSolicit && ipv6_all_zero(m.src) && m.link_addr)
+    if (body.type == EF_ND_NEIGHBOUR_SOLICIT && ipv6_all_zero(m.src) && m.link_addr)
         return std::nullopt;
     return m;
 }
@@ -126,27 +126,27 @@ std::optional<NdMessage> read_nd(const uint8_t *p, size_t len)
 void write_na(uint8_t *frame, const MacAddr &from_mac, const Ipv6Bytes &target, const MacAddr &to_mac,
               const Ipv6Bytes &to_ip)
 {
-    constexpr uint32_t kMessageLen = sizeof(NdBody) + sizeof(LinkAddrOption);
-    put_eth(frame, to_mac, from_mac, kEtherIpv6);
-    Ipv6Hdr ip{};
-    ip.ver_tc_flow[0] = kIpv6Version << 4;
+    constexpr uint32_t kMessageLen = sizeof(ef_nd_msg) + sizeof(ef_nd_link_addr_opt);
+    put_eth(frame, to_mac, from_mac, EF_ETHERTYPE_IPV6);
+    ef_ipv6_hdr ip{};
+    ip.ver_tc_flow[0] = EF_IPV6_VERSION << 4;
     ef_put_be16(ip.payload_len, kMessageLen);
-    ip.next_hdr = kProtoIcmpv6;
-    ip.hop_limit = kNdHopLimit;
+    ip.next_hdr = EF_IPPROTO_ICMPV6;
+    ip.hop_limit = EF_ND_HOP_LIMIT;
     std::copy(target.begin(), target.end(), ip.src);
     std::copy(to_ip.begin(), to_ip.end(), ip.dst);
-    std::memcpy(frame + kEthHeader, &ip, sizeof ip);
+    std::memcpy(frame + EF_ETH_HLEN, &ip, sizeof ip);
 
-    uint8_t *msg = frame + kEthHeader + sizeof ip;
-    NdBody body{};
-    body.type = kNeighbourAdvert;
-    body.flags[0] = kNaSolicited | kNaOverride;
+    uint8_t *msg = frame + EF_ETH_HLEN + sizeof ip;
+    ef_nd_msg body{};
+    body.type = EF_ND_NEIGHBOUR_ADVERT;
+    body.flags[0] = EF_ND_NA_SOLICITED | EF_ND_NA_OVERRIDE;
     std::copy(target.begin(), target.end(), body.target);
     std::memcpy(msg, &body, sizeof body);
-    LinkAddrOption opt{kOptTargetLinkAddr, 1, {}};
+    ef_nd_link_addr_opt opt{EF_ND_OPT_TARGET_LINK_ADDR, 1, {}};
     std::copy(from_mac.begin(), from_mac.end(), opt.mac);
     std::memcpy(msg + sizeof body, &opt, sizeof opt);
-    ef_put_be16(msg + offsetof(NdBody, checksum), icmpv6_checksum(target, to_ip, msg, kMessageLen));
+    ef_put_be16(msg + offsetof(ef_nd_msg, csum), icmpv6_checksum(target, to_ip, msg, kMessageLen));
 }
 
 uint16_t icmpv6_checksum(const Ipv6Bytes &src, const Ipv6Bytes &dst, const uint8_t *msg, uint32_t len)
@@ -154,9 +154,9 @@ uint16_t icmpv6_checksum(const Ipv6Bytes &src, const Ipv6Bytes &dst, const uint8
     // The pseudo-header's upper-layer length and next header, as 32-bit words.
     uint8_t tail[8] = {};
     ef_put_be32(tail, len);
-    tail[7] = kProtoIcmpv6;
-    uint64_t sum = ef_csum_accumulate(0, src.data(), 16);
-    sum = ef_csum_accumulate(sum, dst.data(), 16);
+    tail[7] = EF_IPPROTO_ICMPV6;
+    uint64_t sum = ef_csum_accumulate(0, src.data(), src.size());
+    sum = ef_csum_accumulate(sum, dst.data(), dst.size());
     sum = ef_csum_accumulate(sum, tail, sizeof tail);
     sum = ef_csum_accumulate(sum, msg, len);
     return static_cast<uint16_t>(~ef_csum_finish(sum));

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstring>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efrt_pipeline.h"
 #include "efrt_services.h"
 #include "lsm.h"
@@ -14,8 +16,6 @@ namespace efrt {
 
 namespace {
 
-constexpr size_t kEthHeader = 14;
-constexpr uint16_t kTpid = 0x8100;
 
 using FrameHook = int (*)(efmp_buff_t *);
 
@@ -25,21 +25,22 @@ std::atomic<uint32_t> g_underlay_mtu{0};
 // frames can be fragmented, and ARP and ND are recognised for suppression.
 uint8_t classify(const uint8_t *frame, size_t len)
 {
-    size_t off = 12;
+    constexpr size_t kTypeLen = 2;
+    size_t off = EF_ETH_TYPE_OFFSET;
     uint16_t type = ef_get_be16(frame + off);
-    for (int tags = 0; tags < 2 && type == kTpid && off + 6 <= len; ++tags) {
-        off += 4;
+    for (int tags = 0; tags < 2 && type == EF_ETHERTYPE_VLAN && off + EF_VLAN_TAG_LEN + kTypeLen <= len; ++tags) {
+        off += EF_VLAN_TAG_LEN;
         type = ef_get_be16(frame + off);
     }
     switch (type) {
-    case 0x0800:
+    case EF_ETHERTYPE_IPV4:
         return EFMP_PKT_IPV4;
-    case 0x0806:
+    case EF_ETHERTYPE_ARP:
         return EFMP_PKT_ARP;
-    case 0x86DD:
+    case EF_ETHERTYPE_IPV6:
         return EFMP_PKT_IPV6;
     default:
-        return 0;
+        return EFMP_PKT_UNCLASSIFIED;
     }
 }
 
@@ -53,10 +54,10 @@ uint8_t classify(const uint8_t *frame, size_t len)
 // an IPv4 tunnel is therefore fragmented although it would just fit.)
 uint16_t tunnel_mtu(uint8_t pkt_type, size_t len)
 {
-    constexpr uint32_t kUncounted = 20;        // the inner Ethernet header's share
-    constexpr uint32_t kIpv6Uncounted = 40;    // and the rest of an IPv6 header
-    constexpr uint32_t kLargestOverhead = 56;  // Ethernet-less VXLAN over IPv6
-    constexpr uint32_t kSmallestMtu = 70 + kIpv6Uncounted;
+    constexpr uint32_t kUncounted = EF_IPV4_HLEN;      // the inner Ethernet header's share
+    constexpr uint32_t kIpv6Uncounted = EF_IPV6_HLEN;  // and the rest of an IPv6 header
+    constexpr uint32_t kLargestOverhead = EF_VXLAN_IPV6_OVERHEAD - EF_ETH_HLEN;
+    constexpr uint32_t kSmallestMtu = EF_VXLAN_IPV6_OVERHEAD + kIpv6Uncounted;
     const uint32_t mtu = g_underlay_mtu.load(std::memory_order_relaxed);
     if (mtu < kSmallestMtu)
         return 0;
@@ -69,7 +70,7 @@ uint16_t tunnel_mtu(uint8_t pkt_type, size_t len)
 
 efmp_buff_t *pipeline_frame(uint32_t ifindex, const uint8_t *frame, size_t len)
 {
-    if (len < kEthHeader || len > UINT16_MAX)
+    if (len < EF_ETH_HLEN || len > UINT16_MAX)
         return nullptr;
     lsm_intfcb_t *intf = lsm_get_intfcb(ifindex);
     if (intf == nullptr)
@@ -80,8 +81,8 @@ efmp_buff_t *pipeline_frame(uint32_t ifindex, const uint8_t *frame, size_t len)
     std::memcpy(buff->head + buff->data_off, frame, len);
     buff->src_intf = intf;
     buff->src_ifx = ifindex;
-    buff->l2_len = kEthHeader;
-    buff->l3_off = static_cast<uint16_t>(buff->data_off + kEthHeader);
+    buff->l2_len = EF_ETH_HLEN;
+    buff->l3_off = static_cast<uint16_t>(buff->data_off + EF_ETH_HLEN);
     buff->pkt_type = classify(frame, len);
     buff->vxlan_mtu = tunnel_mtu(buff->pkt_type, len);
     return buff;

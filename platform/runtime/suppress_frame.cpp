@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ef_wire.h"
 #include "efrt_pipeline.h"
 #include "neighbour_wire.h"
 #include "suppress.h"
@@ -37,7 +38,7 @@ std::optional<FrameView> view_of(const efmp_buff_t *buff)
         return std::nullopt;
     const size_t len = std::min<size_t>(buff->len, buff->size - buff->data_off);
     const size_t l3 = buff->l3_off - buff->data_off;
-    if (len < nwire::kEthHeader || l3 > len)
+    if (len < EF_ETH_HLEN || l3 > len)
         return std::nullopt;
     const uint8_t *eth = buff->head + buff->data_off;
     return FrameView{eth, len, eth + l3, len - l3};
@@ -69,8 +70,8 @@ bool send_answer(const efmp_buff_t *request, const uint8_t *frame, size_t len)
     // The instance bits say who parsed a received frame; this one was made here.
     efmp_buff_set_tag_word(answer, efmp_buff_tag_word(request) & ~EFMP_TAG_VSD_MASK);
     efmp_buff_set_vni(answer, efmp_buff_vni(request));
-    answer->l2_len = nwire::kEthHeader;
-    answer->l3_off = static_cast<uint16_t>(answer->data_off + nwire::kEthHeader);
+    answer->l2_len = EF_ETH_HLEN;
+    answer->l3_off = static_cast<uint16_t>(answer->data_off + EF_ETH_HLEN);
     answer->pkt_type = request->pkt_type;
     const PipeOutcome out = pipeline_deliver(answer);
     if (out != PipeOutcome::Consumed)
@@ -96,7 +97,7 @@ SuppressVerdict arp_from_access(efmp_buff_t *buff, uint32_t vni)
         suppress_learn_local(vni, nwire::neighbour_ip(arp->sender_ip), arp->sender_mac);
     if (!suppress_switch_on(vni, SuppressProto::Arp))
         return SuppressVerdict::Untouched;
-    if (!arp || arp->op != nwire::kArpRequest)
+    if (!arp || arp->op != EF_ARP_REQUEST)
         return hand_on(buff);
     // A host asking for its own address (gratuitous ARP) finds its own MAC
     // and is handed on, so that the others hear of it.
@@ -130,11 +131,11 @@ bool answer_ns(const efmp_buff_t *request, const nwire::NdMessage &ns, const Mac
 
 void snoop_nd(uint32_t vni, const nwire::NdMessage &nd)
 {
-    if (nd.type == nwire::kNeighbourSolicit && !nwire::ipv6_all_zero(nd.src) && nd.link_addr &&
+    if (nd.type == EF_ND_NEIGHBOUR_SOLICIT && !nwire::ipv6_all_zero(nd.src) && nd.link_addr &&
         nwire::host_mac(*nd.link_addr))
         suppress_learn_local(vni, nwire::neighbour_ip(nd.src), *nd.link_addr);
     // An unsolicited advertisement tells of a host's new or moved address.
-    if (nd.type != nwire::kNeighbourSolicit && !nd.solicited && nd.link_addr && nwire::host_mac(*nd.link_addr) &&
+    if (nd.type != EF_ND_NEIGHBOUR_SOLICIT && !nd.solicited && nd.link_addr && nwire::host_mac(*nd.link_addr) &&
         !nwire::ipv6_all_zero(nd.target))
         suppress_learn_local(vni, nwire::neighbour_ip(nd.target), *nd.link_addr);
 }
@@ -143,7 +144,7 @@ SuppressVerdict solicitation(efmp_buff_t *buff, uint32_t vni, const FrameView &v
 {
     const bool from_nobody = nwire::ipv6_all_zero(ns.src);
     MacAddr solicitor;
-    std::memcpy(solicitor.data(), view.eth + offsetof(nwire::EthHdr, src), solicitor.size());
+    std::memcpy(solicitor.data(), view.eth + offsetof(ef_eth_hdr, src), solicitor.size());
     solicitor = ns.link_addr.value_or(solicitor);
     // Duplicate address detection has no address to answer to: the owner of
     // the address, reached by the flood, defends it itself.
@@ -165,7 +166,7 @@ SuppressVerdict nd_from_access(efmp_buff_t *buff, uint32_t vni, const FrameView 
         snoop_nd(vni, *nd);
     if (!suppress_switch_on(vni, SuppressProto::Nd))
         return SuppressVerdict::Untouched;
-    if (nd && nd->type == nwire::kNeighbourSolicit)
+    if (nd && nd->type == EF_ND_NEIGHBOUR_SOLICIT)
         return solicitation(buff, vni, view, *nd);
     return hand_on(buff);
 }

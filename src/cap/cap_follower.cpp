@@ -5,8 +5,9 @@
 #include <array>
 
 #include "cap_private.h"
-#include "diag/diag_private.h"
+#include "vxlan_ef.h"
 #include "ef_bridge.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The capability record and its show.
 #include "core/core_private.h"
-#include "diag/diag_private.h"
+#include "vxlan_ef.h"
 
 vxlan_ef_master_t g_vxlan_ef_master;
 

@@ -7,8 +7,9 @@
 #include "channel_private.h"
 #include "control_tlvs.h"
 #include "core/tlv_value.h"
-#include "diag/diag_private.h"
+#include "vxlan_ef.h"
 #include "vxlan_ef_requests.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxlan_ef {
 

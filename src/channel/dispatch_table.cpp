@@ -6,6 +6,7 @@
 #include "channel_private.h"
 #include "control_tlvs.h"
 #include "dispatch_table.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

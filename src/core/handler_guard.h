@@ -10,6 +10,7 @@
 
 #include "core_private.h"
 #include "tlv_value.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxlan_ef {
 

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "core_private.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

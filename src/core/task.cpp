@@ -2,7 +2,7 @@
 // waiting, then replaces itself with a fresh task armed with the same
 // timeout, so the queue is polled once per timeout period.
 #include "core_private.h"
-#include "diag/diag_private.h"
+#include "vxlan_ef.h"
 #include "ef_task.h"
 
 uint32_t g_vxlan_ef_eve;

@@ -14,6 +14,7 @@
 #include <type_traits>
 
 #include "core_private.h"
+#include "vxlan_ef_tables.h"
 #include "vxlan_ef_tlv_catalogue.h"
 
 namespace vxlan_ef {

@@ -6,6 +6,7 @@
 #include "core_private.h"
 #include "lsm.h"
 #include "channel/channel_private.h"
+#include "vxlan_ef_tables.h"
 
 vxlan_ef_vsd_t *g_vxlan_vsd;
 

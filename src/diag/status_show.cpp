@@ -5,7 +5,7 @@
 
 #include "channel/channel_private.h"
 #include "core/core_private.h"
-#include "diag_private.h"
+#include "vxlan_ef.h"
 #include "lsm.h"
 
 namespace {

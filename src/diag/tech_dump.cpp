@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "core/core_private.h"
-#include "diag_private.h"
+#include "vxlan_ef.h"
 #include "vxlan_ef_requests.h"
 #include "vxlan_ef_tables.h"
 

@@ -9,6 +9,7 @@
 
 #include "ef_list.h"
 #include "ef_rbtree.h"
+#include "ef_wire.h" /* EF_VXLAN_PORT */
 #include "vxlan_ef_msg_frame.h" /* message limits (VXLAN_EF_MSG_*) */
 
 #ifdef __cplusplus
@@ -97,7 +98,7 @@ typedef struct vxlan_ef_subif_tree {
 #define VXLAN_EF_HASH_SIZE 512u
 #define VXLAN_EF_VLAN_COUNT 4094u
 #define VXLAN_EF_DUMP_LINE_LEN 260u
-#define VXLAN_EF_UDP_PORT_DEFAULT 4789u
+#define VXLAN_EF_UDP_PORT_DEFAULT ((unsigned)EF_VXLAN_PORT)
 
 struct lsm_intfcb;
 
@@ -216,11 +217,5 @@ VXLAN_EF_API void vxlan_ef_show_cap(uint32_t vsd_id);
 VXLAN_EF_API void vxlan_ef_tech_dump(uint32_t vsd_id);
 VXLAN_EF_API void vxlan_ef_log_dump(const char *format, ...)
     __attribute__((format(printf, 1, 2)));
-
-#include "vxlan_ef_frame.h"
-#include "vxlan_ef_tables.h"
-#include "vxlan_ef_encap.h"
-#include "vxlan_ef_parser.h"
-#include "vxlan_ef_forward.h"
 
 #endif

@@ -1,7 +1,6 @@
 /* Public declarations of VXLAN encapsulation: the tunnel and sub-interface
  * encapsulation paths and their per-interface hooks, router-MAC forwarding,
- * and the query services other forwarding modules call. Included by
- * vxlan_ef.h. */
+ * and the query services other forwarding modules call. */
 #ifndef VXLAN_EF_ENCAP_H
 #define VXLAN_EF_ENCAP_H
 
@@ -10,6 +9,8 @@
 
 #include "efmp.h"
 #include "lsm.h"
+#include "vxlan_ef.h"
+#include "vxlan_ef_tables.h"
 
 /* ---- encapsulation ---- */
 /* Modes of vxlan_ef_encap_frame: the pipeline's encapsulation service; the

@@ -1,7 +1,7 @@
 /* Public declarations of the bridge forwarding decision, its unicast branch
  * and flooding: the forwarding service the pipeline calls for every bridged
  * frame of a VXLAN segment, and the per-node callback of the platform's
- * broadcast engine. Included by vxlan_ef.h after the table declarations.
+ * broadcast engine.
  *
  * Results are the pipeline's EF codes (EF_Normal ... EF_Resv_Bcast). None of
  * these functions consumes the buffer it is given, except
@@ -12,6 +12,8 @@
 #include <stdint.h>
 
 #include "efmp.h"
+#include "vxlan_ef.h"
+#include "vxlan_ef_tables.h"
 
 /* Broadcast node kinds. */
 #define VXLAN_EF_BCAST_NODE_OT 1u

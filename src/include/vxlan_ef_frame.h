@@ -1,7 +1,6 @@
 /* Public declarations of the module's wiring to the platform: registration with
  * the packet pipeline and the interface manager, the bridge service follower,
- * the capability follower and the MLAG peer-link follower. Included by
- * vxlan_ef.h. */
+ * the capability follower and the MLAG peer-link follower. */
 #ifndef VXLAN_EF_FRAME_H
 #define VXLAN_EF_FRAME_H
 
@@ -12,6 +11,7 @@
 #include "efmp.h"
 #include "libtq_cap.h"
 #include "lsm.h"
+#include "vxlan_ef.h"
 
 /* ---- pipeline registration ---- */
 VXLAN_EF_API int vxlan_ef_frame_init(void);

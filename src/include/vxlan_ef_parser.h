@@ -2,7 +2,7 @@
  * of interfaces that may carry VXLAN over IP (decapsulation, or the local
  * access path with its VLAN, VNI and sub-interface), the parser of overlay
  * tunnel interfaces with its layer-2 header parse, and MAC learning into the
- * bridge. Included by vxlan_ef.h.
+ * bridge.
  *
  * None of these consumes the buffer: every result leaves it to the caller,
  * EF_Drop asking the pipeline to drop it. */
@@ -13,6 +13,7 @@
 
 #include "efmp.h"
 #include "lsm.h"
+#include "vxlan_ef.h"
 
 /* Pipeline service 0 and the Ethernet-level parser: EF_Normal or EF_Drop. */
 VXLAN_EF_API int vxlan_ef_parser_service(efmp_buff_t *buff);

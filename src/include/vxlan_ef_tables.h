@@ -1,7 +1,7 @@
 /* Public interface of the module's configuration tables: the records of the
  * VXLAN entry, VLAN-extension, VTEP adjacency, tunnel and router interface,
  * sub-interface and VRF tables, and the functions the rest of the module and
- * the platform call on them. Included at the end of vxlan_ef.h.
+ * the platform call on them.
  *
  * Lock context: lookups (the _get and _lookup_ functions, vxlan_ef_adj_update,
  * vxlan_ef_intf_asso_vni, vxlan_ef_subif_update and vxlan_ef_subif_delete)
@@ -15,6 +15,7 @@
 
 #include "ef_list.h"
 #include "ef_rbtree.h"
+#include "vxlan_ef.h"
 
 #define VXLAN_EF_ENTRY_HASH_SIZE 256u
 #define VXLAN_EF_VNI_MAX 0xFFFFFFu

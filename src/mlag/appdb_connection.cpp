@@ -2,6 +2,7 @@
 // three connection callbacks, and the subscription to the MLAG system table
 // made on every connection.
 #include "mlag_private.h"
+#include "vxlan_ef_frame.h"
 
 ef_mom_reg_t g_vxlan_ef_mom_reg;
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "core/core_private.h"
-#include "diag/diag_private.h"
 #include "ef_mom.h"
+#include "efmp.h"
 #include "p_intf.pb-c.h"
 
 namespace vxlan_ef {

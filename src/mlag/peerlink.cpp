@@ -3,6 +3,7 @@
 // accepted subscription reads the table once. Both run on the app-db client's
 // thread under the instance's write lock.
 #include "mlag_private.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

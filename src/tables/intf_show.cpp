@@ -3,6 +3,7 @@
 // a closing rule. Takes no lock of its own.
 #include "lsm.h"
 #include "tables_private.h"
+#include "vxlan_ef_tables.h"
 
 using namespace vxlan_ef;
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "tables_private.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxlan_ef {
 

@@ -5,6 +5,7 @@
 // lock, interfaces first so that a vanished tunnel takes its adjacencies with
 // it before the entries are swept.
 #include "tables_private.h"
+#include "vxlan_ef_tables.h"
 
 using namespace vxlan_ef;
 

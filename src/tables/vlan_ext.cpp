@@ -6,6 +6,7 @@
 
 #include "core/handler_guard.h"
 #include "tables_private.h"
+#include "vxlan_ef_tables.h"
 
 using namespace vxlan_ef;
 

@@ -4,6 +4,7 @@
 
 #include "lsm.h"
 #include "tables_private.h"
+#include "vxlan_ef_tables.h"
 
 void vxlan_ef_vrf_show(uint32_t)
 {

@@ -2,6 +2,7 @@
 // two per-entry hashes and their lookups, tunnel address changes and tunnel
 // removal, and finding a received packet's tunnel by its address pair.
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 // the changes the capability service sends at run time.
 #include "frame/wiring/wiring_private.h"
 #include "module_fixture.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

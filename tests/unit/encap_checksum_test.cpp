@@ -2,6 +2,7 @@
 // checksum and the UDP checksum over the pseudo-header and the whole
 // payload, for IPv4 and IPv6 outers and odd and even lengths.
 #include "encap_fixture.h"
+#include "vxlan_ef_encap.h"
 
 namespace vxtest {
 namespace {

@@ -15,6 +15,8 @@
 #include "efrt_l3.h"
 #include "frame/transmit/transmit_private.h"
 #include "table_fixture.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxtest {
 

@@ -2,6 +2,7 @@
 // of each tunnel family and MTU, the fragmenter chosen by the inner family,
 // reassembly of what left, the headroom floor and the failure paths.
 #include "encap_fixture.h"
+#include "vxlan_ef_encap.h"
 
 namespace vxtest {
 namespace {

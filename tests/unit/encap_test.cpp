@@ -2,6 +2,7 @@
 // buffer metadata of what reaches the L3 queue, the result codes of the
 // cases that are not encapsulated, the counters, copy-DSCP and the trace.
 #include "encap_fixture.h"
+#include "vxlan_ef_encap.h"
 
 namespace vxtest {
 namespace {

@@ -2,6 +2,7 @@
 // its first-owner rule, router binding, L2 VNI mapping, per-VNI switches, the
 // UDP port, and what a deleted entry leaves behind.
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

@@ -3,6 +3,8 @@
 // off, the MLAG peer-link, a protected VNI and the bridge's not-forward mark.
 // The segment is the one drawn in forward_fixture.h.
 #include "forward_fixture.h"
+#include "vxlan_ef_forward.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

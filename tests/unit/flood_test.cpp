@@ -4,6 +4,8 @@
 #include <algorithm>
 
 #include "forward_fixture.h"
+#include "vxlan_ef_forward.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

@@ -25,6 +25,7 @@
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
 #include "table_fixture.h"
+#include "vxlan_ef_forward.h"
 
 namespace vxtest {
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "forward_fixture.h"
+#include "vxlan_ef_forward.h"
 
 namespace {
 

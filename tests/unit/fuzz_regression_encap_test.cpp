@@ -3,6 +3,7 @@
 // module must do with them.
 #include "efrt_l3.h"
 #include "encap_fixture.h"
+#include "vxlan_ef_encap.h"
 
 namespace {
 

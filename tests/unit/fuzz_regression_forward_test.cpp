@@ -6,6 +6,7 @@
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
 #include "forward_fixture.h"
+#include "vxlan_ef_forward.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include "forward_fixture.h"
 #include "table_check.h"
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 // switches, OverlayRouter records created and removed through router
 // bindings, and the lookups the packet plane asks.
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

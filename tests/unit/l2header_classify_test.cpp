@@ -1,6 +1,7 @@
 // The layer-2 header parse of received frames: removal of up to two 802.1Q
 // tags and the classification of the frame into the platform's packet types.
 #include "parser_fixture.h"
+#include "vxlan_ef_parser.h"
 
 namespace vxtest {
 namespace {

@@ -1,5 +1,6 @@
 // Start-up, shut-down, the instance id, the task and memory accounting.
 #include "module_fixture.h"
+#include "vxlan_ef_tables.h"
 
 using vxtest::ModuleTest;
 

@@ -18,6 +18,7 @@
 #include "efrt.h"
 #include "efrt_services.h"
 #include "vxlan_ef.h"
+#include "vxlan_ef_frame.h"
 #include "vxlan_ef_tlv_catalogue.h"
 
 namespace vxtest {

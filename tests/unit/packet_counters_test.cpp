@@ -6,6 +6,7 @@
 
 #include "parser_fixture.h"
 #include "vxlan_ef_counters.h"
+#include "vxlan_ef_parser.h"
 
 namespace vxtest {
 namespace {

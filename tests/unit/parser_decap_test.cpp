@@ -2,6 +2,7 @@
 // tunnel lookup, the removal of the outer headers over IPv4 and IPv6, the
 // inner tag check, VNI mapping and MAC learning from the tunnel.
 #include "parser_fixture.h"
+#include "vxlan_ef_parser.h"
 
 namespace vxtest {
 namespace {

@@ -3,6 +3,7 @@
 // sub-interfaces, MAC learning), the parser's trace budget and how the parser
 // is attached to the pipeline.
 #include "parser_fixture.h"
+#include "vxlan_ef_parser.h"
 
 namespace vxtest {
 namespace {

@@ -4,6 +4,7 @@
 
 #include "module_fixture.h"
 #include "p_intf.pb-c.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 
 #include "frame/wiring/wiring_private.h"
 #include "module_fixture.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 // senders snooped, decapsulated ARP delivered to the local hosts, malformed
 // ARP never answered, and nothing changed while the VNI's switch is off.
 #include "suppress_fixture.h"
+#include "vxlan_ef_encap.h"
 
 namespace vxtest {
 namespace {

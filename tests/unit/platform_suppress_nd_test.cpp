@@ -5,6 +5,7 @@
 // local for the module to flood, decapsulated ND delivered to the local
 // hosts, malformed ND never answered, and other IPv6 left alone.
 #include "suppress_fixture.h"
+#include "vxlan_ef_encap.h"
 
 namespace vxtest {
 namespace {

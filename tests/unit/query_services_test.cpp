@@ -2,6 +2,9 @@
 // VNI, VRF and entry kind lookups, their not-found values and messages, and
 // the services published under the VXLAN module number.
 #include "encap_fixture.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_frame.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxtest {
 namespace {

@@ -2,6 +2,8 @@
 // header towards the next hop's router MAC, the L3 VNI and the tunnel of the
 // next hop, the drops, and the no-ICMP answer.
 #include "encap_fixture.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxtest {
 namespace {

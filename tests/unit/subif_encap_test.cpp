@@ -4,6 +4,8 @@
 #include <arpa/inet.h>
 
 #include "encap_fixture.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_frame.h"
 
 namespace vxtest {
 namespace {

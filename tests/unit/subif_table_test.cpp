@@ -2,6 +2,7 @@
 // caches, the conflict rule, moves between VNIs, the flooding list of a VNI's
 // entry, and the two checks used by the packet plane.
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

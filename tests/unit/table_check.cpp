@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "lsm.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxtest {
 

@@ -5,6 +5,7 @@
 
 #include "table_check.h"
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

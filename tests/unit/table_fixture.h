@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "module_fixture.h"
+#include "vxlan_ef_tables.h"
 #include "vxlan_ef_tlv_catalogue.h"
 
 namespace vxtest {

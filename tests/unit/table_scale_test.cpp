@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 // The table shows requested by EF_SHOW: entries (one or all), interfaces,
 // VRFs and sub-interfaces, every line, column and rule as printed.
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "module_fixture.h"
+#include "vxlan_ef_tables.h"
 
 using vxtest::ModuleTest;
 

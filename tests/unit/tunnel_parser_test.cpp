@@ -2,6 +2,7 @@
 // parse and its trace lines, and the admission of frames by VNI and VTEP
 // adjacency with the protocol frames that pass without one.
 #include "parser_fixture.h"
+#include "vxlan_ef_parser.h"
 
 namespace vxtest {
 namespace {

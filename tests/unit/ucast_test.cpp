@@ -2,6 +2,8 @@
 // bridge MAC lookup and its second try, split horizon between tunnels, the
 // peer-link, protected VNIs, and the destination it sets.
 #include "forward_fixture.h"
+#include "vxlan_ef_forward.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

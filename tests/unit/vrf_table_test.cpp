@@ -1,6 +1,7 @@
 // The VRF table: set, repeated set, unset, signed ids and their buckets, and
 // a failed allocation.
 #include "table_fixture.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

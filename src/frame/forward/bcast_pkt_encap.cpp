@@ -6,6 +6,8 @@
 #include "frame/forward/forward_private.h"
 #include "frame/trace/packet_dump.h"
 #include "frame/transmit/transmit_private.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_forward.h"
 
 using vxlan_ef::TraceGate;
 namespace fwd = vxlan_ef::fwd;

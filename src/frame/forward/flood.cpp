@@ -6,6 +6,8 @@
 // here; the caller holds the instance's read lock.
 #include "frame/counters/drop_count.h"
 #include "frame/forward/forward_private.h"
+#include "vxlan_ef_forward.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::TraceGate;
 using namespace vxlan_ef::fwd;

@@ -3,6 +3,8 @@
 #include <cstring>
 
 #include "frame/forward/forward_private.h"
+#include "vxlan_ef_forward.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::TraceGate;
 using namespace vxlan_ef::fwd;

@@ -6,9 +6,13 @@
 // so (EF_Lost); flooding always works on copies.
 #include <cstring>
 
+#include "ef_wire.h"
 #include "frame/counters/drop_count.h"
 #include "frame/forward/forward_private.h"
 #include "frame/trace/packet_dump.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_forward.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::ReadLock;
 using vxlan_ef::TraceGate;
@@ -22,7 +26,6 @@ using namespace vxlan_ef::fwd;
 
 namespace {
 
-constexpr uint32_t kEthAddrsLen = 12;
 constexpr int kContinue = -1;
 constexpr int kRefusedLearning = -2;  // dropped without the closing trace line
 
@@ -30,10 +33,10 @@ bool group_mac(const uint8_t *mac) { return (mac[0] & 0x01) != 0; }
 
 // Destination then source MAC of the frame; zeros for a frame too short to
 // hold them.
-void frame_macs(const efmp_buff_t *buff, uint8_t (&macs)[kEthAddrsLen])
+void frame_macs(const efmp_buff_t *buff, uint8_t (&macs)[EF_ETH_ADDRS_LEN])
 {
     std::memset(macs, 0, sizeof macs);
-    if (buff->head != nullptr && buff->len >= kEthAddrsLen)
+    if (buff->head != nullptr && buff->len >= EF_ETH_ADDRS_LEN)
         std::memcpy(macs, frame_start(buff), sizeof macs);
 }
 
@@ -42,14 +45,15 @@ void trace_receive(efmp_buff_t *buff, uint32_t vni)
     // The addresses are copied out only for a line that is printed.
     const bool traced = vxlan_ef::trace_admit(buff, TraceGate::Forward);
     if (traced) {
-        uint8_t m[kEthAddrsLen];
+        uint8_t m[EF_ETH_ADDRS_LEN];
         frame_macs(buff, m);
+        const uint8_t *s = m + EF_ETH_SRC_OFFSET;
         VXLAN_EF_TRACE_DECIDED(
             traced, "vxlan_ef_forward",
             "VXLAN-EF-FORWARD: [vsd %d %s] Rcv pkt: %p, src intf: %s\n src mac: "
             "%02x%02x.%02x%02x.%02x%02x dst mac: %02x%02x.%02x%02x.%02x%02x VNI: %u\n",
-            static_cast<void *>(buff), name_of(buff->src_intf).text, m[6], m[7], m[8], m[9], m[10],
-            m[11], m[0], m[1], m[2], m[3], m[4], m[5], vni);
+            static_cast<void *>(buff), name_of(buff->src_intf).text, s[0], s[1], s[2], s[3], s[4],
+            s[5], m[0], m[1], m[2], m[3], m[4], m[5], vni);
     }
     if (buff->flags & EFMP_F_TRACE)
         vxlan_ef_pkt_dump(buff, "patch-forward start");
@@ -268,7 +272,7 @@ int forward_bridged(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni)
     ReadLock lock(vsd);
     const uint32_t mapped =
         vxlan_ef::load_relaxed(g_vxlan_ef_master.l2vni_mapping) ? mapped_vni(vxlan_ef_entry_get(vsd, vni)) : 0;
-    uint8_t macs[kEthAddrsLen];
+    uint8_t macs[EF_ETH_ADDRS_LEN];
     frame_macs(buff, macs);
     int r = group_mac(macs) ? forward_group(buff, vsd, vni, mapped)
                             : forward_unicast(buff, vsd, macs, vni, mapped);

@@ -10,6 +10,7 @@
 #include "efmp.h"
 #include "frame/trace/packet_trace.h"
 #include "lsm.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxlan_ef::fwd {
 

@@ -3,17 +3,12 @@
 // interface names for messages.
 #include <cstring>
 
+#include "ef_wire.h"
 #include "frame/forward/forward_private.h"
 
 namespace vxlan_ef::fwd {
 
 namespace {
-
-constexpr uint32_t kIpv6HeaderLen = 40;
-constexpr uint32_t kIpv6NextHeader = 6;
-constexpr uint8_t kIcmpv6 = 58;
-constexpr uint8_t kNdFirst = 133;  // router solicitation
-constexpr uint8_t kNdLast = 137;   // redirect
 
 uint16_t rebase(uint16_t off, const efmp_buff_t *from, const efmp_buff_t *to)
 {
@@ -27,11 +22,11 @@ bool is_nd(const efmp_buff_t *buff)
     if (buff->pkt_type != EFMP_PKT_IPV6 || buff->head == nullptr || buff->l3_off < buff->data_off)
         return false;
     const uint32_t l3 = buff->l3_off - buff->data_off;
-    if (l3 + kIpv6HeaderLen + 1 > buff->len)
+    if (l3 + EF_IPV6_HLEN + 1 > buff->len)
         return false;
-    const uint8_t *ip = buff->head + buff->l3_off;
-    const uint8_t type = ip[kIpv6HeaderLen];
-    return ip[kIpv6NextHeader] == kIcmpv6 && type >= kNdFirst && type <= kNdLast;
+    const auto *ip = reinterpret_cast<const ef_ipv6_hdr *>(buff->head + buff->l3_off);
+    const uint8_t type = buff->head[buff->l3_off + EF_IPV6_HLEN];
+    return ip->next_hdr == EF_IPPROTO_ICMPV6 && type >= EF_ND_FIRST_TYPE && type <= EF_ND_LAST_TYPE;
 }
 
 efmp_buff_t *copy_frame(const efmp_buff_t *src)

@@ -5,9 +5,12 @@
 // header, and the buffer always stays with the caller.
 #include <cstring>
 
-#include "frame/counters/drop_count.h"
 #include "ef_bridge.h"
+#include "ef_wire.h"
+#include "frame/counters/drop_count.h"
 #include "frame/forward/forward_private.h"
+#include "vxlan_ef_forward.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::TraceGate;
 using namespace vxlan_ef::fwd;
@@ -20,8 +23,6 @@ using namespace vxlan_ef::fwd;
 
 namespace {
 
-constexpr std::size_t kMacLen = 6;
-
 uint32_t src_ifindex(const efmp_buff_t *buff)
 {
     return buff->src_intf != nullptr ? buff->src_intf->ifindex : 0;
@@ -32,10 +33,10 @@ uint32_t src_ifindex(const efmp_buff_t *buff)
 bool router_mac_hit(const uint8_t *dmac, const vxlan_ef_vsd_t *vsd, const vxlan_ef_entry_t *entry,
                     lsm_intfcb_t *router)
 {
-    if (router != nullptr && std::memcmp(dmac, router->mac, kMacLen) == 0)
+    if (router != nullptr && std::memcmp(dmac, router->mac, EF_ETH_ALEN) == 0)
         return true;
     return entry->anycast && vsd->anycast_mac_valid &&
-           std::memcmp(dmac, vsd->anycast_mac, kMacLen) == 0;
+           std::memcmp(dmac, vsd->anycast_mac, EF_ETH_ALEN) == 0;
 }
 
 // Routed frames go to the switch engine through the 4094 slot with the

@@ -5,6 +5,8 @@
 #include <optional>
 
 #include "frame/transmit/transmit_private.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

@@ -5,27 +5,26 @@
 #include <array>
 #include <cstring>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "frame/receive/receive_private.h"
+#include "vxlan_ef_parser.h"
 
 namespace vxlan_ef {
 
 namespace {
 
-using Mac = std::array<uint8_t, 6>;
+using Mac = std::array<uint8_t, EF_ETH_ALEN>;
 
-constexpr uint32_t kEthLen = sizeof(wire::EthHdr);
-constexpr uint32_t kAddrLen = 12;  // destination and source MAC
-constexpr uint32_t kTypeOff = 12;
-constexpr uint32_t kTagLen = sizeof(wire::VlanTag);
-constexpr uint32_t kSnapTypeOff = 20;
-constexpr uint8_t kLlcSnap = 0xAA;
+constexpr uint32_t kEthLen = EF_ETH_HLEN;
+constexpr uint32_t kTagLen = EF_VLAN_TAG_LEN;
 constexpr uint8_t kInnerTagKept = 0xF0;  // bits of the old inner tag byte that stay
 
 // Moves the addresses over the tag that follows them.
 void drop_tag(efmp_buff_t *buff)
 {
     uint8_t *frame = frame_of(buff);
-    std::memmove(frame + kTagLen, frame, kAddrLen);
+    std::memmove(frame + kTagLen, frame, EF_ETH_ADDRS_LEN);
     buff->data_off = static_cast<uint16_t>(buff->data_off + kTagLen);
     buff->len -= kTagLen;
 }
@@ -34,10 +33,13 @@ bool tagged(efmp_buff_t *buff)
 {
     const uint32_t need = kEthLen + kTagLen;
     return buff->len >= need && stored_bytes(buff) >= need &&
-           ef_get_be16(frame_of(buff) + kTypeOff) == wire::kEthTypeVlan;
+           ef_get_be16(frame_of(buff) + EF_ETH_TYPE_OFFSET) == EF_ETHERTYPE_VLAN;
 }
 
-uint16_t tag_tci(efmp_buff_t *buff) { return ef_get_be16(frame_of(buff) + kTypeOff + 2); }
+uint16_t tag_tci(efmp_buff_t *buff)
+{
+    return ef_get_be16(reinterpret_cast<const ef_vlan_tag *>(frame_of(buff) + EF_ETH_ADDRS_LEN)->tci);
+}
 
 // One classification rule: every given condition must hold.
 struct ClassRule {
@@ -64,33 +66,42 @@ constexpr ClassRule both_rule(uint16_t type, Mac dst, uint8_t pkt_type)
     return ClassRule{true, type, true, dst, false, pkt_type};
 }
 
+constexpr uint16_t kCdpSnapProtocol = 0x2000;
+
 // First match wins.
 // classify() answers the first three itself; keep them first.
 constexpr std::array<ClassRule, 18> kClassRules{{
-    type_rule(wire::kEthTypeIpv4, EFMP_PKT_IPV4),
-    type_rule(wire::kEthTypeArp, EFMP_PKT_ARP),
-    type_rule(wire::kEthTypeIpv6, EFMP_PKT_IPV6),
-    type_rule(0xBB01, 39),
-    type_rule(0x8847, 29),
-    type_rule(0x8809, 42),
-    type_rule(0x88CA, 38),
-    type_rule(0x8863, 9),
-    type_rule(0x8864, 10),
-    both_rule(0x8902, {0x01, 0x19, 0xA7, 0x00, 0x00, 0x01}, 46),
-    type_rule(0x8902, 40),
-    dst_rule({0x01, 0x80, 0xC2, 0x00, 0x00, 0x00}, 26),
-    dst_rule({0x01, 0x80, 0xC2, 0x00, 0x00, 0x21}, 43),
-    dst_rule({0x01, 0x5C, 0xE2, 0x00, 0x00, 0x06}, 43),
-    both_rule(0x88CC, {0x01, 0x80, 0xC2, 0x00, 0x00, 0x0E}, 36),
-    ClassRule{true, 0x2000, true, {0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCC}, true, 37},
-    type_rule(0x0788, 45),
-    dst_rule({0x01, 0x5C, 0xE2, 0x00, 0x00, 0x07}, 48),
+    type_rule(EF_ETHERTYPE_IPV4, EFMP_PKT_IPV4),
+    type_rule(EF_ETHERTYPE_ARP, EFMP_PKT_ARP),
+    type_rule(EF_ETHERTYPE_IPV6, EFMP_PKT_IPV6),
+    type_rule(0xBB01, EFMP_PKT_TYPE_BB01),
+    type_rule(EF_ETHERTYPE_MPLS, EFMP_PKT_MPLS),
+    type_rule(EF_ETHERTYPE_SLOW_PROTOCOLS, EFMP_PKT_SLOW_PROTOCOLS),
+    type_rule(EF_ETHERTYPE_TIPC, EFMP_PKT_TIPC),
+    type_rule(EF_ETHERTYPE_PPPOE_DISCOVERY, EFMP_PKT_PPPOE_DISCOVERY),
+    type_rule(EF_ETHERTYPE_PPPOE_SESSION, EFMP_PKT_PPPOE_SESSION),
+    both_rule(EF_ETHERTYPE_CFM, {0x01, 0x19, 0xA7, 0x00, 0x00, 0x01}, EFMP_PKT_RAPS),
+    type_rule(EF_ETHERTYPE_CFM, EFMP_PKT_CFM),
+    dst_rule({0x01, 0x80, 0xC2, 0x00, 0x00, 0x00}, EFMP_PKT_BPDU),
+    dst_rule({0x01, 0x80, 0xC2, 0x00, 0x00, 0x21}, EFMP_PKT_GVRP),
+    dst_rule({0x01, 0x5C, 0xE2, 0x00, 0x00, 0x06}, EFMP_PKT_GVRP),
+    both_rule(EF_ETHERTYPE_LLDP, {0x01, 0x80, 0xC2, 0x00, 0x00, 0x0E}, EFMP_PKT_LLDP),
+    ClassRule{true, kCdpSnapProtocol, true, {0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCC}, true, EFMP_PKT_CDP},
+    type_rule(0x0788, EFMP_PKT_TYPE_0788),
+    dst_rule({0x01, 0x5C, 0xE2, 0x00, 0x00, 0x07}, EFMP_PKT_DST_5CE2_07),
 }};
+
+bool llc_snap(const uint8_t *frame, uint32_t len)
+{
+    const auto *llc = reinterpret_cast<const ef_llc_snap *>(frame + EF_ETH_HLEN);
+    return len >= EF_LLC_SNAP_TYPE_OFFSET + sizeof llc->type && llc->dsap == EF_LLC_SNAP_SAP &&
+           llc->ssap == EF_LLC_SNAP_SAP;
+}
 
 // What the rules look at, read once from the frame.
 struct FrameKey {
     Mac dst;
-    uint16_t type;  // at offset 12, or 20 for LLC/SNAP
+    uint16_t type;  // after the addresses, or in the LLC/SNAP header
     bool snap;
 };
 
@@ -102,10 +113,10 @@ FrameKey frame_key(efmp_buff_t *buff)
     if (len >= key.dst.size())
         std::memcpy(key.dst.data(), frame, key.dst.size());
     if (len >= kEthLen)
-        key.type = ef_get_be16(frame + kTypeOff);
-    if (len >= kSnapTypeOff + 2 && frame[kEthLen] == kLlcSnap && frame[kEthLen + 1] == kLlcSnap) {
+        key.type = ef_get_be16(frame + EF_ETH_TYPE_OFFSET);
+    if (llc_snap(frame, len)) {
         key.snap = true;
-        key.type = ef_get_be16(frame + kSnapTypeOff);
+        key.type = ef_get_be16(frame + EF_LLC_SNAP_TYPE_OFFSET);
     }
     return key;
 }
@@ -129,15 +140,15 @@ void trace_l2header(efmp_buff_t *buff, const RemovedTags &tags)
     }
     if (buff->len < kEthLen)
         return;
-    const uint8_t *f = frame_of(buff);
+    const auto *eth = reinterpret_cast<const ef_eth_hdr *>(frame_of(buff));
     VXLAN_EF_TRACE_AS(buff, TraceGate::Parser, "vxlan_ef_pkt_l2header_parse",
                       "VXLAN-EF-PARSER: [vsd %d %s] pkt %p, src_intf %s\n smac: "
                       "%02x%02x.%02x%02x.%02x%02x dmac: %02x%02x.%02x%02x.%02x%02x, O_VID %d, "
                       "I_VID %d, O_Pri %d, I_Pri %d, eth-type %d.\n",
-                      static_cast<void *>(buff), name, f[6], f[7], f[8], f[9], f[10], f[11], f[0],
-                      f[1], f[2], f[3], f[4], f[5], vid, tags.inner_tci & EFMP_TAG_VID_MASK,
-                      tags.outer_tci >> kTciPriShift, tags.inner_tci >> kTciPriShift,
-                      ef_get_be16(f + kTypeOff));
+                      static_cast<void *>(buff), name, eth->src[0], eth->src[1], eth->src[2], eth->src[3],
+                      eth->src[4], eth->src[5], eth->dst[0], eth->dst[1], eth->dst[2], eth->dst[3], eth->dst[4],
+                      eth->dst[5], vid, tags.inner_tci & EFMP_TAG_VID_MASK, tags.outer_tci >> EF_VLAN_PCP_SHIFT,
+                      tags.inner_tci >> EF_VLAN_PCP_SHIFT, ef_get_be16(eth->type));
 }
 
 }  // namespace
@@ -172,9 +183,9 @@ uint16_t plain_type(efmp_buff_t *buff)
     const uint8_t *frame = frame_of(buff);
     if (len < kEthLen)
         return 0;
-    if (len >= kSnapTypeOff + 2 && frame[kEthLen] == kLlcSnap && frame[kEthLen + 1] == kLlcSnap)
+    if (llc_snap(frame, len))
         return 0;
-    return ef_get_be16(frame + kTypeOff);
+    return ef_get_be16(frame + EF_ETH_TYPE_OFFSET);
 }
 
 // The rule table, for what the type alone does not settle.
@@ -187,7 +198,7 @@ __attribute__((noinline)) void classify_by_rules(efmp_buff_t *buff)
             return;
         }
     }
-    buff->pkt_type = 0;
+    buff->pkt_type = EFMP_PKT_UNCLASSIFIED;
     buff->unclassified = 1;
 }
 
@@ -198,13 +209,13 @@ void classify(efmp_buff_t *buff)
     // The first three rules look at the type alone, so nearly every frame is
     // settled here without building the key or walking the table.
     switch (plain_type(buff)) {
-    case wire::kEthTypeIpv4:
+    case EF_ETHERTYPE_IPV4:
         buff->pkt_type = EFMP_PKT_IPV4;
         return;
-    case wire::kEthTypeArp:
+    case EF_ETHERTYPE_ARP:
         buff->pkt_type = EFMP_PKT_ARP;
         return;
-    case wire::kEthTypeIpv6:
+    case EF_ETHERTYPE_IPV6:
         buff->pkt_type = EFMP_PKT_IPV6;
         return;
     default:

@@ -3,11 +3,12 @@
 #include <cstring>
 
 #include "ef_bridge.h"
+#include "ef_wire.h"
 #include "frame/receive/receive_private.h"
+#include "vxlan_ef_parser.h"
 
 namespace {
 
-constexpr uint32_t kSrcMacOff = 6;
 constexpr uint8_t kEntryKind[2] = {47, 2};
 // The bridge's answer when it offers no add-MAC service.
 constexpr int kNoService = 4;
@@ -16,7 +17,7 @@ ef_bridge_mac_req_t mac_request(efmp_buff_t *buff, uint32_t vni, uint16_t vid,
                                 const lsm_intfcb_t *intf)
 {
     ef_bridge_mac_req_t req{};
-    std::memcpy(req.mac, vxlan_ef::frame_of(buff) + kSrcMacOff, sizeof req.mac);
+    std::memcpy(req.mac, vxlan_ef::frame_of(buff) + EF_ETH_SRC_OFFSET, sizeof req.mac);
     req.vid = vid;
     req.key = EF_BRIDGE_KEY_VNI | vni;
     req.ifindex = intf != nullptr ? intf->ifindex : 0;
@@ -29,7 +30,7 @@ ef_bridge_mac_req_t mac_request(efmp_buff_t *buff, uint32_t vni, uint16_t vid,
 int vxlan_ef_learn_xmac(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, uint32_t vni, uint16_t vid,
                         lsm_intfcb_t *intf)
 {
-    if (buff == nullptr || vsd == nullptr || buff->len < kSrcMacOff + 6)
+    if (buff == nullptr || vsd == nullptr || buff->len < EF_ETH_SRC_OFFSET + EF_ETH_ALEN)
         return kNoService;
     const ef_bridge_mac_req_t req = mac_request(buff, vni, vid, intf);
     auto add_mac = reinterpret_cast<ef_bridge_add_mac_fn>(vxlan_ef::load_relaxed(vxlan_ef_add_mac_entry));

@@ -6,6 +6,8 @@
 #include "ef_bridge.h"
 #include "frame/receive/receive_private.h"
 #include "frame/trace/packet_dump.h"
+#include "vxlan_ef_parser.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxlan_ef {
 

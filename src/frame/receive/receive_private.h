@@ -8,14 +8,12 @@
 #include "core/core_private.h"
 #include "efmp.h"
 #include "frame/trace/packet_trace.h"
-#include "frame/wire_headers.h"
 
 namespace vxlan_ef {
 
 // ---- buffer helpers (inline) ----
 
-// The top of a VLAN id's range; the 802.1Q priority bits of a tag control word.
-constexpr uint32_t kTciPriShift = 13;
+// The top of a VLAN id's range.
 constexpr uint16_t kVidMax = 4094;
 
 inline uint8_t *frame_of(efmp_buff_t *buff) { return buff->head + buff->data_off; }

@@ -5,19 +5,26 @@
 #include <array>
 #include <cstring>
 
+#include "ef_wire.h"
+#include "efmp.h"
 #include "frame/counters/drop_count.h"
 #include "frame/receive/receive_private.h"
 #include "frame/trace/packet_dump.h"
+#include "vxlan_ef_parser.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxlan_ef {
 
 namespace {
 
 // Protocol frames that pass a tunnel without an adjacency of their VNI.
-constexpr std::array<uint8_t, 8> kBypassTypes{26, 36, 37, 40, 42, 43, 44, 46};
-// Type 45 passes too, except towards this address.
-constexpr uint8_t kBypassUnlessDst = 45;
-constexpr std::array<uint8_t, 6> kNoBypassDst{0x01, 0x5C, 0xE2, 0x00, 0x00, 0x08};
+constexpr std::array<uint8_t, 8> kBypassTypes{EFMP_PKT_BPDU,          EFMP_PKT_LLDP, EFMP_PKT_CDP,
+                                               EFMP_PKT_CFM,           EFMP_PKT_SLOW_PROTOCOLS,
+                                               EFMP_PKT_GVRP,          EFMP_PKT_PROTOCOL_44,
+                                               EFMP_PKT_RAPS};
+// This type passes too, except towards this address.
+constexpr uint8_t kBypassUnlessDst = EFMP_PKT_TYPE_0788;
+constexpr std::array<uint8_t, EF_ETH_ALEN> kNoBypassDst{0x01, 0x5C, 0xE2, 0x00, 0x00, 0x08};
 
 bool bypasses_check(efmp_buff_t *buff)
 {

@@ -4,23 +4,25 @@
 // as received on the tunnel with its VNI.
 #include <arpa/inet.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "frame/counters/drop_count.h"
 #include "frame/counters/flow_count.h"
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "frame/receive/receive_private.h"
 #include "frame/trace/packet_dump.h"
 #include "vxlan_ef.h"
+#include "vxlan_ef_parser.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxlan_ef {
 
 namespace {
 
-constexpr uint32_t kEthLen = sizeof(wire::EthHdr);
-constexpr uint32_t kUdpLen = sizeof(wire::UdpHdr);
-constexpr uint32_t kVxlanLen = sizeof(wire::VxlanHdr);
 constexpr uint32_t kAddrBufLen = 46;
 
 // Where the outer headers of each family lie. The IPv4 header is taken as 20
@@ -38,12 +40,22 @@ struct OuterLayout {
     const char *not_udp;
 };
 
-constexpr OuterLayout kIpv4Layout{wire::kEthTypeIpv4, VXLAN_EF_AF_INET, 23, 26, 30, 4,
-                                  kEthLen + sizeof(wire::Ipv4Hdr),
+constexpr OuterLayout kIpv4Layout{EF_ETHERTYPE_IPV4,
+                                  VXLAN_EF_AF_INET,
+                                  EF_ETH_HLEN + offsetof(ef_ipv4_hdr, proto),
+                                  EF_ETH_HLEN + offsetof(ef_ipv4_hdr, src),
+                                  EF_ETH_HLEN + offsetof(ef_ipv4_hdr, dst),
+                                  sizeof(ef_ipv4_hdr::src),
+                                  EF_ETH_HLEN + EF_IPV4_HLEN,
                                   "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: %u not UDP-PROTOCOL.\n"};
-constexpr OuterLayout kIpv6Layout{
-    wire::kEthTypeIpv6, VXLAN_EF_AF_INET6, 20, 22, 38, 16, kEthLen + sizeof(wire::Ipv6Hdr),
-    "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: %u not UDP-PROTOCOL(ipv6).\n"};
+constexpr OuterLayout kIpv6Layout{EF_ETHERTYPE_IPV6,
+                                  VXLAN_EF_AF_INET6,
+                                  EF_ETH_HLEN + offsetof(ef_ipv6_hdr, next_hdr),
+                                  EF_ETH_HLEN + offsetof(ef_ipv6_hdr, src),
+                                  EF_ETH_HLEN + offsetof(ef_ipv6_hdr, dst),
+                                  sizeof(ef_ipv6_hdr::src),
+                                  EF_ETH_HLEN + EF_IPV6_HLEN,
+                                  "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: %u not UDP-PROTOCOL(ipv6).\n"};
 
 // A frame that passed the header check.
 struct VxlanFrame {
@@ -73,30 +85,31 @@ bool header_check(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, VxlanFrame &out)
 {
     const uint8_t *f = frame_of(buff);
     const uint32_t stored = stored_bytes(buff);
-    if (stored < kEthLen)
+    if (stored < EF_ETH_HLEN)
         return false;
-    const OuterLayout *layout = outer_layout(buff, ef_get_be16(f + 12));
-    if (layout == nullptr || stored < layout->udp_off + kUdpLen + kVxlanLen)
+    const OuterLayout *layout = outer_layout(buff, ef_get_be16(f + EF_ETH_TYPE_OFFSET));
+    if (layout == nullptr || stored < layout->udp_off + EF_UDP_HLEN + EF_VXLAN_HLEN)
         return false;
-    if (f[layout->proto_off] != wire::kIpProtoUdp) {
+    if (f[layout->proto_off] != EF_IPPROTO_UDP) {
         HDR_TRACE(buff, layout->not_udp, static_cast<void *>(buff), f[layout->proto_off]);
         return false;
     }
     const uint8_t *udp = f + layout->udp_off;
-    const uint16_t dport = ef_get_be16(udp + 2);
+    const uint16_t dport = ef_get_be16(reinterpret_cast<const ef_udp_hdr *>(udp)->dport);
     const uint16_t our_port = load_relaxed(vsd->udp_port);
     if (dport != our_port) {
         HDR_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: udp-dport %u != %u\n",
                   static_cast<void *>(buff), dport, our_port);
         return false;
     }
-    const uint8_t *vxlan = udp + kUdpLen;
-    if ((vxlan[0] & wire::kVxlanFlagI) == 0) {
+    const auto *vxlan = reinterpret_cast<const ef_vxlan_hdr *>(udp + EF_UDP_HLEN);
+    if ((vxlan->flags & EF_VXLAN_FLAG_I) == 0) {
         HDR_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: flag_i is not 1, 0x%02x\n",
-                  static_cast<void *>(buff), vxlan[0]);
+                  static_cast<void *>(buff), vxlan->flags);
         return false;
     }
-    const uint32_t vni = ef_get_be32(vxlan + 4) >> 8;
+    // The VNI and the reserved byte after it, read as one word.
+    const uint32_t vni = ef_get_be32(udp + EF_UDP_HLEN + offsetof(ef_vxlan_hdr, vni)) >> 8;
     if (vni == 0) {
         HDR_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: vni is error, vni: %u\n",
                   static_cast<void *>(buff), vni);
@@ -144,9 +157,9 @@ bool vid_valid(uint16_t tci)
 bool inner_tags_valid(efmp_buff_t *buff)
 {
     const uint8_t *f = frame_of(buff);
-    for (uint32_t at = 12; at + 4 <= buff->len && ef_get_be16(f + at) == wire::kEthTypeVlan;
-         at += 4) {
-        const uint16_t tci = ef_get_be16(f + at + 2);
+    for (uint32_t at = EF_ETH_TYPE_OFFSET;
+         at + EF_VLAN_TAG_LEN <= buff->len && ef_get_be16(f + at) == EF_ETHERTYPE_VLAN; at += EF_VLAN_TAG_LEN) {
+        const uint16_t tci = ef_get_be16(reinterpret_cast<const ef_vlan_tag *>(f + at)->tci);
         if (!vid_valid(tci)) {
             VXLAN_EF_DROP_TRACE_AS(BadInnerTag, buff, TraceGate::Parser, "vxlan_ef_vxlan_parser",
                         "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: the inner tag of the vxlan packet "
@@ -154,7 +167,7 @@ bool inner_tags_valid(efmp_buff_t *buff)
                         static_cast<void *>(buff), tci & EFMP_TAG_VID_MASK);
             return false;
         }
-        if (at > 12)
+        if (at > EF_ETH_TYPE_OFFSET)
             break;
     }
     return true;
@@ -216,7 +229,7 @@ DecapResult vxlan_decap(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd)
                     static_cast<void *>(buff), text);
         return DecapResult::Done;
     }
-    if (efmp_buff_pull(buff, vx.layout->udp_off + kUdpLen + kVxlanLen) == nullptr) {
+    if (efmp_buff_pull(buff, vx.layout->udp_off + EF_UDP_HLEN + EF_VXLAN_HLEN) == nullptr) {
         DECAP_TRACE(buff, "VXLAN-EF-PARSER: [vsd %d %s] pkt %p: efmp_buff_pull failed\n",
                     static_cast<void *>(buff));
         return DecapResult::NotVxlan;

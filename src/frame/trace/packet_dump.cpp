@@ -5,8 +5,9 @@
 #include <cstdio>
 
 #include "core/core_private.h"
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "frame/trace/packet_dump.h"
-#include "frame/wire_headers.h"
 
 namespace {
 
@@ -41,27 +42,29 @@ void dump_bytes(const uint8_t *data, uint32_t len)
 
 void dump_addresses(const uint8_t *frame, uint32_t len)
 {
-    using namespace vxlan_ef::wire;
-    if (len < sizeof(EthHdr))
+    if (len < EF_ETH_HLEN)
         return;
-    const uint16_t type = ef_get_be16(frame + 12);
-    const uint8_t *ip = frame + sizeof(EthHdr);
+    const auto *eth = reinterpret_cast<const ef_eth_hdr *>(frame);
+    const uint16_t type = ef_get_be16(eth->type);
+    const uint8_t *ip = frame + EF_ETH_HLEN;
     char src[INET6_ADDRSTRLEN] = "-";
     char dst[INET6_ADDRSTRLEN] = "-";
     unsigned proto;
-    if (type == kEthTypeIpv4 && len >= sizeof(EthHdr) + sizeof(Ipv4Hdr)) {
-        inet_ntop(AF_INET, ip + 12, src, sizeof src);
-        inet_ntop(AF_INET, ip + 16, dst, sizeof dst);
-        proto = ip[9];
-    } else if (type == kEthTypeIpv6 && len >= sizeof(EthHdr) + sizeof(Ipv6Hdr)) {
-        inet_ntop(AF_INET6, ip + 8, src, sizeof src);
-        inet_ntop(AF_INET6, ip + 24, dst, sizeof dst);
-        proto = ip[6];
+    if (type == EF_ETHERTYPE_IPV4 && len >= EF_ETH_HLEN + EF_IPV4_HLEN) {
+        const auto *v4 = reinterpret_cast<const ef_ipv4_hdr *>(ip);
+        inet_ntop(AF_INET, v4->src, src, sizeof src);
+        inet_ntop(AF_INET, v4->dst, dst, sizeof dst);
+        proto = v4->proto;
+    } else if (type == EF_ETHERTYPE_IPV6 && len >= EF_ETH_HLEN + EF_IPV6_HLEN) {
+        const auto *v6 = reinterpret_cast<const ef_ipv6_hdr *>(ip);
+        inet_ntop(AF_INET6, v6->src, src, sizeof src);
+        inet_ntop(AF_INET6, v6->dst, dst, sizeof dst);
+        proto = v6->next_hdr;
     } else {
         return;
     }
-    const uint8_t *d = frame;
-    const uint8_t *s = frame + 6;
+    const uint8_t *d = eth->dst;
+    const uint8_t *s = eth->src;
     DUMP_LINE("src_mac: %02x%02x.%02x%02x.%02x%02x, dst_mac: %02x%02x.%02x%02x.%02x%02x, "
               "eth_type: %04x\n",
               s[0], s[1], s[2], s[3], s[4], s[5], d[0], d[1], d[2], d[3], d[4], d[5], type);

@@ -7,6 +7,8 @@
 #include "frame/trace/packet_trace.h"
 #include "frame/transmit/l3_handoff.h"
 #include "frame/transmit/transmit_private.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::TraceGate;
 

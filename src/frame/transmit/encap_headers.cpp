@@ -1,14 +1,19 @@
 // The outer headers of one VXLAN packet: VXLAN, UDP with its checksum and
 // IPv4 or IPv6, pushed in that order into the buffer's headroom, and the
 // buffer metadata rewritten for the L3 engine.
+#include <cstddef>
+#include <cstring>
+
+#include "ef_byteorder.h"
 #include "ef_csum.h"
+#include "ef_wire.h"
 #include "frame/trace/packet_dump.h"
 #include "frame/trace/packet_trace.h"
 #include "frame/transmit/transmit_private.h"
-#include "frame/wire_headers.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::TraceGate;
-namespace wire = vxlan_ef::wire;
 
 namespace vxlan_ef {
 
@@ -21,7 +26,6 @@ constexpr uint8_t kOuterFamilyV6 = 3;
 constexpr uint16_t kSportFloor = 0xBFFF;
 constexpr uint8_t kTtl = 64;
 constexpr uint8_t kHopLimit = 255;
-constexpr uint16_t kDontFragment = 0x4000;
 
 constexpr uint64_t kFlagsCleared = EFMP_F_DST_SET | EFMP_F_L2_HDR_OWNED;
 constexpr uint64_t kFlagsSet = EFMP_F_LOCAL | EFMP_F_VXLAN_ENCAP;
@@ -32,7 +36,7 @@ uint16_t udp_checksum(const uint8_t *sip, const uint8_t *dip, uint32_t addr_len,
     uint64_t s = ef_csum_accumulate(0, sip, addr_len);
     s = ef_csum_accumulate(s, dip, addr_len);
     const uint32_t fields =
-        ef_get_be16(reinterpret_cast<const wire::UdpHdr *>(udp)->len) + wire::kIpProtoUdp;
+        ef_get_be16(reinterpret_cast<const ef_udp_hdr *>(udp)->len) + EF_IPPROTO_UDP;
     return static_cast<uint16_t>(~ef_csum_add(ef_csum_finish(ef_csum_accumulate(s, udp, len)), fields));
 }
 
@@ -44,7 +48,7 @@ uint8_t inner_tos(const efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd)
         return 0;
     const uint8_t *ip = buff->head + buff->l3_off;
     if (buff->pkt_type == EFMP_PKT_IPV4)
-        return reinterpret_cast<const wire::Ipv4Hdr *>(ip)->tos;
+        return reinterpret_cast<const ef_ipv4_hdr *>(ip)->tos;
     if (buff->pkt_type == EFMP_PKT_IPV6)
         return static_cast<uint8_t>(ef_get_be32(ip) >> 20);
     return 0;
@@ -74,17 +78,19 @@ uint16_t next_ipv4_id(vxlan_ef_vsd_t *vsd)
 
 void fill_vxlan(uint8_t *p, const vxlan_ef_tnl_addr_t *tnl)
 {
-    std::memset(p, 0, sizeof(wire::VxlanHdr));
-    p[0] = wire::kVxlanFlagI;
-    ef_put_be32(p + 4, tnl->vni << 8);
+    std::memset(p, 0, EF_VXLAN_HLEN);
+    p[offsetof(ef_vxlan_hdr, flags)] = EF_VXLAN_FLAG_I;
+    // The VNI and the reserved byte after it, written as one word.
+    ef_put_be32(p + offsetof(ef_vxlan_hdr, vni), tnl->vni << 8);
 }
 
 // udp_len counts the UDP header and everything after it.
 void fill_udp(uint8_t *p, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, uint32_t udp_len)
 {
-    auto *udp = reinterpret_cast<wire::UdpHdr *>(p);
+    auto *udp = reinterpret_cast<ef_udp_hdr *>(p);
     // The counter goes out in host order: receivers only need it to vary.
-    wire::put_host16(udp->sport, next_sport(vsd));
+    const uint16_t sport = next_sport(vsd);
+    std::memcpy(udp->sport, &sport, sizeof sport);
     ef_put_be16(udp->dport, load_relaxed(vsd->udp_port));
     ef_put_be16(udp->len, static_cast<uint16_t>(udp_len));
     ef_put_be16(udp->csum, 0);
@@ -98,14 +104,14 @@ void fill_udp(uint8_t *p, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, u
 void fill_ipv4(uint8_t *p, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos,
                uint32_t total_len)
 {
-    auto *ip = reinterpret_cast<wire::Ipv4Hdr *>(p);
-    ip->ver_ihl = 0x45;
+    auto *ip = reinterpret_cast<ef_ipv4_hdr *>(p);
+    ip->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
     ip->tos = tos;
     ef_put_be16(ip->total_len, static_cast<uint16_t>(total_len));
     ef_put_be16(ip->id, next_ipv4_id(vsd));
-    ef_put_be16(ip->frag, kDontFragment);
+    ef_put_be16(ip->frag, EF_IPV4_DONT_FRAGMENT);
     ip->ttl = kTtl;
-    ip->proto = wire::kIpProtoUdp;
+    ip->proto = EF_IPPROTO_UDP;
     ef_put_be16(ip->csum, 0);
     std::memcpy(ip->src, tnl->sip, sizeof ip->src);
     std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
@@ -114,10 +120,10 @@ void fill_ipv4(uint8_t *p, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, 
 
 void fill_ipv6(uint8_t *p, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos, uint32_t total_len)
 {
-    auto *ip = reinterpret_cast<wire::Ipv6Hdr *>(p);
-    ef_put_be32(ip->ver_tc_flow, 6u << 28 | static_cast<uint32_t>(tos) << 20);
-    ef_put_be16(ip->payload_len, static_cast<uint16_t>(total_len - sizeof(wire::Ipv6Hdr)));
-    ip->next_hdr = wire::kIpProtoUdp;
+    auto *ip = reinterpret_cast<ef_ipv6_hdr *>(p);
+    ef_put_be32(ip->ver_tc_flow, uint32_t{EF_IPV6_VERSION} << 28 | static_cast<uint32_t>(tos) << 20);
+    ef_put_be16(ip->payload_len, static_cast<uint16_t>(total_len - EF_IPV6_HLEN));
+    ip->next_hdr = EF_IPPROTO_UDP;
     ip->hop_limit = kHopLimit;
     std::memcpy(ip->src, tnl->sip, sizeof ip->src);
     std::memcpy(ip->dst, tnl->dip, sizeof ip->dst);
@@ -125,7 +131,7 @@ void fill_ipv6(uint8_t *p, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos, uint32_t
 
 bool push_vxlan(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
 {
-    uint8_t *p = efmp_buff_push(buff, sizeof(wire::VxlanHdr));
+    uint8_t *p = efmp_buff_push(buff, EF_VXLAN_HLEN);
     if (p == nullptr) {
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for vxlan header failed\n");
@@ -137,7 +143,7 @@ bool push_vxlan(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl)
 
 bool push_udp(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl)
 {
-    uint8_t *p = efmp_buff_push(buff, sizeof(wire::UdpHdr));
+    uint8_t *p = efmp_buff_push(buff, EF_UDP_HLEN);
     if (p == nullptr) {
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for udp header failed\n");
@@ -150,7 +156,7 @@ bool push_udp(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t 
 bool push_ipv4(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl,
                uint8_t tos)
 {
-    uint8_t *p = efmp_buff_push(buff, sizeof(wire::Ipv4Hdr));
+    uint8_t *p = efmp_buff_push(buff, EF_IPV4_HLEN);
     if (p == nullptr) {
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for ip header failed\n");
@@ -162,7 +168,7 @@ bool push_ipv4(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t
 
 bool push_ipv6(efmp_buff_t *buff, const vxlan_ef_tnl_addr_t *tnl, uint8_t tos)
 {
-    uint8_t *p = efmp_buff_push(buff, sizeof(wire::Ipv6Hdr));
+    uint8_t *p = efmp_buff_push(buff, EF_IPV6_HLEN);
     if (p == nullptr) {
         VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
                           "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_pull for ipv6 header failed\n");
@@ -197,17 +203,17 @@ void rewrite_metadata(efmp_buff_t *buff, const vxlan_ef_vsd_t *vsd, bool v4, uin
 
 uint16_t udp_checksum_v4(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp, uint32_t len)
 {
-    return udp_checksum(sip, dip, 4, udp, len);
+    return udp_checksum(sip, dip, sizeof(ef_ipv4_hdr::src), udp, len);
 }
 
 uint16_t udp_checksum_v6(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp, uint32_t len)
 {
-    return udp_checksum(sip, dip, 16, udp, len);
+    return udp_checksum(sip, dip, sizeof(ef_ipv6_hdr::src), udp, len);
 }
 
 uint16_t ipv4_header_checksum(const uint8_t *hdr)
 {
-    return static_cast<uint16_t>(~ef_csum_sum(hdr, sizeof(wire::Ipv4Hdr)));
+    return static_cast<uint16_t>(~ef_csum_sum(hdr, EF_IPV4_HLEN));
 }
 
 }  // namespace vxlan_ef
@@ -221,16 +227,15 @@ bool vxlan_ef_encap_one_frag(efmp_buff_t *buff, vxlan_ef_vsd_t *vsd, const vxlan
     // The UDP length and the IP length count in 16 bits (IPv4's including its
     // own header): a frame that would make a longer packet is not sent with
     // a wrapped length. Only a frame that cannot be fragmented gets here so.
-    const uint32_t counted = buff->len + sizeof(wire::VxlanHdr) + sizeof(wire::UdpHdr) +
-                             (v4 ? sizeof(wire::Ipv4Hdr) : 0);
+    const uint32_t counted = buff->len + EF_VXLAN_HLEN + EF_UDP_HLEN + (v4 ? EF_IPV4_HLEN : 0);
     if (counted > UINT16_MAX)
         return false;
-    const uint32_t ip_len = v4 ? sizeof(wire::Ipv4Hdr) : sizeof(wire::Ipv6Hdr);
-    const uint32_t outer_len = ip_len + sizeof(wire::UdpHdr) + sizeof(wire::VxlanHdr);
+    const uint32_t ip_len = v4 ? EF_IPV4_HLEN : EF_IPV6_HLEN;
+    const uint32_t outer_len = ip_len + EF_UDP_HLEN + EF_VXLAN_HLEN;
     if (uint8_t *p = efmp_buff_push(buff, outer_len)) {
         // The headroom holds all three headers: one push, filled innermost
         // first as the header-by-header path below does.
-        fill_vxlan(p + ip_len + sizeof(wire::UdpHdr), tnl);
+        fill_vxlan(p + ip_len + EF_UDP_HLEN, tnl);
         fill_udp(p + ip_len, vsd, tnl, buff->len - ip_len);
         if (v4)
             fill_ipv4(p, vsd, tnl, tos, buff->len);

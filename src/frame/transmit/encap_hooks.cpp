@@ -2,6 +2,7 @@
 // calls for frames leaving through an overlay tunnel or a layer-2
 // sub-interface, and their per-interface registration.
 #include "frame/transmit/transmit_private.h"
+#include "vxlan_ef_encap.h"
 
 namespace {
 

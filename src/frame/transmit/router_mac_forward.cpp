@@ -4,18 +4,19 @@
 // answer whether overlay router interfaces stay silent on ICMP errors.
 #include <arpa/inet.h>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "frame/counters/drop_count.h"
 #include "frame/trace/packet_trace.h"
 #include "frame/transmit/transmit_private.h"
-#include "frame/wire_headers.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::TraceGate;
-namespace wire = vxlan_ef::wire;
 
 namespace {
 
 constexpr const char *kFunc = "vxlan_ef_router_mac_forward";
-constexpr uint32_t kEthHeader = sizeof(wire::EthHdr);
 constexpr size_t kAddrText = 46;
 
 // One text buffer for the whole module: the line is a debug aid and a
@@ -62,21 +63,21 @@ bool write_eth_header(efmp_buff_t *buff, const lsm_intfcb_t *dst, const uint8_t 
                           "l2_offset: %u, ip_offset: %u\n",
                           static_cast<uint32_t>(buff->l2_len), static_cast<uint32_t>(buff->data_off),
                           static_cast<uint32_t>(buff->l3_off));
-        p = efmp_buff_push(buff, kEthHeader);
+        p = efmp_buff_push(buff, EF_ETH_HLEN);
         if (p == nullptr) {
             VXLAN_EF_TRACE_AS(buff, TraceGate::Encap, kFunc,
                               "VXLAN-EF-ENCAP: [vsd %d %s] efmp_buff_push for Ethernet header "
                               "failed\n");
             return false;
         }
-        buff->l2_len = kEthHeader;
+        buff->l2_len = EF_ETH_HLEN;
     }
-    auto *eth = reinterpret_cast<wire::EthHdr *>(p);
-    std::memset(eth, 0, kEthHeader);
+    auto *eth = reinterpret_cast<ef_eth_hdr *>(p);
+    std::memset(eth, 0, EF_ETH_HLEN);
     std::memcpy(eth->dst, mac, sizeof eth->dst);
     std::memcpy(eth->src, dst->mac, sizeof eth->src);
     ef_put_be16(eth->type,
-                   buff->pkt_type == EFMP_PKT_IPV4 ? wire::kEthTypeIpv4 : wire::kEthTypeIpv6);
+                   buff->pkt_type == EFMP_PKT_IPV4 ? EF_ETHERTYPE_IPV4 : EF_ETHERTYPE_IPV6);
     buff->l4_off = 0;
     buff->vxlan_mtu = static_cast<uint16_t>(dst->mtu);
     return true;

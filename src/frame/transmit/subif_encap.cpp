@@ -1,18 +1,20 @@
 // Frames sent to a layer-2 sub-interface leave through its main interface,
 // carrying the sub-interface's outer (and inner) 802.1Q tags.
 
+#include <cstring>
+
 #include "ef_bridge.h"
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "frame/trace/packet_dump.h"
 #include "frame/trace/packet_trace.h"
 #include "frame/transmit/transmit_private.h"
-#include "frame/wire_headers.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 using vxlan_ef::TraceGate;
-namespace wire = vxlan_ef::wire;
 
 namespace {
-
-constexpr uint32_t kMacBytes = 12;
 
 // Whether the main interface's PVID makes a singly tagged frame leave
 // untagged. Without the bridge's answer the frame is tagged.
@@ -27,15 +29,16 @@ bool sends_untagged(uint32_t main_ifx, uint16_t svid, uint16_t cvid)
 
 void put_tag(uint8_t *p, uint16_t vid)
 {
-    ef_put_be16(p, wire::kEthTypeVlan);
-    ef_put_be16(p + 2, vid);
+    auto *tag = reinterpret_cast<ef_vlan_tag *>(p);
+    ef_put_be16(tag->tpid, EF_ETHERTYPE_VLAN);
+    ef_put_be16(tag->tci, vid);
 }
 
 }  // namespace
 
 bool vxlan_ef_pkt_add_vlan_tag(uint32_t vsd_id, efmp_buff_t *buff, uint16_t svid, uint16_t cvid)
 {
-    const uint32_t n = cvid != 0 ? 2 * sizeof(wire::VlanTag) : sizeof(wire::VlanTag);
+    const uint32_t n = cvid != 0 ? 2 * EF_VLAN_TAG_LEN : EF_VLAN_TAG_LEN;
     uint8_t *p = efmp_buff_push(buff, n);
     if (p == nullptr) {
         if (vxlan_ef::trace_admit(buff, TraceGate::Encap))
@@ -45,10 +48,10 @@ bool vxlan_ef_pkt_add_vlan_tag(uint32_t vsd_id, efmp_buff_t *buff, uint16_t svid
                               static_cast<int>(vsd_id), __func__, static_cast<void *>(buff));
         return false;
     }
-    std::memmove(p, p + n, kMacBytes);
-    put_tag(p + kMacBytes, svid);
+    std::memmove(p, p + n, EF_ETH_ADDRS_LEN);
+    put_tag(p + EF_ETH_ADDRS_LEN, svid);
     if (cvid != 0)
-        put_tag(p + kMacBytes + sizeof(wire::VlanTag), cvid);
+        put_tag(p + EF_ETH_ADDRS_LEN + EF_VLAN_TAG_LEN, cvid);
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "frame/counters/flow_count.h"
 #include "core/core_private.h"
 #include "efmp.h"
+#include "vxlan_ef_tables.h"
 
 // Where one packet goes: copied from the VTEP adjacency under the read lock,
 // so that the headers are written without holding it.

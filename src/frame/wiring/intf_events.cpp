@@ -1,7 +1,10 @@
 // Interface creation and destruction events from the interface manager: the
 // packet plane's hooks follow them, and so do the two type-32 interface slots
 // of the instance record.
+#include "core/core_private.h"
 #include "frame/wiring/wiring_private.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

@@ -1,7 +1,9 @@
 // The per-interface hooks of the packet plane: which interfaces take the
 // Ethernet-level parser, and attaching and detaching it and the overlay
 // tunnel parser.
+#include "core/core_private.h"
 #include "frame/wiring/wiring_private.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

@@ -4,7 +4,10 @@
 // packet plane exists only while CAP_VXLAN_BASE is on.
 #include <array>
 
+#include "core/core_private.h"
 #include "frame/wiring/wiring_private.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

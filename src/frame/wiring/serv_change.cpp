@@ -4,8 +4,10 @@
 // store is a single word followed by a store barrier.
 #include <array>
 
+#include "core/core_private.h"
 #include "ef_bridge.h"
 #include "frame/wiring/wiring_private.h"
+#include "vxlan_ef_frame.h"
 
 namespace {
 

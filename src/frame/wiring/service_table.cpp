@@ -1,6 +1,8 @@
 // The registration and deregistration functions of the module's eight
 // pipeline services, one pair per row of the service table.
+#include "core/core_private.h"
 #include "frame/wiring/wiring_private.h"
+#include "vxlan_ef_frame.h"
 
 using vxlan_ef::deregister_service;
 using vxlan_ef::kServices;
