@@ -7,10 +7,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "ef_wire.h"
+
 namespace vxbench {
 
 using Bytes = std::vector<uint8_t>;
-using Mac = std::array<uint8_t, 6>;
+using Mac = std::array<uint8_t, EF_ETH_ALEN>;
 
 // An Ethernet frame of frame_len bytes (at least 42) holding an IPv4/UDP
 // packet with DF clear and a valid header checksum.
@@ -23,10 +25,10 @@ struct OuterHeaders {
     const char *src_ip;
     const char *dst_ip;
     uint32_t vni;
-    uint16_t dport = 4789;
+    uint16_t dport = EF_VXLAN_PORT;
 };
 
-// inner in VXLAN in UDP in IPv4 (20-byte header) in Ethernet.
+// inner in VXLAN in UDP in IPv4 (without options) in Ethernet.
 Bytes vxlan4_frame(const OuterHeaders &o, const Bytes &inner);
 
 }  // namespace vxbench

@@ -9,10 +9,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 
 #include "bench_setup.h"
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
 #include "efrt_pipeline.h"
@@ -21,24 +24,19 @@ namespace vxbench {
 
 namespace {
 
-constexpr size_t kEthLen = 14;
-constexpr size_t kIpv4Len = 20;
-constexpr size_t kIpv6Len = 40;
-constexpr size_t kUdpLen = 8;
-constexpr size_t kVxlanLen = 8;
 constexpr size_t kTunnelCount = 4;
-constexpr uint16_t kVxlanPort = 4789;
-constexpr uint16_t kTypeIpv4 = 0x0800;
-constexpr uint8_t kProtoUdp = 17;
-constexpr uint8_t kVxlanFlagI = 0x08;
-constexpr uint16_t kDontFragment = 0x4000;
-constexpr uint16_t kMoreFragments = 0x2000;
+// Where the pseudo-header's addresses lie: source and destination side by
+// side in both families.
+constexpr size_t kIpv4Addrs = offsetof(ef_ipv4_hdr, src);
+constexpr size_t kIpv4AddrsLen = sizeof(ef_ipv4_hdr::src) + sizeof(ef_ipv4_hdr::dst);
+constexpr size_t kIpv6Addrs = offsetof(ef_ipv6_hdr, src);
+constexpr size_t kIpv6AddrsLen = sizeof(ef_ipv6_hdr::src) + sizeof(ef_ipv6_hdr::dst);
 // Inner IPv4 payload one packet carries at most: whole 8-byte units keeping
 // an outer IPv4 packet within a 1500-byte underlay. One limit for both
 // families, as the module's defaults let a 1450-byte frame through either
 // tunnel whole.
 constexpr size_t kFragPayload =
-    (1500 - kIpv4Len - kUdpLen - kVxlanLen - kEthLen - kIpv4Len) / 8 * 8;
+    (1500 - EF_VXLAN_IPV4_OVERHEAD - EF_IPV4_HLEN) / 8 * 8;
 
 // ---- bytes -----------------------------------------------------------------
 
@@ -61,7 +59,7 @@ T load(const uint8_t *p)
 uint64_t mac_key(const uint8_t *mac)
 {
     uint64_t k = 0;
-    std::memcpy(&k, mac, 6);
+    std::memcpy(&k, mac, EF_ETH_ALEN);
     return k;
 }
 
@@ -168,7 +166,7 @@ private:
 struct Tunnel {
     lsm_intfcb_t *intf = nullptr;
     bool ipv6 = false;
-    std::array<uint8_t, kIpv6Len + kUdpLen + kVxlanLen> header{};
+    std::array<uint8_t, EF_IPV6_HLEN + EF_UDP_HLEN + EF_VXLAN_HLEN> header{};
     uint16_t next_id = 0;
     uint16_t next_sport = 0;
 };
@@ -208,23 +206,26 @@ void build_header(Tunnel &t, const TunnelConfig &s, uint32_t vni)
 {
     uint8_t *ip = t.header.data();
     if (s.ipv6) {
-        ip[0] = 0x60;
-        ip[6] = kProtoUdp;
-        ip[7] = 255;
-        inet_pton(AF_INET6, s.local, ip + 8);
-        inet_pton(AF_INET6, s.remote, ip + 24);
+        auto *h = reinterpret_cast<ef_ipv6_hdr *>(ip);
+        h->ver_tc_flow[0] = EF_IPV6_VERSION << 4;
+        h->next_hdr = EF_IPPROTO_UDP;
+        h->hop_limit = 255;
+        inet_pton(AF_INET6, s.local, h->src);
+        inet_pton(AF_INET6, s.remote, h->dst);
     } else {
-        ip[0] = 0x45;
-        ef_put_be16(ip + 6, kDontFragment);  // as the module sends
-        ip[8] = 64;
-        ip[9] = kProtoUdp;
-        inet_pton(AF_INET, s.local, ip + 12);
-        inet_pton(AF_INET, s.remote, ip + 16);
+        auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip);
+        h->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+        ef_put_be16(h->frag, EF_IPV4_DONT_FRAGMENT);  // as the module sends
+        h->ttl = 64;
+        h->proto = EF_IPPROTO_UDP;
+        inet_pton(AF_INET, s.local, h->src);
+        inet_pton(AF_INET, s.remote, h->dst);
     }
-    uint8_t *udp = ip + (s.ipv6 ? kIpv6Len : kIpv4Len);
-    ef_put_be16(udp + 2, kVxlanPort);
-    udp[kUdpLen] = kVxlanFlagI;
-    put24(udp + kUdpLen + 4, vni);
+    uint8_t *udp = ip + (s.ipv6 ? EF_IPV6_HLEN : EF_IPV4_HLEN);
+    ef_put_be16(reinterpret_cast<ef_udp_hdr *>(udp)->dport, EF_VXLAN_PORT);
+    auto *vx = reinterpret_cast<ef_vxlan_hdr *>(udp + EF_UDP_HLEN);
+    vx->flags = EF_VXLAN_FLAG_I;
+    put24(vx->vni, vni);
 }
 
 std::shared_ptr<Tables> build_tables()
@@ -239,7 +240,8 @@ std::shared_ptr<Tables> build_tables()
         build_header(tn, kTunnelConfigs[i], kVni);
         t->instance.tunnels[i] = &tn;
         if (!tn.ipv6)
-            t->by_source.put(load<uint32_t>(tn.header.data() + 16), tn.intf);
+            t->by_source.put(load<uint32_t>(reinterpret_cast<const ef_ipv4_hdr *>(tn.header.data())->dst),
+                             tn.intf);
     }
     t->by_mac.put(mac_key(kRemoteMac4.data()), &t->tunnels[0]);
     t->by_mac.put(mac_key(kRemoteMac6.data()), &t->tunnels[3]);
@@ -253,45 +255,47 @@ std::shared_ptr<Tables> build_tables()
 
 void fill_ipv4(uint8_t *ip, Tunnel &t, uint16_t udp_len)
 {
-    ef_put_be16(ip + 2, static_cast<uint16_t>(kIpv4Len + udp_len));
-    ef_put_be16(ip + 4, t.next_id++);
-    store_checksum(ip + 10, sum_bytes(ip, kIpv4Len));
+    auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip);
+    ef_put_be16(h->total_len, static_cast<uint16_t>(EF_IPV4_HLEN + udp_len));
+    ef_put_be16(h->id, t.next_id++);
+    store_checksum(h->csum, sum_bytes(ip, EF_IPV4_HLEN));
 }
 
 // Over the pseudo-header and the whole UDP packet, for both families.
 void fill_udp_checksum(const uint8_t *ip, bool ipv6, uint8_t *udp, uint16_t udp_len)
 {
-    const uint8_t fields[4] = {0, kProtoUdp, static_cast<uint8_t>(udp_len >> 8),
+    const uint8_t fields[4] = {0, EF_IPPROTO_UDP, static_cast<uint8_t>(udp_len >> 8),
                                static_cast<uint8_t>(udp_len)};
-    const uint64_t pseudo = ipv6 ? sum_bytes(ip + 8, 32, load<uint32_t>(fields))
-                                 : sum_bytes(ip + 12, 8, load<uint32_t>(fields));
+    const uint64_t pseudo = ipv6 ? sum_bytes(ip + kIpv6Addrs, kIpv6AddrsLen, load<uint32_t>(fields))
+                                 : sum_bytes(ip + kIpv4Addrs, kIpv4AddrsLen, load<uint32_t>(fields));
     const uint64_t acc = sum_bytes(udp, udp_len, pseudo);
+    uint8_t *csum = reinterpret_cast<ef_udp_hdr *>(udp)->csum;
     // A computed zero goes out as all ones: zero means "no checksum".
     if (fold(acc) == 0xFFFF)
-        ef_put_be16(udp + 6, 0xFFFF);
+        ef_put_be16(csum, 0xFFFF);
     else
-        store_checksum(udp + 6, acc);
+        store_checksum(csum, acc);
 }
 
 // The template in front of the frame, then what varies per packet. The
 // copies have constant sizes, so they compile to a few moves.
 bool encapsulate(efmp_buff_t *b, Tunnel &t)
 {
-    const size_t ip_len = t.ipv6 ? kIpv6Len : kIpv4Len;
-    const auto udp_len = static_cast<uint16_t>(kUdpLen + kVxlanLen + b->len);
-    uint8_t *ip = efmp_buff_push(b, static_cast<uint32_t>(ip_len + kUdpLen + kVxlanLen));
+    const size_t ip_len = t.ipv6 ? EF_IPV6_HLEN : EF_IPV4_HLEN;
+    const auto udp_len = static_cast<uint16_t>(EF_UDP_HLEN + EF_VXLAN_HLEN + b->len);
+    uint8_t *ip = efmp_buff_push(b, static_cast<uint32_t>(ip_len + EF_UDP_HLEN + EF_VXLAN_HLEN));
     if (ip == nullptr)
         return false;
     if (t.ipv6)
-        std::memcpy(ip, t.header.data(), kIpv6Len + kUdpLen + kVxlanLen);
+        std::memcpy(ip, t.header.data(), EF_IPV6_HLEN + EF_UDP_HLEN + EF_VXLAN_HLEN);
     else
-        std::memcpy(ip, t.header.data(), kIpv4Len + kUdpLen + kVxlanLen);
+        std::memcpy(ip, t.header.data(), EF_IPV4_HLEN + EF_UDP_HLEN + EF_VXLAN_HLEN);
     uint8_t *udp = ip + ip_len;
     t.next_sport = static_cast<uint16_t>(t.next_sport + 1) | 0xC000;
-    ef_put_be16(udp, t.next_sport);
-    ef_put_be16(udp + 4, udp_len);
+    ef_put_be16(reinterpret_cast<ef_udp_hdr *>(udp)->sport, t.next_sport);
+    ef_put_be16(reinterpret_cast<ef_udp_hdr *>(udp)->len, udp_len);
     if (t.ipv6)
-        ef_put_be16(ip + 4, udp_len);
+        ef_put_be16(reinterpret_cast<ef_ipv6_hdr *>(ip)->payload_len, udp_len);
     else
         fill_ipv4(ip, t, udp_len);
     fill_udp_checksum(ip, t.ipv6, udp, udp_len);
@@ -323,11 +327,12 @@ bool hand_to_l3(efmp_buff_t *first, efmp_buff_t *last, uint32_t count)
 // An inner IPv4 header made a fragment's: length, offset, MF, checksum.
 void make_fragment_header(uint8_t *ip, size_t offset, size_t payload, bool more)
 {
-    const size_t ihl = size_t{ip[0] & 0x0Fu} * 4;
-    ef_put_be16(ip + 2, static_cast<uint16_t>(ihl + payload));
-    ef_put_be16(ip + 6, static_cast<uint16_t>((more ? kMoreFragments : 0) | offset / 8));
-    ef_put_be16(ip + 10, 0);
-    store_checksum(ip + 10, sum_bytes(ip, ihl));
+    auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip);
+    const size_t ihl = size_t{h->ver_ihl & 0x0Fu} * 4;
+    ef_put_be16(h->total_len, static_cast<uint16_t>(ihl + payload));
+    ef_put_be16(h->frag, static_cast<uint16_t>((more ? EF_IPV4_MORE_FRAGMENTS : 0) | offset / 8));
+    ef_put_be16(h->csum, 0);
+    store_checksum(h->csum, sum_bytes(ip, ihl));
 }
 
 // The frame's headers and one slice of its IP payload in a fresh buffer.
@@ -339,7 +344,7 @@ efmp_buff_t *fragment_copy(const efmp_buff_t *b, size_t headers, size_t offset, 
         return nullptr;
     std::memcpy(data_of(c), data_of(b), headers);
     std::memcpy(data_of(c) + headers, data_of(b) + headers + offset, payload);
-    make_fragment_header(data_of(c) + kEthLen, offset, payload, offset + payload < b->len - headers);
+    make_fragment_header(data_of(c) + EF_ETH_HLEN, offset, payload, offset + payload < b->len - headers);
     return c;
 }
 
@@ -347,12 +352,13 @@ efmp_buff_t *fragment_copy(const efmp_buff_t *b, size_t headers, size_t offset, 
 // copied out of it first. Each is encapsulated; one chain goes to the queue.
 bool fragment_frame(efmp_buff_t *b, Tunnel &t)
 {
-    uint8_t *ip = data_of(b) + kEthLen;
-    const size_t headers = kEthLen + size_t{ip[0] & 0x0Fu} * 4;
+    uint8_t *ip = data_of(b) + EF_ETH_HLEN;
+    const auto *h = reinterpret_cast<const ef_ipv4_hdr *>(ip);
+    const size_t headers = EF_ETH_HLEN + size_t{h->ver_ihl & 0x0Fu} * 4;
     const size_t payload = b->len - headers;
     efmp_buff_t *last = b;
     uint32_t n = 1;
-    bool ok = (ef_get_be16(ip + 6) & kDontFragment) == 0;
+    bool ok = (ef_get_be16(h->frag) & EF_IPV4_DONT_FRAGMENT) == 0;
     for (size_t off = kFragPayload; ok && off < payload; off += kFragPayload, n++) {
         last->next = fragment_copy(b, headers, off, std::min(kFragPayload, payload - off));
         ok = last->next != nullptr;
@@ -373,7 +379,7 @@ bool fragment_frame(efmp_buff_t *b, Tunnel &t)
 // Fragmented when the inner IPv4 payload exceeds the limit; takes the buffer.
 bool send_to_tunnel(efmp_buff_t *b, Tunnel &t)
 {
-    if (b->pkt_type == EFMP_PKT_IPV4 && b->len > b->l2_len + kIpv4Len + kFragPayload)
+    if (b->pkt_type == EFMP_PKT_IPV4 && b->len > b->l2_len + EF_IPV4_HLEN + kFragPayload)
         return fragment_frame(b, t);
     if (encapsulate(b, t))
         return hand_to_l3(b, b, 1);
@@ -385,28 +391,28 @@ bool send_to_tunnel(efmp_buff_t *b, Tunnel &t)
 // outer headers pulled off: the frame now comes from its tunnel.
 bool decapsulate(efmp_buff_t *b, const Tables &t)
 {
-    constexpr size_t kShortest = kEthLen + kIpv4Len + kUdpLen + kVxlanLen;
+    constexpr size_t kShortest = EF_ETH_HLEN + EF_IPV4_HLEN + EF_UDP_HLEN + EF_VXLAN_HLEN;
     const uint8_t *eth = data_of(b);
-    if (b->len < kShortest || ef_get_be16(eth + 12) != kTypeIpv4)
+    if (b->len < kShortest || ef_get_be16(reinterpret_cast<const ef_eth_hdr *>(eth)->type) != EF_ETHERTYPE_IPV4)
         return false;
-    const uint8_t *ip = eth + kEthLen;
-    const size_t ihl = size_t{ip[0] & 0x0Fu} * 4;
-    if (ip[0] >> 4 != 4 || ihl < kIpv4Len || ip[9] != kProtoUdp)
+    const auto *ip = reinterpret_cast<const ef_ipv4_hdr *>(eth + EF_ETH_HLEN);
+    const size_t ihl = size_t{ip->ver_ihl & 0x0Fu} * 4;
+    if (ip->ver_ihl >> 4 != EF_IPV4_VERSION || ihl < EF_IPV4_HLEN || ip->proto != EF_IPPROTO_UDP)
         return false;
-    const size_t outer = kEthLen + ihl + kUdpLen + kVxlanLen;
-    const uint8_t *udp = ip + ihl;
-    const uint8_t *vx = udp + kUdpLen;
-    if (b->len < outer || ef_get_be16(udp + 2) != kVxlanPort || (vx[0] & kVxlanFlagI) == 0)
+    const size_t outer = EF_ETH_HLEN + ihl + EF_UDP_HLEN + EF_VXLAN_HLEN;
+    const auto *udp = reinterpret_cast<const ef_udp_hdr *>(eth + EF_ETH_HLEN + ihl);
+    const auto *vx = reinterpret_cast<const ef_vxlan_hdr *>(eth + EF_ETH_HLEN + ihl + EF_UDP_HLEN);
+    if (b->len < outer || ef_get_be16(udp->dport) != EF_VXLAN_PORT || (vx->flags & EF_VXLAN_FLAG_I) == 0)
         return false;
-    const Instance *in = t.by_vni.get(get24(vx + 4));
-    lsm_intfcb_t *tunnel = t.by_source.get(load<uint32_t>(ip + 12));
+    const Instance *in = t.by_vni.get(get24(vx->vni));
+    lsm_intfcb_t *tunnel = t.by_source.get(load<uint32_t>(ip->src));
     if (in == nullptr || tunnel == nullptr)
         return false;
-    b->vni_tag[0] = vx[0];
+    b->vni_tag[0] = vx->flags;
     efmp_buff_set_vni(b, in->vni);
     efmp_buff_pull(b, static_cast<uint32_t>(outer));
     b->src_intf = tunnel;
-    b->l3_off = static_cast<uint16_t>(b->data_off + kEthLen);
+    b->l3_off = static_cast<uint16_t>(b->data_off + EF_ETH_HLEN);
     b->flags |= EFMP_F_VXLAN_DECAP;
     return true;
 }
@@ -516,22 +522,27 @@ struct RefFlood {
 const uint8_t *checked_inner(const efmp_buff_t *b, const uint8_t *vtep, bool ipv6)
 {
     const uint8_t *ip = data_of(b);
-    const size_t ip_len = ipv6 ? kIpv6Len : kIpv4Len;
-    if (b->len < ip_len + kUdpLen + kVxlanLen)
+    const size_t ip_len = ipv6 ? EF_IPV6_HLEN : EF_IPV4_HLEN;
+    if (b->len < ip_len + EF_UDP_HLEN + EF_VXLAN_HLEN)
         return nullptr;
     const size_t udp_len = b->len - ip_len;
     const uint8_t *udp = ip + ip_len;
-    const bool ip_ok = ipv6 ? ip[0] >> 4 == 6 && ef_get_be16(ip + 4) == udp_len && ip[6] == kProtoUdp &&
-                                  std::memcmp(ip + 24, vtep, 16) == 0
-                            : ip[0] == 0x45 && ef_get_be16(ip + 2) == b->len && ip[9] == kProtoUdp &&
-                                  sums_to_ones(be_sum(ip, kIpv4Len)) &&
-                                  std::memcmp(ip + 16, vtep, 4) == 0;
-    const uint32_t pseudo = (ipv6 ? be_sum(ip + 8, 32) : be_sum(ip + 12, 8)) + kProtoUdp +
-                            static_cast<uint32_t>(udp_len);
-    const bool ok = ip_ok && ef_get_be16(udp + 2) == kVxlanPort && ef_get_be16(udp + 4) == udp_len &&
-                    ef_get_be16(udp + 6) != 0 && sums_to_ones(be_sum(udp, udp_len, pseudo)) &&
-                    udp[kUdpLen] == kVxlanFlagI && get24(udp + kUdpLen + 4) == kVni;
-    return ok ? udp + kUdpLen + kVxlanLen : nullptr;
+    const auto *h6 = reinterpret_cast<const ef_ipv6_hdr *>(ip);
+    const auto *h4 = reinterpret_cast<const ef_ipv4_hdr *>(ip);
+    const bool ip_ok = ipv6 ? h6->ver_tc_flow[0] >> 4 == EF_IPV6_VERSION && ef_get_be16(h6->payload_len) == udp_len &&
+                                  h6->next_hdr == EF_IPPROTO_UDP && std::memcmp(h6->dst, vtep, sizeof h6->dst) == 0
+                            : h4->ver_ihl == (EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4) &&
+                                  ef_get_be16(h4->total_len) == b->len && h4->proto == EF_IPPROTO_UDP &&
+                                  sums_to_ones(be_sum(ip, EF_IPV4_HLEN)) &&
+                                  std::memcmp(h4->dst, vtep, sizeof h4->dst) == 0;
+    const uint32_t pseudo = (ipv6 ? be_sum(ip + kIpv6Addrs, kIpv6AddrsLen) : be_sum(ip + kIpv4Addrs, kIpv4AddrsLen)) +
+                            EF_IPPROTO_UDP + static_cast<uint32_t>(udp_len);
+    const auto *u = reinterpret_cast<const ef_udp_hdr *>(udp);
+    const auto *vx = reinterpret_cast<const ef_vxlan_hdr *>(udp + EF_UDP_HLEN);
+    const bool ok = ip_ok && ef_get_be16(u->dport) == EF_VXLAN_PORT && ef_get_be16(u->len) == udp_len &&
+                    ef_get_be16(u->csum) != 0 && sums_to_ones(be_sum(udp, udp_len, pseudo)) &&
+                    vx->flags == EF_VXLAN_FLAG_I && get24(vx->vni) == kVni;
+    return ok ? udp + EF_UDP_HLEN + EF_VXLAN_HLEN : nullptr;
 }
 
 // Packet k of count carries the whole frame (count 1) or its k-th fragment:
@@ -541,19 +552,22 @@ bool valid_inner(const uint8_t *in, size_t len, const Bytes &frame, size_t k, si
 {
     if (count == 1)
         return len == frame.size() && std::memcmp(in, frame.data(), len) == 0;
-    constexpr size_t kHeaders = kEthLen + kIpv4Len;
+    constexpr size_t kHeaders = EF_ETH_HLEN + EF_IPV4_HLEN;
     const size_t payload = frame.size() - kHeaders;
     const size_t off = k * kFragPayload;
     const size_t slice = std::min(kFragPayload, payload - std::min(off, payload));
     const bool more = k + 1 < count;
-    const uint8_t *ip = in + kEthLen;
-    const uint8_t *orig = frame.data() + kEthLen;
+    const auto *ip = reinterpret_cast<const ef_ipv4_hdr *>(in + EF_ETH_HLEN);
+    const auto *orig = reinterpret_cast<const ef_ipv4_hdr *>(frame.data() + EF_ETH_HLEN);
+    // Unchanged: the Ethernet header with the IP version, length and type
+    // of service; the id; the TTL and protocol; the addresses.
     return len == kHeaders + slice && (more || off + slice == payload) &&
-           std::memcmp(in, frame.data(), kEthLen + 2) == 0 && ef_get_be16(ip + 2) == kIpv4Len + slice &&
-           std::memcmp(ip + 4, orig + 4, 2) == 0 &&
-           ef_get_be16(ip + 6) == ((more ? kMoreFragments : 0) | off / 8) &&
-           std::memcmp(ip + 8, orig + 8, 2) == 0 && sums_to_ones(be_sum(ip, kIpv4Len)) &&
-           std::memcmp(ip + 12, orig + 12, 8) == 0 &&
+           std::memcmp(in, frame.data(), offsetof(ef_ipv4_hdr, total_len) + EF_ETH_HLEN) == 0 &&
+           ef_get_be16(ip->total_len) == EF_IPV4_HLEN + slice && std::memcmp(ip->id, orig->id, sizeof ip->id) == 0 &&
+           ef_get_be16(ip->frag) == ((more ? EF_IPV4_MORE_FRAGMENTS : 0) | off / 8) &&
+           ip->ttl == orig->ttl && ip->proto == orig->proto &&
+           sums_to_ones(be_sum(in + EF_ETH_HLEN, EF_IPV4_HLEN)) &&
+           std::memcmp(ip->src, orig->src, kIpv4AddrsLen) == 0 &&
            std::memcmp(in + kHeaders, frame.data() + kHeaders + off, slice) == 0;
 }
 
@@ -561,7 +575,7 @@ bool valid_packet(const efmp_buff_t *b, const Bytes &frame, const uint8_t *vtep,
                   size_t k = 0, size_t count = 1)
 {
     const uint8_t *in = checked_inner(b, vtep, ipv6);
-    const size_t outer = (ipv6 ? kIpv6Len : kIpv4Len) + kUdpLen + kVxlanLen;
+    const size_t outer = (ipv6 ? EF_IPV6_HLEN : EF_IPV4_HLEN) + EF_UDP_HLEN + EF_VXLAN_HLEN;
     return in != nullptr && valid_inner(in, b->len - outer, frame, k, count);
 }
 

@@ -10,6 +10,7 @@
 #include "bench_messages.h"
 #include "bench_setup.h"
 #include "reference_paths.h"
+#include "ef_wire.h"
 #include "efrt.h"
 #include "efrt_l3.h"
 #include "efrt_pipeline.h"
@@ -32,8 +33,8 @@ bool sent_to(const efmp_buff_t *b, const vxlan_ef_ip_addr_t &vtep)
 {
     const uint8_t *ip = b->head + b->data_off;
     const bool v4 = vtep.family == VXLAN_EF_AF_INET;
-    constexpr size_t kIpv4Dst = 16, kIpv6Dst = 24;
-    return std::memcmp(ip + (v4 ? kIpv4Dst : kIpv6Dst), vtep.addr, v4 ? 4 : 16) == 0;
+    return v4 ? std::memcmp(reinterpret_cast<const ef_ipv4_hdr *>(ip)->dst, vtep.addr, sizeof(ef_ipv4_hdr::dst)) == 0
+              : std::memcmp(reinterpret_cast<const ef_ipv6_hdr *>(ip)->dst, vtep.addr, sizeof(ef_ipv6_hdr::dst)) == 0;
 }
 
 }  // namespace

@@ -29,6 +29,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "ef_wire.h"
 #include "efrt_pipeline.h"
 #include "efrt_services.h"
 #include "module_harness.h"
@@ -147,8 +148,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     case 4: {
         if (extra & 0x10) {
             // A routed packet arrives without its link header.
-            b->data_off = static_cast<uint16_t>(b->data_off + 14);
-            b->len -= 14;
+            b->data_off = static_cast<uint16_t>(b->data_off + EF_ETH_HLEN);
+            b->len -= EF_ETH_HLEN;
             b->l2_len = 0;
             b->l3_off = b->data_off;
         }

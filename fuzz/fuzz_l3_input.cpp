@@ -20,6 +20,8 @@
 #include <mutex>
 #include <vector>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efrt.h"
 #include "l3_arp_nd.h"
 #include "l3_clock.h"
@@ -59,18 +61,28 @@ efhost::IpPrefix prefix(int family, std::initializer_list<uint8_t> bytes, uint8_
     return p;
 }
 
+// Whether the IPv6 packet at ip, which holds at least one byte past its
+// header, is a neighbour solicitation or advertisement.
+bool carries_nd(const uint8_t *ip)
+{
+    const auto *h = reinterpret_cast<const ef_ipv6_hdr *>(ip);
+    const uint8_t type = reinterpret_cast<const ef_nd_msg *>(ip + EF_IPV6_HLEN)->type;
+    return h->next_hdr == EF_IPPROTO_ICMPV6 &&
+           (type == EF_ND_NEIGHBOUR_SOLICIT || type == EF_ND_NEIGHBOUR_ADVERT);
+}
+
 // Every frame the engine sent is an ARP or ND message it can read back, or
 // an IP packet behind an Ethernet header.
 void check_sent(const CapturePort &port)
 {
     for (const auto &f : port.frames) {
-        if (f.size() < 14)
+        if (f.size() < EF_ETH_HLEN)
             fail("the engine sent a frame shorter than an Ethernet header");
-        const uint16_t type = static_cast<uint16_t>(f[12] << 8 | f[13]);
-        if (type == 0x0806 && !efhost::l3::parse_arp(f.data(), f.size()))
+        const uint16_t type = ef_get_be16(reinterpret_cast<const ef_eth_hdr *>(f.data())->type);
+        if (type == EF_ETHERTYPE_ARP && !efhost::l3::parse_arp(f.data(), f.size()))
             fail("the engine sent an ARP frame its own parser refuses");
-        if (type == 0x86DD && f.size() >= 14 + 41 && f[20] == 58 &&
-            (f[54] == 135 || f[54] == 136) && !efhost::l3::parse_nd(f.data(), f.size()))
+        if (type == EF_ETHERTYPE_IPV6 && f.size() > EF_ETH_HLEN + EF_IPV6_HLEN &&
+            carries_nd(f.data() + EF_ETH_HLEN) && !efhost::l3::parse_nd(f.data(), f.size()))
             fail("the engine sent a neighbour discovery frame its own parser refuses");
     }
 }
@@ -112,14 +124,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if ((data[0] & 0x02) != 0) {
             // An IP packet towards the address the frame's sender claimed
             // (ARP sender or IPv6 source), which the engine may have learnt.
-            if (len >= 32 && frame[12] == 0x08 && frame[13] == 0x06) {
-                uint8_t packet[24] = {0x45, 0, 0, 24, 0, 1, 0, 0, 64, 17, 0, 0, 10, 1, 0, 1};
-                std::memcpy(packet + 16, frame + 28, 4);
+            const auto *eth = reinterpret_cast<const ef_eth_hdr *>(frame);
+            const auto *arp = reinterpret_cast<const ef_arp *>(frame + EF_ETH_HLEN);
+            const auto *ip6 = reinterpret_cast<const ef_ipv6_hdr *>(frame + EF_ETH_HLEN);
+            if (len >= EF_ETH_HLEN + offsetof(ef_arp, sender_ip) + sizeof arp->sender_ip &&
+                ef_get_be16(eth->type) == EF_ETHERTYPE_ARP) {
+                uint8_t packet[EF_IPV4_HLEN + 4] = {0x45, 0, 0, 24, 0, 1, 0, 0, 64, EF_IPPROTO_UDP, 0, 0, 10, 1, 0, 1};
+                std::memcpy(reinterpret_cast<ef_ipv4_hdr *>(packet)->dst, arp->sender_ip, sizeof arp->sender_ip);
                 engine.send_ip(packet, sizeof packet);
-            } else if (len >= 54 && frame[12] == 0x86 && frame[13] == 0xDD) {
-                uint8_t packet[44] = {0x60, 0, 0, 0, 0, 4, 17, 64};
-                std::memcpy(packet + 8, ports[0].addresses[1].addr.data(), 16);
-                std::memcpy(packet + 24, frame + 22, 16);
+            } else if (len >= EF_ETH_HLEN + EF_IPV6_HLEN && ef_get_be16(eth->type) == EF_ETHERTYPE_IPV6) {
+                uint8_t packet[EF_IPV6_HLEN + 4] = {0x60, 0, 0, 0, 0, 4, EF_IPPROTO_UDP, 64};
+                auto *h = reinterpret_cast<ef_ipv6_hdr *>(packet);
+                std::memcpy(h->src, ports[0].addresses[1].addr.data(), sizeof h->src);
+                std::memcpy(h->dst, ip6->src, sizeof h->dst);
                 engine.send_ip(packet, sizeof packet);
             }
         }

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "ef_wire.h"
 #include "frame_fixup.h"
 #include "tcp_join.h"
 
@@ -42,8 +43,8 @@ void disturb(std::vector<efhost::Frame> &segs, uint8_t what, size_t which, size_
         s[where % s.size()] ^= 0x01;
     if ((what & 0x08) != 0) {
         const std::optional<efhost::IpLayout> ip = efhost::locate_ip(s.data(), s.size());
-        if (ip && ip->proto == efhost::kProtoTcp && ip->end >= ip->l4 + efhost::kTcpMinHeader) {
-            s[ip->l4 + 13] |= efhost::kTcpPsh;
+        if (ip && ip->proto == EF_IPPROTO_TCP && ip->end >= ip->l4 + EF_TCP_HLEN) {
+            reinterpret_cast<ef_tcp_hdr *>(s.data() + ip->l4)->flags |= EF_TCP_PSH;
             efhost::complete_l4_checksum(s);
         }
     }

@@ -24,6 +24,8 @@
 
 #include "apply_config.h"
 #include "ctl_wire.h"
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efmp.h"
 #include "request.h"
 #include "tlv_catalogue.h"
@@ -32,7 +34,7 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-using Mac = std::array<uint8_t, 6>;
+using Mac = std::array<uint8_t, EF_ETH_ALEN>;
 namespace fs = std::filesystem;
 
 fs::path g_out;
@@ -64,18 +66,6 @@ Bytes cat(std::initializer_list<Bytes> parts)
     for (const Bytes &p : parts)
         out.insert(out.end(), p.begin(), p.end());
     return out;
-}
-
-void put16(Bytes &b, uint16_t v)
-{
-    b.push_back(static_cast<uint8_t>(v >> 8));
-    b.push_back(static_cast<uint8_t>(v));
-}
-
-void set16(Bytes &b, size_t at, uint16_t v)
-{
-    b[at] = static_cast<uint8_t>(v >> 8);
-    b[at + 1] = static_cast<uint8_t>(v);
 }
 
 Bytes le16(uint16_t v) { return {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8)}; }
@@ -120,6 +110,9 @@ uint16_t ones_sum(const Bytes &data, uint32_t start = 0)
 
 // ---- frames ----
 
+constexpr uint16_t kEthertypeServiceTag = 0x88A8;  // 802.1ad
+constexpr uint16_t kEthertypeLldp = 0x88CC;
+
 constexpr Mac kBroadcast{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 constexpr Mac kHostBehindT1{0x00, 0x11, 0x22, 0x33, 0x44, 0x01};
 constexpr Mac kHostBehindT6{0x00, 0x11, 0x22, 0x33, 0x44, 0x06};
@@ -133,19 +126,22 @@ constexpr Mac kLldp{0x01, 0x80, 0xC2, 0x00, 0x00, 0x0E};
 
 Bytes eth(const Mac &dst, const Mac &src, uint16_t type, const Bytes &payload)
 {
-    Bytes f(dst.begin(), dst.end());
-    f.insert(f.end(), src.begin(), src.end());
-    put16(f, type);
+    Bytes f(EF_ETH_HLEN);
+    auto *h = reinterpret_cast<ef_eth_hdr *>(f.data());
+    std::copy(dst.begin(), dst.end(), h->dst);
+    std::copy(src.begin(), src.end(), h->src);
+    ef_put_be16(h->type, type);
     f.insert(f.end(), payload.begin(), payload.end());
     return f;
 }
 
-Bytes tagged(Bytes f, uint16_t tci, uint16_t tpid = 0x8100)
+Bytes tagged(Bytes f, uint16_t tci, uint16_t tpid = EF_ETHERTYPE_VLAN)
 {
-    Bytes tag;
-    put16(tag, tpid);
-    put16(tag, tci);
-    f.insert(f.begin() + 12, tag.begin(), tag.end());
+    Bytes tag(EF_VLAN_TAG_LEN);
+    auto *t = reinterpret_cast<ef_vlan_tag *>(tag.data());
+    ef_put_be16(t->tpid, tpid);
+    ef_put_be16(t->tci, tci);
+    f.insert(f.begin() + EF_ETH_ADDRS_LEN, tag.begin(), tag.end());
     return f;
 }
 
@@ -159,123 +155,135 @@ Bytes counting(size_t n)
 
 Bytes ipv4(const Bytes &src, const Bytes &dst, uint8_t proto, const Bytes &payload, uint16_t ident = 0x1234)
 {
-    Bytes ip(20);
-    ip[0] = 0x45;
-    set16(ip, 2, static_cast<uint16_t>(20 + payload.size()));
-    set16(ip, 4, ident);
-    ip[8] = 64;
-    ip[9] = proto;
-    std::copy(src.begin(), src.end(), ip.begin() + 12);
-    std::copy(dst.begin(), dst.end(), ip.begin() + 16);
-    set16(ip, 10, static_cast<uint16_t>(~ones_sum(ip)));
+    Bytes ip(EF_IPV4_HLEN);
+    auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip.data());
+    h->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    ef_put_be16(h->total_len, static_cast<uint16_t>(EF_IPV4_HLEN + payload.size()));
+    ef_put_be16(h->id, ident);
+    h->ttl = 64;
+    h->proto = proto;
+    std::copy(src.begin(), src.end(), h->src);
+    std::copy(dst.begin(), dst.end(), h->dst);
+    ef_put_be16(h->csum, static_cast<uint16_t>(~ones_sum(ip)));
     ip.insert(ip.end(), payload.begin(), payload.end());
     return ip;
 }
 
 Bytes ipv6(const Bytes &src, const Bytes &dst, uint8_t next, const Bytes &payload, uint8_t hops = 64)
 {
-    Bytes ip(40);
-    ip[0] = 0x60;
-    set16(ip, 4, static_cast<uint16_t>(payload.size()));
-    ip[6] = next;
-    ip[7] = hops;
-    std::copy(src.begin(), src.end(), ip.begin() + 8);
-    std::copy(dst.begin(), dst.end(), ip.begin() + 24);
+    Bytes ip(EF_IPV6_HLEN);
+    auto *h = reinterpret_cast<ef_ipv6_hdr *>(ip.data());
+    h->ver_tc_flow[0] = EF_IPV6_VERSION << 4;
+    ef_put_be16(h->payload_len, static_cast<uint16_t>(payload.size()));
+    h->next_hdr = next;
+    h->hop_limit = hops;
+    std::copy(src.begin(), src.end(), h->src);
+    std::copy(dst.begin(), dst.end(), h->dst);
     ip.insert(ip.end(), payload.begin(), payload.end());
     return ip;
 }
 
 Bytes udp(uint16_t sport, uint16_t dport, const Bytes &payload)
 {
-    Bytes u;
-    put16(u, sport);
-    put16(u, dport);
-    put16(u, static_cast<uint16_t>(8 + payload.size()));
-    put16(u, 0);
+    Bytes u(EF_UDP_HLEN);
+    auto *h = reinterpret_cast<ef_udp_hdr *>(u.data());
+    ef_put_be16(h->sport, sport);
+    ef_put_be16(h->dport, dport);
+    ef_put_be16(h->len, static_cast<uint16_t>(EF_UDP_HLEN + payload.size()));
     u.insert(u.end(), payload.begin(), payload.end());
     return u;
 }
 
 Bytes tcp(uint32_t seq, uint8_t flags, const Bytes &payload)
 {
-    Bytes t;
-    put16(t, 40000);
-    put16(t, 80);
-    put16(t, static_cast<uint16_t>(seq >> 16));
-    put16(t, static_cast<uint16_t>(seq));
-    put16(t, 0);
-    put16(t, 1);
-    t.push_back(0x50);
-    t.push_back(flags);
-    put16(t, 0xFFFF);
-    put16(t, 0);
-    put16(t, 0);
+    Bytes t(EF_TCP_HLEN);
+    auto *h = reinterpret_cast<ef_tcp_hdr *>(t.data());
+    ef_put_be16(h->sport, 40000);
+    ef_put_be16(h->dport, 80);
+    ef_put_be32(h->seq, seq);
+    ef_put_be32(h->ack, 1);
+    h->data_offset = EF_TCP_HLEN / 4 << 4;
+    h->flags = flags;
+    ef_put_be16(h->window, 0xFFFF);
     t.insert(t.end(), payload.begin(), payload.end());
     return t;
 }
 
 Bytes vxlan_header(uint32_t vni)
 {
-    return {0x08, 0, 0, 0, static_cast<uint8_t>(vni >> 16), static_cast<uint8_t>(vni >> 8),
-            static_cast<uint8_t>(vni), 0};
+    Bytes v(EF_VXLAN_HLEN);
+    auto *h = reinterpret_cast<ef_vxlan_hdr *>(v.data());
+    h->flags = EF_VXLAN_FLAG_I;
+    h->vni[0] = static_cast<uint8_t>(vni >> 16);
+    h->vni[1] = static_cast<uint8_t>(vni >> 8);
+    h->vni[2] = static_cast<uint8_t>(vni);
+    return v;
 }
 
 Bytes inner_ipv4_frame(const Mac &dst, const Mac &src, size_t payload = 26)
 {
-    return eth(dst, src, 0x0800,
-               ipv4(addr4("192.168.1.1"), addr4("192.168.1.2"), 17, udp(1000, 2000, counting(payload))));
+    return eth(dst, src, EF_ETHERTYPE_IPV4,
+               ipv4(addr4("192.168.1.1"), addr4("192.168.1.2"), EF_IPPROTO_UDP, udp(1000, 2000, counting(payload))));
 }
 
 Bytes inner_ipv6_frame(const Mac &dst, const Mac &src, size_t payload = 26)
 {
-    return eth(dst, src, 0x86DD,
-               ipv6(addr6("fd00::1"), addr6("fd00::2"), 17, udp(1000, 2000, counting(payload))));
+    return eth(dst, src, EF_ETHERTYPE_IPV6,
+               ipv6(addr6("fd00::1"), addr6("fd00::2"), EF_IPPROTO_UDP, udp(1000, 2000, counting(payload))));
 }
 
 Bytes vxlan4(const char *src, const char *dst, uint32_t vni, const Bytes &inner)
 {
-    return eth(kUplinkMac, kNextHopMac, 0x0800,
-               ipv4(addr4(src), addr4(dst), 17, udp(49152, 4789, cat({vxlan_header(vni), inner}))));
+    return eth(kUplinkMac, kNextHopMac, EF_ETHERTYPE_IPV4,
+               ipv4(addr4(src), addr4(dst), EF_IPPROTO_UDP, udp(49152, EF_VXLAN_PORT, cat({vxlan_header(vni), inner}))));
 }
 
 Bytes vxlan6(const char *src, const char *dst, uint32_t vni, const Bytes &inner)
 {
-    return eth(kUplinkMac, kNextHopMac, 0x86DD,
-               ipv6(addr6(src), addr6(dst), 17, udp(49152, 4789, cat({vxlan_header(vni), inner}))));
+    return eth(kUplinkMac, kNextHopMac, EF_ETHERTYPE_IPV6,
+               ipv6(addr6(src), addr6(dst), EF_IPPROTO_UDP, udp(49152, EF_VXLAN_PORT, cat({vxlan_header(vni), inner}))));
 }
 
 Bytes arp(uint16_t op, const Mac &sha, const char *spa, const Mac &tha, const char *tpa)
 {
-    Bytes a{0x00, 0x01, 0x08, 0x00, 6, 4};
-    put16(a, op);
-    a.insert(a.end(), sha.begin(), sha.end());
+    Bytes a(EF_ARP_LEN);
+    auto *h = reinterpret_cast<ef_arp *>(a.data());
+    ef_put_be16(h->hw_type, EF_ARP_HW_ETHERNET);
+    ef_put_be16(h->proto_type, EF_ETHERTYPE_IPV4);
+    h->hw_len = EF_ETH_ALEN;
+    h->proto_len = sizeof h->sender_ip;
+    ef_put_be16(h->op, op);
     const Bytes s = addr4(spa), t = addr4(tpa);
-    a.insert(a.end(), s.begin(), s.end());
-    a.insert(a.end(), tha.begin(), tha.end());
-    a.insert(a.end(), t.begin(), t.end());
+    std::copy(sha.begin(), sha.end(), h->sender_mac);
+    std::copy(s.begin(), s.end(), h->sender_ip);
+    std::copy(tha.begin(), tha.end(), h->target_mac);
+    std::copy(t.begin(), t.end(), h->target_ip);
     return a;
 }
 
-// A neighbour solicitation (135) or advertisement (136) with its link-layer
-// option and a correct checksum.
+// A neighbour solicitation or advertisement with its link-layer option and a
+// correct checksum.
 Bytes nd(uint8_t type, const Mac &src_mac, const Mac &dst_mac, const char *src, const char *dst,
          const char *target, uint32_t flags)
 {
-    Bytes body{type, 0, 0, 0};
-    for (int i = 3; i >= 0; --i)
-        body.push_back(static_cast<uint8_t>(flags >> (8 * i)));
+    Bytes body(EF_ND_LEN + EF_ND_LINK_ADDR_OPT_LEN);
+    auto *msg = reinterpret_cast<ef_nd_msg *>(body.data());
+    msg->type = type;
+    ef_put_be32(msg->flags, flags);
     const Bytes t = addr6(target);
-    body.insert(body.end(), t.begin(), t.end());
-    body.push_back(type == 135 ? 1 : 2);
-    body.push_back(1);
-    body.insert(body.end(), src_mac.begin(), src_mac.end());
+    std::copy(t.begin(), t.end(), msg->target);
+    auto *opt = reinterpret_cast<ef_nd_link_addr_opt *>(body.data() + EF_ND_LEN);
+    opt->type = type == EF_ND_NEIGHBOUR_SOLICIT ? EF_ND_OPT_SOURCE_LINK_ADDR : EF_ND_OPT_TARGET_LINK_ADDR;
+    opt->units = 1;
+    std::copy(src_mac.begin(), src_mac.end(), opt->mac);
     Bytes pseudo = cat({addr6(src), addr6(dst)});
     const Bytes len_bytes = {0, 0, static_cast<uint8_t>(body.size() >> 8), static_cast<uint8_t>(body.size()),
-                             0, 0, 0, 58};
+                             0, 0, 0, EF_IPPROTO_ICMPV6};
     pseudo.insert(pseudo.end(), len_bytes.begin(), len_bytes.end());
     pseudo.insert(pseudo.end(), body.begin(), body.end());
-    set16(body, 2, static_cast<uint16_t>(~ones_sum(pseudo)));
-    return eth(dst_mac, src_mac, 0x86DD, ipv6(addr6(src), addr6(dst), 58, body, 255));
+    ef_put_be16(msg->csum, static_cast<uint16_t>(~ones_sum(pseudo)));
+    return eth(dst_mac, src_mac, EF_ETHERTYPE_IPV6,
+               ipv6(addr6(src), addr6(dst), EF_IPPROTO_ICMPV6, body, EF_ND_HOP_LIMIT));
 }
 
 // ---- control messages ----
@@ -486,7 +494,7 @@ enum ParserReceiver : uint8_t { kOnP1 = 0, kOnP2 = 1, kOnUplink = 2, kOnPeerLink
 
 Bytes parser_input(uint8_t flags, ParserReceiver receiver, uint32_t vni, const Bytes &frame, uint8_t cut = 0)
 {
-    Bytes in{static_cast<uint8_t>(flags | receiver << 5), cut, 0x08, static_cast<uint8_t>(vni >> 16),
+    Bytes in{static_cast<uint8_t>(flags | receiver << 5), cut, EF_VXLAN_FLAG_I, static_cast<uint8_t>(vni >> 16),
              static_cast<uint8_t>(vni >> 8), static_cast<uint8_t>(vni)};
     in.insert(in.end(), frame.begin(), frame.end());
     return in;
@@ -521,12 +529,12 @@ void parser_seeds()
     write_seed("parser", "access_peerlink", parser_input(kBridge, kOnPeerLink, 0, tagged(local, 10)));
     write_seed("parser", "access_on_subif", parser_input(kBridge, kOnS1, 0, local));
     write_seed("parser", "arp_broadcast", parser_input(kBridge | kSoft, kOnP1, 0,
-                                                        tagged(eth(kBroadcast, kHostOnP1, 0x0806,
-                                                                   arp(1, kHostOnP1, "192.168.1.1", Mac{},
+                                                        tagged(eth(kBroadcast, kHostOnP1, EF_ETHERTYPE_ARP,
+                                                                   arp(EF_ARP_REQUEST, kHostOnP1, "192.168.1.1", Mac{},
                                                                        "192.168.1.2")), 20)));
     write_seed("parser", "tunnel_ipv4", parser_input(kBridge | kTrace, kOnT1, 100, in4));
     write_seed("parser", "tunnel_lldp_no_adjacency", parser_input(kBridge, kOnT6, 200,
-                                                                   eth(kLldp, kHostBehindT6, 0x88CC, counting(40))));
+                                                                   eth(kLldp, kHostBehindT6, kEthertypeLldp, counting(40))));
     write_seed("parser", "tunnel_tagged", parser_input(kBridge, kOnT1, 100, tagged(in4, 10)));
     write_seed("parser", "runt", parser_input(kBridge, kOnUplink, 0, Bytes{0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x08}));
 }
@@ -551,7 +559,7 @@ Bytes forward_input(const ForwardSeed &s, const Bytes &frame)
     Bytes in{static_cast<uint8_t>(s.flags_byte | s.way << 5)};
     const Bytes flags = le64(s.buff_flags);
     in.insert(in.end(), flags.begin(), flags.end());
-    in.insert(in.end(), {0x08, static_cast<uint8_t>(s.vni >> 16), static_cast<uint8_t>(s.vni >> 8),
+    in.insert(in.end(), {EF_VXLAN_FLAG_I, static_cast<uint8_t>(s.vni >> 16), static_cast<uint8_t>(s.vni >> 8),
                          static_cast<uint8_t>(s.vni)});
     in.push_back(s.src);
     in.push_back(static_cast<uint8_t>(s.dst + 1));
@@ -577,8 +585,8 @@ void forward_seeds()
     write_seed("forward", "access_to_remote_host",
                forward_input(s, tagged(inner_ipv4_frame(kHostBehindT1, kHostOnP1), 10)));
     write_seed("forward", "access_broadcast",
-               forward_input(s, eth(kBroadcast, kHostOnP1, 0x0806,
-                                    arp(1, kHostOnP1, "192.168.1.1", Mac{}, "192.168.1.2"))));
+               forward_input(s, eth(kBroadcast, kHostOnP1, EF_ETHERTYPE_ARP,
+                                    arp(EF_ARP_REQUEST, kHostOnP1, "192.168.1.1", Mac{}, "192.168.1.2"))));
     write_seed("forward", "access_unknown_unicast_v6",
                forward_input(s, tagged(inner_ipv6_frame(kUnknownHost, kHostOnP1), 10)));
     s.flags_byte = kSoft | kL2vni | kOutside;
@@ -598,8 +606,8 @@ void forward_seeds()
     s.src = kIxT1;
     s.vni = 200;
     write_seed("forward", "service_arp_from_tunnel",
-               forward_input(s, eth(kBroadcast, kHostBehindT1, 0x0806,
-                                    arp(1, kHostBehindT1, "192.168.2.1", Mac{}, "192.168.2.2"))));
+               forward_input(s, eth(kBroadcast, kHostBehindT1, EF_ETHERTYPE_ARP,
+                                    arp(EF_ARP_REQUEST, kHostBehindT1, "192.168.2.1", Mac{}, "192.168.2.2"))));
     s = {};
     s.way = kDeliver;
     s.vni = 100;
@@ -651,37 +659,38 @@ Bytes fixup_input(uint8_t options, uint16_t tci, uint16_t mtu, const Bytes &fram
 void fixup_seeds()
 {
     const Mac a{0x02, 0, 0, 0, 0, 1}, b{0x02, 0, 0, 0, 0, 2};
-    const Bytes tcp4 = eth(a, b, 0x0800, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), 6,
-                                              tcp(1000, 0x18 | 0x01, counting(3000))));
-    const Bytes tcp6 = eth(a, b, 0x86DD, ipv6(addr6("fd00::1"), addr6("fd00::2"), 6,
-                                              tcp(1000, 0x80 | 0x10, counting(3000))));
+    const Bytes tcp4 = eth(a, b, EF_ETHERTYPE_IPV4, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), EF_IPPROTO_TCP,
+                                              tcp(1000, EF_TCP_ACK | EF_TCP_PSH | EF_TCP_FIN, counting(3000))));
+    const Bytes tcp6 = eth(a, b, EF_ETHERTYPE_IPV6, ipv6(addr6("fd00::1"), addr6("fd00::2"), EF_IPPROTO_TCP,
+                                              tcp(1000, EF_TCP_CWR | EF_TCP_ACK, counting(3000))));
     write_seed("frame_fixup", "tcp4_super_frame", fixup_input(0x02, 0, 1500, tcp4));
     write_seed("frame_fixup", "tcp6_super_frame_tag_stripped", fixup_input(0x03, 10, 1500, tcp6));
     write_seed("frame_fixup", "udp4_checksum_pending",
-               fixup_input(0x02, 0, 1500, eth(a, b, 0x0800, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), 17,
+               fixup_input(0x02, 0, 1500, eth(a, b, EF_ETHERTYPE_IPV4, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), EF_IPPROTO_UDP,
                                                                  udp(1, 2, counting(100))))));
     write_seed("frame_fixup", "double_tagged_udp6",
                fixup_input(0x02, 0, 1500,
-                           tagged(tagged(eth(a, b, 0x86DD, ipv6(addr6("fd00::1"), addr6("fd00::2"), 17,
-                                                                udp(1, 2, counting(100)))), 20), 10, 0x88A8)));
-    const Bytes inner_tcp = eth(a, b, 0x0800, ipv4(addr4("192.168.0.1"), addr4("192.168.0.2"), 6,
-                                                   tcp(7, 0x10, counting(2900))));
+                           tagged(tagged(eth(a, b, EF_ETHERTYPE_IPV6, ipv6(addr6("fd00::1"), addr6("fd00::2"), EF_IPPROTO_UDP,
+                                                                udp(1, 2, counting(100)))), 20), 10, kEthertypeServiceTag)));
+    const Bytes inner_tcp = eth(a, b, EF_ETHERTYPE_IPV4, ipv4(addr4("192.168.0.1"), addr4("192.168.0.2"), EF_IPPROTO_TCP,
+                                                   tcp(7, EF_TCP_ACK, counting(2900))));
     write_seed("frame_fixup", "vxlan_tcp_super_frame",
-               fixup_input(0x02, 0, 1500, eth(a, b, 0x0800, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), 17,
-                                                                 udp(5000, 4789, cat({vxlan_header(100), inner_tcp}))))));
+               fixup_input(0x02, 0, 1500, eth(a, b, EF_ETHERTYPE_IPV4, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), EF_IPPROTO_UDP,
+                                                                 udp(5000, EF_VXLAN_PORT, cat({vxlan_header(100), inner_tcp}))))));
     write_seed("frame_fixup", "vxlan6_checksum_pending",
                fixup_input(0x02, 0, 1500,
-                           eth(a, b, 0x86DD, ipv6(addr6("fd00::1"), addr6("fd00::2"), 17,
-                                                  udp(5000, 4789, cat({vxlan_header(100),
+                           eth(a, b, EF_ETHERTYPE_IPV6, ipv6(addr6("fd00::1"), addr6("fd00::2"), EF_IPPROTO_UDP,
+                                                  udp(5000, EF_VXLAN_PORT, cat({vxlan_header(100),
                                                                        inner_ipv4_frame(a, b, 64)}))))));
     write_seed("frame_fixup", "icmpv6_tag_stripped",
-               fixup_input(0x03, 0x2014, 1500, nd(135, a, b, "fd00::1", "fd00::2", "fd00::2", 0)));
+               fixup_input(0x03, 0x2014, 1500, nd(EF_ND_NEIGHBOUR_SOLICIT, a, b, "fd00::1", "fd00::2", "fd00::2", 0)));
     // The kernel's virtio-net header: a segment size below the MTU's, and
-    // a pending checksum's place (UDP's, 34 + 6).
+    // a pending checksum's place (UDP's: where its header starts, and the
+    // checksum's offset in it).
     write_seed("frame_fixup", "tcp4_super_frame_with_segment_size", fixup_input(0x0A, 1000, 1500, tcp4));
     write_seed("frame_fixup", "udp4_checksum_where_the_kernel_says",
-               fixup_input(0x12, 34 << 8 | 6, 1500,
-                           eth(a, b, 0x0800, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), 17,
+               fixup_input(0x12, (EF_ETH_HLEN + EF_IPV4_HLEN) << 8 | EF_UDP_CSUM_OFFSET, 1500,
+                           eth(a, b, EF_ETHERTYPE_IPV4, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), EF_IPPROTO_UDP,
                                                   udp(1, 2, counting(100))))));
 }
 
@@ -696,10 +705,10 @@ Bytes join_input(uint16_t mtu, uint8_t what, uint8_t which, uint8_t where, const
 void join_seeds()
 {
     const Mac a{0x02, 0, 0, 0, 0, 1}, b{0x02, 0, 0, 0, 0, 2};
-    const Bytes tcp4 = eth(a, b, 0x0800, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), 6,
-                                              tcp(1000, 0x18, counting(6000))));
-    const Bytes tcp6 = eth(a, b, 0x86DD, ipv6(addr6("fd00::1"), addr6("fd00::2"), 6,
-                                              tcp(1000, 0x10, counting(6000))));
+    const Bytes tcp4 = eth(a, b, EF_ETHERTYPE_IPV4, ipv4(addr4("10.0.0.1"), addr4("10.0.0.2"), EF_IPPROTO_TCP,
+                                              tcp(1000, EF_TCP_ACK | EF_TCP_PSH, counting(6000))));
+    const Bytes tcp6 = eth(a, b, EF_ETHERTYPE_IPV6, ipv6(addr6("fd00::1"), addr6("fd00::2"), EF_IPPROTO_TCP,
+                                              tcp(1000, EF_TCP_ACK, counting(6000))));
     write_seed("tcp_join", "tcp4_segments_in_order", join_input(1500, 0, 0, 0, tcp4));
     write_seed("tcp_join", "tcp6_segments_in_order", join_input(1400, 0, 0, 0, tcp6));
     write_seed("tcp_join", "tcp4_two_segments_swapped", join_input(1000, 0x01, 2, 0, tcp4));
@@ -712,17 +721,17 @@ void l3_seeds()
     const Mac peer{0x02, 0, 0, 0, 0, 0x99};
     const Mac port1{0x02, 0, 0, 0, 0, 0x01};
     write_seed("l3_input", "arp_request_for_own_address",
-               cat({Bytes{0x02}, eth(kBroadcast, peer, 0x0806, arp(1, peer, "10.1.0.9", Mac{}, "10.1.0.1"))}));
+               cat({Bytes{0x02}, eth(kBroadcast, peer, EF_ETHERTYPE_ARP, arp(EF_ARP_REQUEST, peer, "10.1.0.9", Mac{}, "10.1.0.1"))}));
     write_seed("l3_input", "arp_reply_from_gateway",
-               cat({Bytes{0x02}, eth(port1, peer, 0x0806, arp(2, peer, "10.1.0.254", port1, "10.1.0.1"))}));
+               cat({Bytes{0x02}, eth(port1, peer, EF_ETHERTYPE_ARP, arp(EF_ARP_REPLY, peer, "10.1.0.254", port1, "10.1.0.1"))}));
     write_seed("l3_input", "arp_on_the_other_port",
-               cat({Bytes{0x01}, eth(kBroadcast, peer, 0x0806, arp(1, peer, "10.2.0.9", Mac{}, "10.2.0.1"))}));
+               cat({Bytes{0x01}, eth(kBroadcast, peer, EF_ETHERTYPE_ARP, arp(EF_ARP_REQUEST, peer, "10.2.0.9", Mac{}, "10.2.0.1"))}));
     const Mac solicited{0x33, 0x33, 0xFF, 0x00, 0x00, 0x01};
     write_seed("l3_input", "neighbour_solicitation",
-               cat({Bytes{0x02}, nd(135, peer, solicited, "2001:db8:1::9", "ff02::1:ff00:1", "2001:db8:1::1", 0)}));
+               cat({Bytes{0x02}, nd(EF_ND_NEIGHBOUR_SOLICIT, peer, solicited, "2001:db8:1::9", "ff02::1:ff00:1", "2001:db8:1::1", 0)}));
     write_seed("l3_input", "neighbour_advertisement",
-               cat({Bytes{0x02}, nd(136, peer, port1, "2001:db8:1::9", "2001:db8:1::1", "2001:db8:1::9",
-                                    0x60000000)}));
+               cat({Bytes{0x02}, nd(EF_ND_NEIGHBOUR_ADVERT, peer, port1, "2001:db8:1::9", "2001:db8:1::1", "2001:db8:1::9",
+                                    uint32_t{EF_ND_NA_SOLICITED | EF_ND_NA_OVERRIDE} << 24)}));
 }
 
 void config_seeds(const fs::path &docs)

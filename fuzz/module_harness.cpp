@@ -10,6 +10,8 @@
 #include <string>
 
 #include "apply_config.h"
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "ef_bridge.h"
 #include "efrt.h"
 #include "efrt_bcast.h"
@@ -328,28 +330,32 @@ void check_outer_packet(const efmp_buff_t *b)
     if (len < 1)
         fail("an empty packet reached the L3 engine");
     const unsigned version = p[0] >> 4;
+    constexpr uint32_t kUdpAndVxlan = EF_UDP_HLEN + EF_VXLAN_HLEN;
     uint32_t udp = 0;
-    if (version == 4) {
-        if (len < 20 + 16)
+    if (version == EF_IPV4_VERSION) {
+        if (len < EF_IPV4_HLEN + kUdpAndVxlan)
             fail("an IPv4 outer packet shorter than its headers reached the L3 engine");
-        if (ef_get_be16(p + 2) != len)
-            fail("an outer IPv4 total length of " + std::to_string(ef_get_be16(p + 2)) + " on a packet of " +
+        const uint16_t total = ef_get_be16(reinterpret_cast<const ef_ipv4_hdr *>(p)->total_len);
+        if (total != len)
+            fail("an outer IPv4 total length of " + std::to_string(total) + " on a packet of " +
                  std::to_string(len) + " bytes");
-        udp = 20;
-    } else if (version == 6) {
-        if (len < 40 + 16)
+        udp = EF_IPV4_HLEN;
+    } else if (version == EF_IPV6_VERSION) {
+        if (len < EF_IPV6_HLEN + kUdpAndVxlan)
             fail("an IPv6 outer packet shorter than its headers reached the L3 engine");
-        if (ef_get_be16(p + 4) != len - 40)
-            fail("an outer IPv6 payload length of " + std::to_string(ef_get_be16(p + 4)) +
+        const uint16_t payload = ef_get_be16(reinterpret_cast<const ef_ipv6_hdr *>(p)->payload_len);
+        if (payload != len - EF_IPV6_HLEN)
+            fail("an outer IPv6 payload length of " + std::to_string(payload) +
                  " on a packet of " + std::to_string(len) + " bytes");
-        udp = 40;
+        udp = EF_IPV6_HLEN;
     } else {
         fail("a packet of IP version " + std::to_string(version) + " reached the L3 engine");
     }
-    if (ef_get_be16(p + udp + 4) != len - udp)
-        fail("an outer UDP length of " + std::to_string(ef_get_be16(p + udp + 4)) + " on " +
+    const uint16_t udp_len = ef_get_be16(reinterpret_cast<const ef_udp_hdr *>(p + udp)->len);
+    if (udp_len != len - udp)
+        fail("an outer UDP length of " + std::to_string(udp_len) + " on " +
              std::to_string(len - udp) + " bytes of UDP");
-    if ((p[udp + 8] & 0x08) == 0)
+    if ((reinterpret_cast<const ef_vxlan_hdr *>(p + udp + EF_UDP_HLEN)->flags & EF_VXLAN_FLAG_I) == 0)
         fail("an outer packet without the VXLAN I flag");
 }
 

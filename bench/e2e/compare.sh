@@ -185,7 +185,7 @@ display_name() {
 # The capacity test's sender, built for this run.
 build_pktblast() {
     PKTBLAST=$RUN_DIR/pktblast
-    gcc -O2 -Wall -o "$PKTBLAST" "$HERE/pktblast.c" || fail "cannot build $HERE/pktblast.c"
+    gcc -O2 -Wall -I "$REPO/platform/include" -o "$PKTBLAST" "$HERE/pktblast.c" || fail "cannot build $HERE/pktblast.c"
 }
 
 run_system() {   # efhost|ovs|kernel

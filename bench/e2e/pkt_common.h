@@ -14,16 +14,19 @@
 #include <string.h>
 #include <time.h>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
+
 static volatile sig_atomic_t stop;
 static void on_signal(int sig) { (void)sig; stop = 1; }
 
-static int parse_mac(const char *s, uint8_t mac[6])
+static int parse_mac(const char *s, uint8_t mac[EF_ETH_ALEN])
 {
-    unsigned v[6];
+    unsigned v[EF_ETH_ALEN];
     char extra;
-    if (sscanf(s, "%x:%x:%x:%x:%x:%x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &extra) != 6)
+    if (sscanf(s, "%x:%x:%x:%x:%x:%x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &extra) != EF_ETH_ALEN)
         return -1;
-    for (int i = 0; i < 6; i++) {
+    for (int i = 0; i < EF_ETH_ALEN; i++) {
         if (v[i] > 255) return -1;
         mac[i] = (uint8_t)v[i];
     }
@@ -62,29 +65,28 @@ static uint16_t ip_checksum(const void *data, size_t len)
 // Ethernet + IPv4 + UDP to the discard port with a zero UDP checksum
 // (allowed over IPv4); the rest is padding. len excludes the FCS the device
 // would add.
-static void build_udp_frame(uint8_t *f, size_t len, const uint8_t dst[6], const uint8_t src[6],
-                            struct in_addr sip, struct in_addr dip)
+static void build_udp_frame(uint8_t *f, size_t len, const uint8_t dst[EF_ETH_ALEN],
+                            const uint8_t src[EF_ETH_ALEN], struct in_addr sip, struct in_addr dip)
 {
     memset(f, 0, len);
-    memcpy(f, dst, 6);
-    memcpy(f + 6, src, 6);
-    f[12] = 0x08; f[13] = 0x00;
-    uint8_t *ip = f + 14;
-    size_t ip_len = len - 14;
-    ip[0] = 0x45;
-    ip[2] = (uint8_t)(ip_len >> 8); ip[3] = (uint8_t)ip_len;
-    ip[6] = 0x40;   // don't fragment
-    ip[8] = 64;
-    ip[9] = 17;
-    memcpy(ip + 12, &sip, 4);
-    memcpy(ip + 16, &dip, 4);
-    uint16_t c = ip_checksum(ip, 20);
-    ip[10] = (uint8_t)(c >> 8); ip[11] = (uint8_t)c;
-    uint8_t *udp = ip + 20;
-    size_t udp_len = ip_len - 20;
-    udp[0] = 0x30; udp[1] = 0x39;   // 12345
-    udp[2] = 0x00; udp[3] = 0x09;   // discard
-    udp[4] = (uint8_t)(udp_len >> 8); udp[5] = (uint8_t)udp_len;
+    struct ef_eth_hdr *eth = (struct ef_eth_hdr *)f;
+    memcpy(eth->dst, dst, EF_ETH_ALEN);
+    memcpy(eth->src, src, EF_ETH_ALEN);
+    ef_put_be16(eth->type, EF_ETHERTYPE_IPV4);
+    struct ef_ipv4_hdr *ip = (struct ef_ipv4_hdr *)(f + EF_ETH_HLEN);
+    size_t ip_len = len - EF_ETH_HLEN;
+    ip->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    ef_put_be16(ip->total_len, (uint16_t)ip_len);
+    ef_put_be16(ip->frag, EF_IPV4_DONT_FRAGMENT);
+    ip->ttl = 64;
+    ip->proto = EF_IPPROTO_UDP;
+    memcpy(ip->src, &sip, sizeof ip->src);
+    memcpy(ip->dst, &dip, sizeof ip->dst);
+    ef_put_be16(ip->csum, ip_checksum(ip, EF_IPV4_HLEN));
+    struct ef_udp_hdr *udp = (struct ef_udp_hdr *)(f + EF_ETH_HLEN + EF_IPV4_HLEN);
+    ef_put_be16(udp->sport, 12345);
+    ef_put_be16(udp->dport, 9);   // discard
+    ef_put_be16(udp->len, (uint16_t)(ip_len - EF_IPV4_HLEN));
 }
 
 #endif

@@ -30,7 +30,7 @@
 #include "pkt_common.h"
 
 #define MAX_BATCH 1024
-#define MAX_FRAME 1514
+#define MAX_FRAME (EF_ETH_HLEN + 1500)   // a 1500-byte MTU
 
 static void usage(FILE *to)
 {
@@ -54,7 +54,7 @@ static void usage(FILE *to)
 int main(int argc, char **argv)
 {
     const char *dev = NULL;
-    uint8_t dst_mac[6], src_mac[6];
+    uint8_t dst_mac[EF_ETH_ALEN], src_mac[EF_ETH_ALEN];
     int have_dst = 0, have_src = 0;
     struct in_addr sip, dip;
     inet_pton(AF_INET, "192.168.10.1", &sip);
@@ -111,7 +111,7 @@ int main(int argc, char **argv)
     int ifindex = ifr.ifr_ifindex;
     if (!have_src) {
         if (ioctl(fd, SIOCGIFHWADDR, &ifr)) { perror("pktblast: SIOCGIFHWADDR"); return 1; }
-        memcpy(src_mac, ifr.ifr_hwaddr.sa_data, 6);
+        memcpy(src_mac, ifr.ifr_hwaddr.sa_data, EF_ETH_ALEN);
     }
     int one = 1;
     if (setsockopt(fd, SOL_PACKET, PACKET_QDISC_BYPASS, &one, sizeof one))
@@ -120,8 +120,8 @@ int main(int argc, char **argv)
     memset(&to, 0, sizeof to);
     to.sll_family = AF_PACKET;
     to.sll_ifindex = ifindex;
-    to.sll_halen = 6;
-    memcpy(to.sll_addr, dst_mac, 6);
+    to.sll_halen = EF_ETH_ALEN;
+    memcpy(to.sll_addr, dst_mac, EF_ETH_ALEN);
 
     static uint8_t frame[MAX_FRAME];
     size_t len = (size_t)size - 4;

@@ -54,7 +54,7 @@
 
 struct opts {
     const char *method, *dev;
-    uint8_t dst_mac[6];
+    uint8_t dst_mac[EF_ETH_ALEN];
     long duration, cpu, batch, block_tov, interval_us;
     int vnet, latency;
 };
@@ -70,7 +70,7 @@ struct result {
 // other traffic on the device (IPv6 neighbour discovery) is not taken for a
 // stamp, and the send time in nanoseconds, in host order (one host).
 #define STAMP_MARK 0x73627374u
-#define STAMP_AT 42   // Ethernet 14 + IPv4 20 + UDP 8
+#define STAMP_AT (EF_ETH_HLEN + EF_IPV4_HLEN + EF_UDP_HLEN)
 #define MAX_STAMPS (1u << 22)
 
 static void usage(FILE *to)
@@ -182,7 +182,7 @@ static void wait_readable(int fd)
 // checksum state), the virtio-net header and the Ethernet type.
 static unsigned long long touch(const uint8_t *frame, size_t len, unsigned status, unsigned tci)
 {
-    return (len > 13 ? (unsigned)(frame[12] << 8 | frame[13]) : 0) + status + tci;
+    return (len >= EF_ETH_HLEN ? ef_get_be16(frame + EF_ETH_TYPE_OFFSET) : 0u) + status + tci;
 }
 
 // Keeps the delay of a stamped frame seen by user space at SEEN (ns).
@@ -314,7 +314,7 @@ static size_t build_frame(uint8_t *f, const struct opts *o, int fd)
     memset(&ifr, 0, sizeof ifr);
     snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", o->dev);
     if (ioctl(fd, SIOCGIFHWADDR, &ifr)) die("SIOCGIFHWADDR");
-    const size_t head = o->vnet ? VNET_LEN : 0, len = 60;
+    const size_t head = o->vnet ? VNET_LEN : 0, len = EF_ETH_MIN_FRAME;
     memset(f, 0, head);
     struct in_addr sip = {htonl(0xC0A80A01)}, dip = {htonl(0xC0A80A02)};  // 192.168.10.1, .2
     build_udp_frame(f + head, len, o->dst_mac, (const uint8_t *)ifr.ifr_hwaddr.sa_data, sip, dip);

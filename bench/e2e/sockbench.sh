@@ -28,6 +28,8 @@
 set -euo pipefail
 
 HERE=$(cd "$(dirname "$0")" && pwd)
+# The packet formats the tools build and read come from the module's header.
+WIRE_INCLUDE=$HERE/../../platform/include
 REPS=3
 DURATION=5
 LOG=
@@ -96,8 +98,8 @@ trap 'exit 143' TERM
 trap 'exit 129' HUP
 
 WORK=$(mktemp -d /tmp/sockbench.XXXXXX)
-cc -O2 -Wall -Wextra -Werror -o "$WORK/sockbench" "$HERE/sockbench.c"
-[ "$LATENCY" = 1 ] || cc -O2 -Wall -Wextra -Werror -o "$WORK/pktblast" "$HERE/pktblast.c"
+cc -O2 -Wall -Wextra -Werror -I "$WIRE_INCLUDE" -o "$WORK/sockbench" "$HERE/sockbench.c"
+[ "$LATENCY" = 1 ] || cc -O2 -Wall -Wextra -Werror -I "$WIRE_INCLUDE" -o "$WORK/pktblast" "$HERE/pktblast.c"
 
 ip netns add "$NS_TX"
 ip netns add "$NS_RX"

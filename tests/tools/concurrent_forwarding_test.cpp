@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "ef_bridge.h"
+#include "ef_wire.h"
 #include "efrt.h"
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
@@ -111,7 +112,7 @@ void append16(Bytes &out, size_t value) { append(out, {static_cast<int>(value >>
 uint16_t ipv4_header_sum(const uint8_t *header)
 {
     uint32_t sum = 0;
-    for (size_t i = 0; i < 20; i += 2)
+    for (size_t i = 0; i < EF_IPV4_HLEN; i += 2)
         sum += static_cast<uint32_t>(header[i] << 8 | header[i + 1]);
     while (sum > 0xffff)
         sum = (sum & 0xffff) + (sum >> 16);
@@ -123,13 +124,13 @@ Bytes ipv4_header(const uint8_t (&src)[4], const uint8_t (&dst)[4], uint8_t prot
 {
     Bytes h;
     append(h, {0x45, 0});
-    append16(h, 20 + payload);
+    append16(h, EF_IPV4_HLEN + payload);
     append(h, {0, 1, 0x40, 0, 64, proto, 0, 0});
     h.insert(h.end(), src, src + 4);
     h.insert(h.end(), dst, dst + 4);
     const uint16_t sum = ipv4_header_sum(h.data());
-    h[10] = static_cast<uint8_t>(sum >> 8);
-    h[11] = static_cast<uint8_t>(sum);
+    h[EF_IPV4_CSUM_OFFSET] = static_cast<uint8_t>(sum >> 8);
+    h[EF_IPV4_CSUM_OFFSET + 1] = static_cast<uint8_t>(sum);
     return h;
 }
 
@@ -145,8 +146,8 @@ Bytes overlay_frame(const Mac &dst, const Mac &src)
     Bytes f;
     append_mac(f, dst);
     append_mac(f, src);
-    append(f, {0x08, 0x00});
-    const Bytes ip = ipv4_header(kSrc, kDst, 17, udp.size());
+    append16(f, EF_ETHERTYPE_IPV4);
+    const Bytes ip = ipv4_header(kSrc, kDst, EF_IPPROTO_UDP, udp.size());
     f.insert(f.end(), ip.begin(), ip.end());
     f.insert(f.end(), udp.begin(), udp.end());
     return f;
@@ -160,17 +161,18 @@ Bytes vxlan_packet(uint8_t vtep, const Mac &vtep_mac)
     const uint8_t remote[4] = {10, 99, 0, vtep};
     const Bytes inner = overlay_frame(kHostMac, kRemoteHostMac);
     Bytes udp;
-    append(udp, {0xc0, vtep, 0x12, 0xb5});
-    append16(udp, 8 + 8 + inner.size());
+    append(udp, {0xc0, vtep});
+    append16(udp, EF_VXLAN_PORT);
+    append16(udp, EF_UDP_HLEN + EF_VXLAN_HLEN + inner.size());
     append(udp, {0, 0});
-    append(udp, {0x08, 0, 0, 0, static_cast<int>(kVni >> 16), static_cast<int>(kVni >> 8 & 0xff),
+    append(udp, {EF_VXLAN_FLAG_I, 0, 0, 0, static_cast<int>(kVni >> 16), static_cast<int>(kVni >> 8 & 0xff),
                  static_cast<int>(kVni & 0xff), 0});
     udp.insert(udp.end(), inner.begin(), inner.end());
     Bytes f;
     append_mac(f, kUplinkMac);
     append_mac(f, vtep_mac);
-    append(f, {0x08, 0x00});
-    const Bytes ip = ipv4_header(remote, kLocal, 17, udp.size());
+    append16(f, EF_ETHERTYPE_IPV4);
+    const Bytes ip = ipv4_header(remote, kLocal, EF_IPPROTO_UDP, udp.size());
     f.insert(f.end(), ip.begin(), ip.end());
     f.insert(f.end(), udp.begin(), udp.end());
     return f;

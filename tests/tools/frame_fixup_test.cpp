@@ -3,19 +3,16 @@
 // byte and every checksum is checked by this file's own arithmetic.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "ef_wire.h"
 #include "frame_fixup.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-constexpr uint8_t kTcp = 6;
-constexpr uint8_t kUdp = 17;
-constexpr uint8_t kIcmpv6 = 58;
-constexpr uint8_t kFin = 0x01, kPsh = 0x08, kAck = 0x10, kCwr = 0x80;
 
 void put16(Bytes &b, uint16_t v)
 {
@@ -64,11 +61,13 @@ Bytes pseudo_header(const Bytes &f, const Layout &at, size_t l4_len)
 {
     Bytes p;
     if (at.v6) {
-        p.insert(p.end(), f.begin() + static_cast<long>(at.l3 + 8), f.begin() + static_cast<long>(at.l3 + 40));
+        p.insert(p.end(), f.begin() + static_cast<long>(at.l3 + offsetof(ef_ipv6_hdr, src)),
+                 f.begin() + static_cast<long>(at.l3 + EF_IPV6_HLEN));
         put32(p, static_cast<uint32_t>(l4_len));
         put32(p, at.proto);
     } else {
-        p.insert(p.end(), f.begin() + static_cast<long>(at.l3 + 12), f.begin() + static_cast<long>(at.l3 + 20));
+        p.insert(p.end(), f.begin() + static_cast<long>(at.l3 + offsetof(ef_ipv4_hdr, src)),
+                 f.begin() + static_cast<long>(at.l3 + EF_IPV4_HLEN));
         p.push_back(0);
         p.push_back(at.proto);
         put16(p, static_cast<uint16_t>(l4_len));
@@ -83,7 +82,10 @@ Bytes l4_with_pseudo_header(const Bytes &f, const Layout &at)
     return all;
 }
 
-size_t checksum_offset(uint8_t proto) { return proto == kTcp ? 16 : proto == kUdp ? 6 : 2; }
+size_t checksum_offset(uint8_t proto)
+{
+    return proto == EF_IPPROTO_TCP ? EF_TCP_CSUM_OFFSET : proto == EF_IPPROTO_UDP ? EF_UDP_CSUM_OFFSET : 2;
+}
 
 bool l4_checksum_valid(const Bytes &f, const Layout &at)
 {
@@ -100,7 +102,7 @@ void write_reference_l4_checksum(Bytes &f, const Layout &at)
     const size_t field = at.l4 + checksum_offset(at.proto);
     set16(f, field, 0);
     uint16_t c = static_cast<uint16_t>(0xFFFF - ones_sum(l4_with_pseudo_header(f, at)));
-    if (c == 0 && at.proto == kUdp) c = 0xFFFF;
+    if (c == 0 && at.proto == EF_IPPROTO_UDP) c = 0xFFFF;
     set16(f, field, c);
 }
 
@@ -108,7 +110,7 @@ Bytes ethernet(const std::vector<uint16_t> &tags, uint16_t type)
 {
     Bytes f = {0x02, 0, 0, 0, 0, 0x0B, 0x02, 0, 0, 0, 0, 0x0A};
     for (uint16_t tci : tags) {
-        put16(f, 0x8100);
+        put16(f, EF_ETHERTYPE_VLAN);
         put16(f, tci);
     }
     put16(f, type);
@@ -119,10 +121,10 @@ void append_ipv4(Bytes &f, uint8_t proto, size_t l4_len, uint16_t id)
 {
     const size_t start = f.size();
     f.insert(f.end(), {0x45, 0x00});
-    put16(f, static_cast<uint16_t>(20 + l4_len));
+    put16(f, static_cast<uint16_t>(EF_IPV4_HLEN + l4_len));
     put16(f, id);
     f.insert(f.end(), {0x40, 0x00, 64, proto, 0, 0, 192, 0, 2, 1, 198, 51, 100, 7});
-    set16(f, start + 10, static_cast<uint16_t>(0xFFFF - ones_sum(Bytes(f.begin() + static_cast<long>(start), f.end()))));
+    set16(f, start + EF_IPV4_CSUM_OFFSET, static_cast<uint16_t>(0xFFFF - ones_sum(Bytes(f.begin() + static_cast<long>(start), f.end()))));
 }
 
 void append_ipv6(Bytes &f, uint8_t next, size_t l4_len)
@@ -145,26 +147,27 @@ Bytes payload_of(size_t n)
 
 struct FrameShape {
     bool v6 = false;
-    uint8_t proto = kTcp;
+    uint8_t proto = EF_IPPROTO_TCP;
     std::vector<uint16_t> tags;
     size_t payload = 0;
-    uint8_t tcp_flags = kAck;
+    uint8_t tcp_flags = EF_TCP_ACK;
     Bytes tcp_options;
 };
 
 // A frame with correct lengths and checksums, and where its headers are.
 std::pair<Bytes, Layout> build(const FrameShape &s)
 {
-    Bytes f = ethernet(s.tags, s.v6 ? 0x86DD : 0x0800);
+    Bytes f = ethernet(s.tags, s.v6 ? EF_ETHERTYPE_IPV6 : EF_ETHERTYPE_IPV4);
     Layout at{f.size(), 0, s.v6, s.proto};
-    const size_t l4_header = s.proto == kTcp ? 20 + s.tcp_options.size() : 8;  // UDP, ICMPv6 echo
+    // UDP's header, or an ICMPv6 echo's of the same length
+    const size_t l4_header = s.proto == EF_IPPROTO_TCP ? EF_TCP_HLEN + s.tcp_options.size() : EF_UDP_HLEN;
     const size_t l4_len = l4_header + s.payload;
     if (s.v6)
         append_ipv6(f, s.proto, l4_len);
     else
         append_ipv4(f, s.proto, l4_len, 0xFFFE);
     at.l4 = f.size();
-    if (s.proto == kTcp) {
+    if (s.proto == EF_IPPROTO_TCP) {
         put16(f, 40000);
         put16(f, 443);
         put32(f, 0xFFFFF000u);  // wraps during segmentation
@@ -174,9 +177,9 @@ std::pair<Bytes, Layout> build(const FrameShape &s)
         put16(f, 512);
         put32(f, 0);
         f.insert(f.end(), s.tcp_options.begin(), s.tcp_options.end());
-    } else if (s.proto == kUdp) {
+    } else if (s.proto == EF_IPPROTO_UDP) {
         put16(f, 5353);
-        put16(f, 4789);
+        put16(f, EF_VXLAN_PORT);
         put16(f, static_cast<uint16_t>(l4_len));
         put16(f, 0);
     } else {
@@ -222,16 +225,16 @@ TEST(FrameFixupTest, StrippedTagKeepsTheTpidTheDeviceReported)
 TEST(FrameFixupTest, PendingChecksumsAreCompletedForTcpUdpAndIcmpv6OverBothIpVersions)
 {
     const std::vector<FrameShape> cases = {
-        {false, kTcp, {}, 101, kAck, {}},
-        {false, kTcp, {0x0064}, 100, kAck | kPsh, {1, 1, 8, 10, 0, 0, 0, 1, 0, 0, 0, 2}},
-        {false, kUdp, {}, 33, kAck, {}},
-        {false, kUdp, {0x0FFE}, 1200, kAck, {}},
-        {true, kTcp, {}, 1001, kAck, {}},
-        {true, kTcp, {0x0007, 0x0008}, 64, kAck, {}},
-        {true, kUdp, {}, 7, kAck, {}},
-        {true, kUdp, {0x0123}, 1400, kAck, {}},
-        {true, kIcmpv6, {}, 57, kAck, {}},
-        {true, kIcmpv6, {0x0010}, 0, kAck, {}},
+        {false, EF_IPPROTO_TCP, {}, 101, EF_TCP_ACK, {}},
+        {false, EF_IPPROTO_TCP, {0x0064}, 100, EF_TCP_ACK | EF_TCP_PSH, {1, 1, 8, 10, 0, 0, 0, 1, 0, 0, 0, 2}},
+        {false, EF_IPPROTO_UDP, {}, 33, EF_TCP_ACK, {}},
+        {false, EF_IPPROTO_UDP, {0x0FFE}, 1200, EF_TCP_ACK, {}},
+        {true, EF_IPPROTO_TCP, {}, 1001, EF_TCP_ACK, {}},
+        {true, EF_IPPROTO_TCP, {0x0007, 0x0008}, 64, EF_TCP_ACK, {}},
+        {true, EF_IPPROTO_UDP, {}, 7, EF_TCP_ACK, {}},
+        {true, EF_IPPROTO_UDP, {0x0123}, 1400, EF_TCP_ACK, {}},
+        {true, EF_IPPROTO_ICMPV6, {}, 57, EF_TCP_ACK, {}},
+        {true, EF_IPPROTO_ICMPV6, {0x0010}, 0, EF_TCP_ACK, {}},
     };
     for (size_t i = 0; i < cases.size(); ++i) {
         SCOPED_TRACE("case " + std::to_string(i));
@@ -250,7 +253,7 @@ TEST(FrameFixupTest, PendingChecksumsAreCompletedForTcpUdpAndIcmpv6OverBothIpVer
 
 TEST(FrameFixupTest, CompletedChecksumIgnoresEthernetPadding)
 {
-    auto [good, at] = build({false, kUdp, {}, 3, kAck, {}});
+    auto [good, at] = build({false, EF_IPPROTO_UDP, {}, 3, EF_TCP_ACK, {}});
     Bytes padded = good;
     padded.resize(60, 0xEE);
     Bytes expected = padded;
@@ -264,7 +267,7 @@ TEST(FrameFixupTest, CompletedChecksumIgnoresEthernetPadding)
 
 TEST(FrameFixupTest, UdpChecksumComputingToZeroIsWrittenAsAllOnes)
 {
-    auto [f, at] = build({false, kUdp, {}, 10, kAck, {}});
+    auto [f, at] = build({false, EF_IPPROTO_UDP, {}, 10, EF_TCP_ACK, {}});
     // Choose the last payload word so that the sum with a zero checksum is 0xFFFF.
     set16(f, at.l4 + 6, 0);
     set16(f, f.size() - 2, 0);
@@ -280,7 +283,7 @@ TEST(FrameFixupTest, UdpChecksumComputingToZeroIsWrittenAsAllOnes)
 TEST(FrameFixupTest, FrameOfExactlyTheMtuIsUntouched)
 {
     // A wrong checksum shows that nothing was recomputed either.
-    auto [f, at] = build({false, kTcp, {}, 1460, kAck | kFin, {}});
+    auto [f, at] = build({false, EF_IPPROTO_TCP, {}, 1460, EF_TCP_ACK | EF_TCP_FIN, {}});
     ASSERT_EQ(f.size(), 1514u);
     set16(f, at.l4 + 16, 0xBEEF);
     const efhost::FixupResult r = fix_up(f, {});
@@ -288,7 +291,7 @@ TEST(FrameFixupTest, FrameOfExactlyTheMtuIsUntouched)
     EXPECT_FALSE(r.dropped);
     EXPECT_EQ(r.frames[0], f);
 
-    auto [tagged, tat] = build({true, kTcp, {0x0005, 0x0006}, 1440, kAck, {}});
+    auto [tagged, tat] = build({true, EF_IPPROTO_TCP, {0x0005, 0x0006}, 1440, EF_TCP_ACK, {}});
     ASSERT_EQ(tagged.size(), 1522u);
     const efhost::FixupResult rt = fix_up(tagged, {});
     ASSERT_EQ(rt.frames.size(), 1u);
@@ -297,7 +300,7 @@ TEST(FrameFixupTest, FrameOfExactlyTheMtuIsUntouched)
 
 TEST(FrameFixupTest, OversizeUdpFrameIsDropped)
 {
-    const auto [f, at] = build({false, kUdp, {}, 1473, kAck, {}});
+    const auto [f, at] = build({false, EF_IPPROTO_UDP, {}, 1473, EF_TCP_ACK, {}});
     ASSERT_EQ(f.size(), 1515u);
     const efhost::FixupResult r = fix_up(f, {});
     EXPECT_TRUE(r.dropped);
@@ -334,8 +337,8 @@ void expect_segments(const Bytes &super, const Layout &at, const std::vector<Byt
         }
         EXPECT_EQ(get32(s, at.l4 + 4), static_cast<uint32_t>(get32(super, at.l4 + 4) + mss * k));
         uint8_t want = flags;
-        if (!last) want &= static_cast<uint8_t>(~(kFin | kPsh));
-        if (k != 0) want &= static_cast<uint8_t>(~kCwr);
+        if (!last) want &= static_cast<uint8_t>(~(EF_TCP_FIN | EF_TCP_PSH));
+        if (k != 0) want &= static_cast<uint8_t>(~EF_TCP_CWR);
         EXPECT_EQ(s[at.l4 + 13], want);
         EXPECT_TRUE(l4_checksum_valid(s, at));
         // Everything else in the headers is the super-frame's.
@@ -357,8 +360,8 @@ void expect_segments(const Bytes &super, const Layout &at, const std::vector<Byt
 TEST(FrameFixupTest, TcpIpv4SuperFrameIsSegmentedToTheMtu)
 {
     const Bytes timestamps = {1, 1, 8, 10, 0, 0, 0x12, 0x34, 0, 0, 0x56, 0x78};
-    const size_t header_len = 14 + 20 + 32;
-    auto [f, at] = build({false, kTcp, {}, 20000 - header_len, kAck | kPsh | kFin | kCwr, timestamps});
+    const size_t header_len = EF_ETH_HLEN + EF_IPV4_HLEN + 32;
+    auto [f, at] = build({false, EF_IPPROTO_TCP, {}, 20000 - header_len, EF_TCP_ACK | EF_TCP_PSH | EF_TCP_FIN | EF_TCP_CWR, timestamps});
     ASSERT_EQ(f.size(), 20000u);
     efhost::RxOffloadInfo info;
     info.checksum_pending = true;
@@ -371,8 +374,8 @@ TEST(FrameFixupTest, TcpIpv4SuperFrameIsSegmentedToTheMtu)
 
 TEST(FrameFixupTest, TaggedTcpIpv6SuperFrameIsSegmentedToTheMtu)
 {
-    const size_t header_len = 18 + 40 + 20;
-    const auto [f, at] = build({true, kTcp, {0x0064}, 5000, kAck | kPsh, {}});
+    const size_t header_len = EF_ETH_HLEN + EF_VLAN_TAG_LEN + EF_IPV6_HLEN + EF_TCP_HLEN;
+    const auto [f, at] = build({true, EF_IPPROTO_TCP, {0x0064}, 5000, EF_TCP_ACK | EF_TCP_PSH, {}});
     efhost::RxOffloadInfo info;
     const efhost::FixupResult r = fix_up(f, info);
     EXPECT_FALSE(r.dropped);
@@ -382,8 +385,8 @@ TEST(FrameFixupTest, TaggedTcpIpv6SuperFrameIsSegmentedToTheMtu)
 
 TEST(FrameFixupTest, SuperFrameWithStrippedTagIsTaggedAndSegmented)
 {
-    const size_t header_len = 18 + 20 + 20;
-    const auto [tagged, at] = build({false, kTcp, {0x0ABC}, 3000, kAck, {}});
+    const size_t header_len = EF_ETH_HLEN + EF_VLAN_TAG_LEN + EF_IPV4_HLEN + EF_TCP_HLEN;
+    const auto [tagged, at] = build({false, EF_IPPROTO_TCP, {0x0ABC}, 3000, EF_TCP_ACK, {}});
     Bytes stripped = tagged;
     stripped.erase(stripped.begin() + 12, stripped.begin() + 16);
     efhost::RxOffloadInfo info;
@@ -398,19 +401,19 @@ TEST(FrameFixupTest, SuperFrameWithStrippedTagIsTaggedAndSegmented)
 // bytes.
 std::pair<Bytes, Layout> vxlan_around(const Bytes &inner, bool outer_v6)
 {
-    Bytes f = ethernet({}, outer_v6 ? 0x86DD : 0x0800);
-    Layout at{f.size(), 0, outer_v6, kUdp};
-    const size_t l4_len = 16 + inner.size();
+    Bytes f = ethernet({}, outer_v6 ? EF_ETHERTYPE_IPV6 : EF_ETHERTYPE_IPV4);
+    Layout at{f.size(), 0, outer_v6, EF_IPPROTO_UDP};
+    const size_t l4_len = EF_UDP_HLEN + EF_VXLAN_HLEN + inner.size();
     if (outer_v6)
-        append_ipv6(f, kUdp, l4_len);
+        append_ipv6(f, EF_IPPROTO_UDP, l4_len);
     else
-        append_ipv4(f, kUdp, l4_len, 0x1000);
+        append_ipv4(f, EF_IPPROTO_UDP, l4_len, 0x1000);
     at.l4 = f.size();
     put16(f, 51000);
-    put16(f, 4789);
+    put16(f, EF_VXLAN_PORT);
     put16(f, static_cast<uint16_t>(l4_len));
     put16(f, 0);
-    f.insert(f.end(), {0x08, 0, 0, 0, 0, 0x03, 0xE8, 0});
+    f.insert(f.end(), {EF_VXLAN_FLAG_I, 0, 0, 0, 0, 0x03, 0xE8, 0});  // VNI 1000
     f.insert(f.end(), inner.begin(), inner.end());
     if (outer_v6)
         write_reference_l4_checksum(f, at);
@@ -421,7 +424,7 @@ TEST(FrameFixupTest, PendingChecksumOfAVxlanPacketIsTheInnerFramesAndTheOuterSta
 {
     for (bool outer_v6 : {false, true}) {
         SCOPED_TRACE(outer_v6 ? "IPv6 outer" : "IPv4 outer");
-        const auto [inner, inner_at] = build({false, kTcp, {}, 301, kAck, {}});
+        const auto [inner, inner_at] = build({false, EF_IPPROTO_TCP, {}, 301, EF_TCP_ACK, {}});
         const auto [good, at] = vxlan_around(inner, outer_v6);
         Bytes pending = good;
         const size_t inner_start = at.l4 + 16;
@@ -438,8 +441,8 @@ TEST(FrameFixupTest, VxlanPacketCarryingATcpSuperFrameIsCutIntoVxlanPacketsWithi
 {
     for (bool outer_v6 : {false, true}) {
         SCOPED_TRACE(outer_v6 ? "IPv6 outer" : "IPv4 outer");
-        const size_t inner_headers = 14 + 20 + 20;
-        const auto [inner, inner_at] = build({false, kTcp, {}, 9000, kAck | kPsh, {}});
+        const size_t inner_headers = EF_ETH_HLEN + EF_IPV4_HLEN + EF_TCP_HLEN;
+        const auto [inner, inner_at] = build({false, EF_IPPROTO_TCP, {}, 9000, EF_TCP_ACK | EF_TCP_PSH, {}});
         const auto [super, at] = vxlan_around(inner, outer_v6);
         const size_t outer_headers = at.l4 + 16;
         const size_t mss = 1500 - (outer_headers - at.l3) - inner_headers;

@@ -32,6 +32,7 @@
 #include <thread>
 #include <vector>
 
+#include "ef_wire.h"
 #include "frame_fixup.h"
 #include "port.h"
 #include "tcp_frames.h"
@@ -340,7 +341,7 @@ TEST_F(AfPacketPortTest, SegmentsOfOneFlowSentInOneBatchLeaveAsOneSuperFrame)
     Collector got;
     auto port = open_port(got, from_peer);
     const int fd = peer_offload_socket();
-    const std::vector<Bytes> segs = tcp_frames::segments_of(false, 20000, tcp_frames::kAck | tcp_frames::kPsh);
+    const std::vector<Bytes> segs = tcp_frames::segments_of(false, 20000, EF_TCP_ACK | EF_TCP_PSH);
     ASSERT_EQ(segs.size(), 15u);
     {
         efhost::TxBatch batch;
@@ -362,7 +363,7 @@ TEST_F(AfPacketPortTest, SegmentsLeaveAsTheyAreWhenTheDeviceDoesNotSegment)
     Collector got;
     auto port = open_port(got, from_peer);
     const int fd = peer_offload_socket();
-    const std::vector<Bytes> segs = tcp_frames::segments_of(true, 5000, tcp_frames::kAck);
+    const std::vector<Bytes> segs = tcp_frames::segments_of(true, 5000, EF_TCP_ACK);
     {
         efhost::TxBatch batch;
         for (const Bytes &s : segs) ASSERT_TRUE(port->send(s.data(), s.size()));
@@ -382,7 +383,7 @@ TEST_F(AfPacketPortTest, ASuperFrameIsCutAtItsSendersSegmentSize)
     auto port = open_port(got, tcp_from_the_test);
     const int fd = peer_offload_socket();
     constexpr uint16_t kSegment = 1000;  // below what the 1500-byte MTU allows
-    const Bytes super = tcp_frames::super_frame(false, 5500, tcp_frames::kAck);
+    const Bytes super = tcp_frames::super_frame(false, 5500, EF_TCP_ACK);
     const std::vector<Bytes> want = efhost::segment_tcp(super, 1500, kSegment);
     ASSERT_EQ(want.size(), 6u);
     // As a local sender hands it to a device: the TCP checksum field holds

@@ -6,13 +6,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "ef_wire.h"
 #include "frame_fixup.h"
 
 namespace tcp_frames {
 
 using Bytes = std::vector<uint8_t>;
-
-constexpr uint8_t kAck = 0x10, kPsh = 0x08, kFin = 0x01;
 
 inline void put16(Bytes &b, uint16_t v)
 {
@@ -31,18 +30,18 @@ inline void put32(Bytes &b, uint32_t v)
 inline Bytes super_frame(bool v6, size_t payload, uint8_t flags, uint16_t source_port = 40000)
 {
     Bytes f = {0x02, 0, 0, 0, 0, 0x0B, 0x02, 0, 0, 0, 0, 0x0A};
-    put16(f, v6 ? 0x86DD : 0x0800);
+    put16(f, v6 ? EF_ETHERTYPE_IPV6 : EF_ETHERTYPE_IPV4);
     const size_t l4_len = 32 + payload;
     if (v6) {
         f.insert(f.end(), {0x60, 0, 0, 0});
         put16(f, static_cast<uint16_t>(l4_len));
-        f.insert(f.end(), {6, 64});
+        f.insert(f.end(), {EF_IPPROTO_TCP, 64});
         for (int i = 0; i < 32; ++i) f.push_back(static_cast<uint8_t>(i < 16 ? 0x20 + i : 0x40 + i));
     } else {
         f.insert(f.end(), {0x45, 0});
-        put16(f, static_cast<uint16_t>(20 + l4_len));
+        put16(f, static_cast<uint16_t>(EF_IPV4_HLEN + l4_len));
         put16(f, 0xFFFE);
-        f.insert(f.end(), {0x40, 0, 64, 6, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2});
+        f.insert(f.end(), {0x40, 0, 64, EF_IPPROTO_TCP, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2});
     }
     put16(f, source_port);
     put16(f, 5201);

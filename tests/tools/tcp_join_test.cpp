@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "ef_wire.h"
 #include "frame_fixup.h"
 #include "tcp_frames.h"
 #include "tcp_join.h"
@@ -28,7 +29,7 @@ TEST(TcpJoinTest, InOrderSegmentsOfOneFlowBecomeOneSuperFrameTheKernelCutsBackEx
 {
     for (bool v6 : {false, true}) {
         SCOPED_TRACE(v6 ? "IPv6" : "IPv4");
-        const std::vector<Bytes> segs = segments_of(v6, 10000, kAck | kPsh);
+        const std::vector<Bytes> segs = segments_of(v6, 10000, EF_TCP_ACK | EF_TCP_PSH);
         ASSERT_EQ(segs.size(), 8u);
         const std::vector<efhost::TxUnit> units = efhost::join_tcp_segments(segs.data(), segs.size());
         ASSERT_EQ(units.size(), 1u);
@@ -47,7 +48,7 @@ TEST(TcpJoinTest, InOrderSegmentsOfOneFlowBecomeOneSuperFrameTheKernelCutsBackEx
 
 TEST(TcpJoinTest, ASegmentWithABadChecksumIsSentAloneAndSplitsTheRun)
 {
-    std::vector<Bytes> segs = segments_of(false, 6000, kAck);
+    std::vector<Bytes> segs = segments_of(false, 6000, EF_TCP_ACK);
     ASSERT_EQ(segs.size(), 5u);
     segs[2][14 + 20 + 16] ^= 0x01;
     const std::vector<efhost::TxUnit> units = efhost::join_tcp_segments(segs.data(), segs.size());
@@ -65,8 +66,8 @@ TEST(TcpJoinTest, ASegmentWithABadChecksumIsSentAloneAndSplitsTheRun)
 
 TEST(TcpJoinTest, SegmentsOfAnotherFlowOutOfOrderOrAfterAPushAreNotJoined)
 {
-    const std::vector<Bytes> a = segments_of(false, 4000, kAck);
-    const std::vector<Bytes> b = segments_of(false, 4000, kAck, 40001);
+    const std::vector<Bytes> a = segments_of(false, 4000, EF_TCP_ACK);
+    const std::vector<Bytes> b = segments_of(false, 4000, EF_TCP_ACK, 40001);
     // interleaved flows: no two neighbours of one flow
     const std::vector<Bytes> mixed = {a[0], b[0], a[1], b[1]};
     EXPECT_EQ(efhost::join_tcp_segments(mixed.data(), mixed.size()).size(), 4u);
@@ -77,11 +78,11 @@ TEST(TcpJoinTest, SegmentsOfAnotherFlowOutOfOrderOrAfterAPushAreNotJoined)
     const std::vector<Bytes> short_first = {a[2], a[0]};
     EXPECT_EQ(efhost::join_tcp_segments(short_first.data(), short_first.size()).size(), 2u);
     // PSH ends a run
-    const std::vector<Bytes> pushed = segments_of(false, 4000, kAck | kPsh);
+    const std::vector<Bytes> pushed = segments_of(false, 4000, EF_TCP_ACK | EF_TCP_PSH);
     const std::vector<Bytes> after_push = {pushed[2], a[0]};
     EXPECT_EQ(efhost::join_tcp_segments(after_push.data(), after_push.size()).size(), 2u);
     // FIN is never joined
-    const std::vector<Bytes> fin = segments_of(false, 4000, kAck | kFin);
+    const std::vector<Bytes> fin = segments_of(false, 4000, EF_TCP_ACK | EF_TCP_FIN);
     const std::vector<efhost::TxUnit> units = efhost::join_tcp_segments(fin.data(), fin.size());
     ASSERT_EQ(units.size(), 2u);
     EXPECT_EQ(units[0].count, 2u);
@@ -92,7 +93,7 @@ TEST(TcpJoinTest, FramesThatAreNotTcpDataPassAsTheyAre)
 {
     Bytes arp = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x02, 0, 0, 0, 0, 0x0A, 0x08, 0x06};
     arp.resize(60);
-    const std::vector<Bytes> ack_only = segments_of(false, 0, kAck);
+    const std::vector<Bytes> ack_only = segments_of(false, 0, EF_TCP_ACK);
     const std::vector<Bytes> frames = {arp, ack_only[0], ack_only[0], Bytes(10, 0)};
     const std::vector<efhost::TxUnit> units = efhost::join_tcp_segments(frames.data(), frames.size());
     ASSERT_EQ(units.size(), 4u);

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efrt_l3.h"
 #include "frame/transmit/transmit_private.h"
 #include "table_fixture.h"
@@ -62,7 +64,7 @@ struct FrameSpec {
     uint8_t tos = 0;            // inner TOS or traffic class
     bool arp = false;           // an ARP frame instead of IP
     uint16_t ident = 0x1234;    // inner IPv4 identification
-    uint8_t proto = 17;         // inner protocol / next header
+    uint8_t proto = EF_IPPROTO_UDP;  // inner protocol / next header
 };
 
 // An Ethernet frame with an inner IP packet filling frame_len, payload bytes
@@ -70,50 +72,44 @@ struct FrameSpec {
 inline std::vector<uint8_t> make_frame(const FrameSpec &s)
 {
     std::vector<uint8_t> f(s.frame_len, 0);
-    const uint8_t dmac[6] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-    const uint8_t smac[6] = {0x00, 0x66, 0x77, 0x88, 0x99, 0xAA};
-    std::copy(dmac, dmac + 6, f.begin());
-    std::copy(smac, smac + 6, f.begin() + 6);
-    const uint16_t type = s.arp ? 0x0806 : s.ipv6 ? 0x86DD : 0x0800;
-    f[12] = static_cast<uint8_t>(type >> 8);
-    f[13] = static_cast<uint8_t>(type);
-    const uint32_t ip_len = s.frame_len - 14;
-    size_t payload = 14;
+    const uint8_t dmac[EF_ETH_ALEN] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    const uint8_t smac[EF_ETH_ALEN] = {0x00, 0x66, 0x77, 0x88, 0x99, 0xAA};
+    auto *eth = reinterpret_cast<ef_eth_hdr *>(f.data());
+    std::copy(dmac, dmac + EF_ETH_ALEN, eth->dst);
+    std::copy(smac, smac + EF_ETH_ALEN, eth->src);
+    ef_put_be16(eth->type, s.arp ? EF_ETHERTYPE_ARP : s.ipv6 ? EF_ETHERTYPE_IPV6 : EF_ETHERTYPE_IPV4);
+    const uint32_t ip_len = s.frame_len - EF_ETH_HLEN;
+    size_t payload = EF_ETH_HLEN;
     if (s.arp) {
-        payload = 14;
+        payload = EF_ETH_HLEN;
     } else if (!s.ipv6) {
-        f[14] = 0x45;
-        f[15] = s.tos;
-        f[16] = static_cast<uint8_t>(ip_len >> 8);
-        f[17] = static_cast<uint8_t>(ip_len);
-        f[18] = static_cast<uint8_t>(s.ident >> 8);
-        f[19] = static_cast<uint8_t>(s.ident);
-        f[22] = 64;
-        f[23] = s.proto;
+        auto *ip = reinterpret_cast<ef_ipv4_hdr *>(&f[EF_ETH_HLEN]);
+        ip->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+        ip->tos = s.tos;
+        ef_put_be16(ip->total_len, static_cast<uint16_t>(ip_len));
+        ef_put_be16(ip->id, s.ident);
+        ip->ttl = 64;
+        ip->proto = s.proto;
         const uint8_t src[4] = {192, 168, 1, 1}, dst[4] = {192, 168, 2, 2};
-        std::copy(src, src + 4, f.begin() + 26);
-        std::copy(dst, dst + 4, f.begin() + 30);
+        std::copy(src, src + 4, ip->src);
+        std::copy(dst, dst + 4, ip->dst);
+        payload = EF_ETH_HLEN + EF_IPV4_HLEN;
         const uint16_t c = static_cast<uint16_t>(
-            ~inet_sum(std::vector<uint8_t>(f.begin() + 14, f.begin() + 34)));
-        f[24] = static_cast<uint8_t>(c >> 8);
-        f[25] = static_cast<uint8_t>(c);
-        payload = 34;
+            ~inet_sum(std::vector<uint8_t>(f.begin() + EF_ETH_HLEN, f.begin() + static_cast<long>(payload))));
+        ef_put_be16(ip->csum, c);
     } else {
-        const uint32_t word = 6u << 28 | static_cast<uint32_t>(s.tos) << 20 | 0x12345;
-        for (int i = 0; i < 4; i++)
-            f[14 + i] = static_cast<uint8_t>(word >> (24 - 8 * i));
-        const uint32_t plen = ip_len - 40;
-        f[18] = static_cast<uint8_t>(plen >> 8);
-        f[19] = static_cast<uint8_t>(plen);
-        f[20] = s.proto;
-        f[21] = 64;
-        f[22] = 0x20;
-        f[23] = 0x01;
-        f[37] = 0x01;
-        f[38] = 0x20;
-        f[39] = 0x01;
-        f[53] = 0x02;
-        payload = 54;
+        auto *ip = reinterpret_cast<ef_ipv6_hdr *>(&f[EF_ETH_HLEN]);
+        ef_put_be32(ip->ver_tc_flow, uint32_t{EF_IPV6_VERSION} << 28 | static_cast<uint32_t>(s.tos) << 20 | 0x12345);
+        ef_put_be16(ip->payload_len, static_cast<uint16_t>(ip_len - EF_IPV6_HLEN));
+        ip->next_hdr = s.proto;
+        ip->hop_limit = 64;
+        ip->src[0] = 0x20;
+        ip->src[1] = 0x01;
+        ip->src[15] = 0x01;
+        ip->dst[0] = 0x20;
+        ip->dst[1] = 0x01;
+        ip->dst[15] = 0x02;
+        payload = EF_ETH_HLEN + EF_IPV6_HLEN;
     }
     for (size_t i = payload; i < f.size(); i++)
         f[i] = static_cast<uint8_t>(i - payload);

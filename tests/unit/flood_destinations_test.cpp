@@ -2,6 +2,7 @@
 // flooding rule: split horizon between tunnels, the outside centre on and
 // off, the MLAG peer-link, a protected VNI and the bridge's not-forward mark.
 // The segment is the one drawn in forward_fixture.h.
+#include "ef_wire.h"
 #include "forward_fixture.h"
 #include "vxlan_ef_forward.h"
 #include "vxlan_ef_tables.h"
@@ -85,7 +86,7 @@ TEST_F(FloodDestinationsTest, SourcelessFrameIsOfferedToTunnelsOnlyWithOutsideCe
     deliver_tlvs({switch_protected(kVni, 1)});
     for (uint8_t centre : {0, 1}) {
         g_vxlan_ef_master.outside_center = centre;
-        efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), 0);
+        efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), 0);
         EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
         std::vector<std::pair<uint32_t, size_t>> offered;  // (node kind, nodes)
         for (const auto &r : efrt::bcast_take_requests())
@@ -111,7 +112,7 @@ TEST_F(FloodDestinationsTest, SubInterfaceSourceIsLeftOutOfTheSubInterfaceFlood)
 TEST_F(FloodDestinationsTest, ProtectedVniSendsLocalPortFramesToTunnelsOnly)
 {
     deliver_tlvs({switch_protected(kVni, 1)});
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     take_logs();
     trace_on();
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Drop);
@@ -166,7 +167,7 @@ TEST_F(FloodDestinationsTest, LinkDownAndUnknownTunnelsAreLeftOutWithTheirMessag
     ASSERT_NE(t, nullptr);
     intf(kT2)->link_up = 0;
     efrt::lsm_remove(kT3);
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
     EXPECT_EQ(destinations().tunnels, std::set<std::string>{"10.0.0.1"});

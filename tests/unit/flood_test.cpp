@@ -3,6 +3,8 @@
 // callback's three branches with their trace lines and result codes.
 #include <algorithm>
 
+#include "ef_wire.h"
+#include "efmp.h"
 #include "forward_fixture.h"
 #include "vxlan_ef_forward.h"
 #include "vxlan_ef_tables.h"
@@ -12,7 +14,6 @@ namespace {
 using vxtest::ForwardTest;
 using namespace vxtest;
 
-constexpr uint8_t kArp = 2;
 
 class FloodTest : public ForwardTest {
 protected:
@@ -40,7 +41,7 @@ protected:
 
 TEST_F(FloodTest, BrgNotFwdIsReportedFloodedWithoutAnyCopy)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->flags |= EFMP_F_BRG_NOT_FWD;
     trace_on();
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
@@ -57,7 +58,7 @@ TEST_F(FloodTest, SuppressedArpConcerningTheDeviceIsKeptForTheCpuUnflooded)
 {
     add_router();
     vsd()->arp_suppress = 1;
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0806), kP1, kVni, kArp);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kP1, kVni, EFMP_PKT_ARP);
     trace_on();
     EXPECT_EQ(vxlan_ef_bcast(b, kVni, vsd(), 1), EF_Reserve);
     const std::string p = ptr(b);
@@ -75,7 +76,7 @@ TEST_F(FloodTest, SuppressedArpConcerningTheDeviceIsKeptForTheCpuUnflooded)
 TEST_F(FloodTest, SuppressedArpNotConcerningTheDeviceIsDropped)
 {
     deliver_tlvs({vni_arp_suppress(kVni, 1)});
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0806), kP1, kVni, kArp);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kP1, kVni, EFMP_PKT_ARP);
     trace_on();
     EXPECT_EQ(vxlan_ef_bcast(b, kVni, vsd(), 1), EF_Drop);
     EXPECT_EQ(take_logs(), (std::vector<std::string>{fwd_line(
@@ -90,7 +91,7 @@ TEST_F(FloodTest, LocalArpWithSuppressionIsFloodedAndThenDroppedWhenTheDeviceIsC
 {
     add_router();
     vsd()->arp_suppress = 1;
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0806), kP1, kVni, kArp);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kP1, kVni, EFMP_PKT_ARP);
     b->flags |= EFMP_F_LOCAL;
     trace_on();
     EXPECT_EQ(vxlan_ef_bcast(b, kVni, vsd(), 1), EF_Drop);
@@ -105,7 +106,7 @@ TEST_F(FloodTest, LocalArpWithSuppressionIsFloodedAndThenDroppedWhenTheDeviceIsC
 TEST_F(FloodTest, LocalArpWithSuppressionIsFloodedWhenTheDeviceIsNotConcerned)
 {
     vsd()->arp_suppress = 1;
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0806), kP1, kVni, kArp);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kP1, kVni, EFMP_PKT_ARP);
     b->flags |= EFMP_F_LOCAL;
     EXPECT_EQ(vxlan_ef_bcast(b, kVni, vsd(), 0), EF_Broadcast);
     EXPECT_EQ(destinations().tunnels.size(), 3u);
@@ -116,7 +117,7 @@ TEST_F(FloodTest, LocalArpWithSuppressionIsFloodedWhenTheDeviceIsNotConcerned)
 TEST_F(FloodTest, FrameConcerningTheDeviceIsFloodedAndAlsoReservedForTheCpu)
 {
     add_router();
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(vxlan_ef_bcast(b, kVni, vsd(), 1), EF_Reserve);
     EXPECT_EQ(lines_of(take_logs(), "vxlan_ef_bcast").back(),
@@ -153,7 +154,7 @@ TEST_F(FloodTest, NdSuppressionStopsIcmpv6Types133To137Only)
 
 TEST_F(FloodTest, UnknownVniIsNotFlooded)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1, 999);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1, 999);
     trace_on();
     EXPECT_EQ(vxlan_ef_bcast(b, 999, vsd(), 1), EF_Drop);
     EXPECT_EQ(take_logs(), (std::vector<std::string>{fwd_line(
@@ -167,7 +168,7 @@ TEST_F(FloodTest, UnknownVniIsNotFlooded)
 TEST_F(FloodTest, VniWithoutTunnelMembersSaysSoAndFreesTheTunnelCopy)
 {
     add_vlan_only_vni();
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1, 200);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1, 200);
     trace_on();
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
     const auto lines = lines_of(take_logs(), "vxlan_ef_bcast_send");
@@ -186,7 +187,7 @@ TEST_F(FloodTest, VniWithoutTunnelMembersSaysSoAndFreesTheTunnelCopy)
 
 TEST_F(FloodTest, CopiesCarryTheirNodesInReverseMemberOrderWithTheBroadcastMarks)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
     const auto requests = efrt::bcast_requests();
     std::vector<const efrt::BcastRequest *> lists;
@@ -219,7 +220,7 @@ TEST_F(FloodTest, CopiesCarryTheirNodesInReverseMemberOrderWithTheBroadcastMarks
         EXPECT_EQ(r->priv_flags & EFMP_PF_BCAST_COPY, EFMP_PF_BCAST_COPY);
         EXPECT_EQ(r->vni, kVni);
         EXPECT_EQ(r->src_ifx, kP1);
-        EXPECT_EQ(r->frame, frame(kBcastMac, kHostA, 0x0800));
+        EXPECT_EQ(r->frame, frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4));
     }
     destinations();
     drop(b);
@@ -228,7 +229,7 @@ TEST_F(FloodTest, CopiesCarryTheirNodesInReverseMemberOrderWithTheBroadcastMarks
 
 TEST_F(FloodTest, MissingNodeSkipsOnlyThatMember)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     efrt::mcast_fail_alloc(1);
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
@@ -243,7 +244,7 @@ TEST_F(FloodTest, MissingNodeSkipsOnlyThatMember)
 TEST_F(FloodTest, NoBufferForACopySkipsItsMemberClassWithItsMessage)
 {
     add_vlan_only_vni();
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1, 200);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1, 200);
     trace_on();
     efrt::buff_fail_alloc(3);
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
@@ -261,7 +262,7 @@ TEST_F(FloodTest, NoBufferForACopySkipsItsMemberClassWithItsMessage)
 
 TEST_F(FloodTest, RefusedCopyIsFreedWithItsNodes)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     efrt::bcast_fail_proc(1);
     EXPECT_EQ(vxlan_ef_vni_bcast(b, vsd()), EF_Broadcast);
@@ -293,13 +294,13 @@ protected:
     // A buffer the callback may consume, as the engine's own would be.
     static efmp_buff_t *engine_buff(uint32_t src, size_t len = 60)
     {
-        return buff(frame(kBcastMac, kHostA, 0x0800, len), src);
+        return buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4, len), src);
     }
 };
 
 TEST_F(BcastPktEncapTest, TunnelNodeIsEncapsulatedAndQueuedToTheL3Engine)
 {
-    const auto inner = frame(kBcastMac, kHostA, 0x0800);
+    const auto inner = frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4);
     efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, static_cast<uint32_t>(inner.size()));
     std::memcpy(b->head + b->data_off, inner.data(), inner.size());
     b->src_intf = intf(kP1);
@@ -365,7 +366,7 @@ TEST_F(BcastPktEncapTest, TunnelNodeOfAnUnknownFamilyIsDroppedIntact)
 TEST_F(BcastPktEncapTest, VlanNodeFromATunnelFloodsEveryMemberWithNotExSrc)
 {
     efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, 60);
-    const auto f = frame(kBcastMac, kHostA, 0x0800);
+    const auto f = frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4);
     std::memcpy(b->head + b->data_off, f.data(), f.size());
     b->src_intf = intf(kT1);
     b->vni_tag[0] = 0x08;
@@ -479,7 +480,7 @@ TEST_F(BcastPktEncapTest, SubifNodeOfAVanishedSubInterfaceIsDropped)
 
 TEST_F(FloodTest, MemberFloodsAfterExitMakeNoCopy)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     set_mask(0xFFFF);
     // Sub-interfaces have no exit step: remove them so exit leaves nothing.
     EXPECT_EQ(vxlan_ef_subif_delete(g_vxlan_vsd, kS1), 0);

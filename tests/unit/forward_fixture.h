@@ -22,6 +22,8 @@
 #include <utility>
 #include <vector>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
 #include "table_fixture.h"
@@ -114,14 +116,14 @@ protected:
     // An Ethernet frame of len bytes: destination, source, EtherType, then a
     // counting payload.
     static std::vector<uint8_t> frame(const uint8_t *dst, const uint8_t *src, uint16_t type,
-                                      size_t len = 60)
+                                      size_t len = EF_ETH_MIN_FRAME)
     {
         std::vector<uint8_t> f(len);
-        std::memcpy(&f[0], dst, 6);
-        std::memcpy(&f[6], src, 6);
-        f[12] = static_cast<uint8_t>(type >> 8);
-        f[13] = static_cast<uint8_t>(type);
-        for (size_t i = 14; i < len; ++i)
+        auto *eth = reinterpret_cast<ef_eth_hdr *>(f.data());
+        std::memcpy(eth->dst, dst, EF_ETH_ALEN);
+        std::memcpy(eth->src, src, EF_ETH_ALEN);
+        ef_put_be16(eth->type, type);
+        for (size_t i = EF_ETH_HLEN; i < len; ++i)
             f[i] = static_cast<uint8_t>(i);
         return f;
     }
@@ -129,13 +131,14 @@ protected:
     // An IPv6 frame carrying an ICMPv6 message of the given type.
     static std::vector<uint8_t> icmpv6_frame(const uint8_t *dst, uint8_t icmp_type)
     {
-        std::vector<uint8_t> f = frame(dst, kHostA, 0x86DD, 14 + 40 + 24);
-        std::memset(&f[14], 0, 40);
-        f[14] = 0x60;
-        f[14 + 5] = 24;
-        f[14 + 6] = 58;
-        f[14 + 7] = 255;
-        f[14 + 40] = icmp_type;
+        std::vector<uint8_t> f = frame(dst, kHostA, EF_ETHERTYPE_IPV6, EF_ETH_HLEN + EF_IPV6_HLEN + EF_ND_LEN);
+        std::memset(&f[EF_ETH_HLEN], 0, EF_IPV6_HLEN);
+        auto *ip = reinterpret_cast<ef_ipv6_hdr *>(&f[EF_ETH_HLEN]);
+        ip->ver_tc_flow[0] = EF_IPV6_VERSION << 4;
+        ef_put_be16(ip->payload_len, EF_ND_LEN);
+        ip->next_hdr = EF_IPPROTO_ICMPV6;
+        ip->hop_limit = EF_ND_HOP_LIMIT;
+        reinterpret_cast<ef_nd_msg *>(&f[EF_ETH_HLEN + EF_IPV6_HLEN])->type = icmp_type;
         return f;
     }
 

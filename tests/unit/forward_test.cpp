@@ -3,6 +3,8 @@
 // learning gate, with their trace lines and result codes.
 #include <algorithm>
 
+#include "ef_wire.h"
+#include "efmp.h"
 #include "forward_fixture.h"
 #include "vxlan_ef_forward.h"
 
@@ -12,7 +14,6 @@ using vxtest::ForwardTest;
 using namespace vxtest;
 
 constexpr const char *kFwd = "vxlan_ef_forward";
-constexpr uint8_t kArp = 2;
 constexpr uint32_t kMappedVni = 0x1064;  // holds every bit of 100 (0x64)
 
 class ForwardDecisionTest : public ForwardTest {
@@ -60,7 +61,7 @@ protected:
 
 TEST_F(ForwardDecisionTest, BridgeFloodRequestFloodsCopiesAndDropsTheOriginal)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->flags |= EFMP_F_BRDG_FLOOD;
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
@@ -82,7 +83,7 @@ TEST_F(ForwardDecisionTest, BridgeFloodRequestFloodsCopiesAndDropsTheOriginal)
 
 TEST_F(ForwardDecisionTest, BridgeFloodRequestWithoutEntryIsStillDropped)
 {
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1, 999);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1, 999);
     b->flags |= EFMP_F_BRDG_FLOOD;
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
@@ -98,7 +99,7 @@ TEST_F(ForwardDecisionTest, BridgeFloodRequestWithoutEntryIsStillDropped)
 TEST_F(ForwardDecisionTest, BridgeFloodRequestOfASuppressedArpFloodsNothing)
 {
     vsd()->arp_suppress = 1;
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0806), kP1, kVni, kArp);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kP1, kVni, EFMP_PKT_ARP);
     b->flags |= EFMP_F_BRDG_FLOOD;
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
@@ -112,7 +113,7 @@ TEST_F(ForwardDecisionTest, BridgeFloodRequestOfASuppressedArpFloodsNothing)
 
 TEST_F(ForwardDecisionTest, TunnelDestinationIsEncapsulatedAtOnceInFloodMode)
 {
-    const auto f = frame(kHostB, kHostA, 0x0800);
+    const auto f = frame(kHostB, kHostA, EF_ETHERTYPE_IPV4);
     efmp_buff_t *b = efmp_buff_alloc_sw_user(EFMP_REASON_SW_USER, static_cast<uint32_t>(f.size()));
     std::memcpy(b->head + b->data_off, f.data(), f.size());
     b->src_intf = intf(kP1);
@@ -137,7 +138,7 @@ TEST_F(ForwardDecisionTest, TunnelDestinationIsEncapsulatedAtOnceInFloodMode)
 TEST_F(ForwardDecisionTest, TunnelDestinationWithMappingCarriesTheMappedVniBits)
 {
     map_to(200);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->dst_intf = intf(kT2);
     b->flags |= EFMP_F_DST_SET;
     // The mapped VNI is OR-ed into the word: 100 | 200 names no entry here.
@@ -149,7 +150,7 @@ TEST_F(ForwardDecisionTest, TunnelDestinationWithMappingCarriesTheMappedVniBits)
 
 TEST_F(ForwardDecisionTest, TunnelDestinationWithBit35IsForwardedAgain)
 {
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->dst_intf = intf(kT2);
     b->flags |= EFMP_F_DST_SET | EFMP_F_TUNNEL_DST;
     trace_on();
@@ -169,7 +170,7 @@ TEST_F(ForwardDecisionTest, TunnelDestinationWithBit35IsForwardedAgain)
 
 TEST_F(ForwardDecisionTest, OtherDestinationGoesOnAsItIs)
 {
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->dst_intf = intf(kP2);
     b->flags |= EFMP_F_DST_SET;
     trace_on();
@@ -187,7 +188,7 @@ TEST_F(ForwardDecisionTest, MacUnknownInItsVniButKnownInTheMappedVniIsDeliveredT
 {
     map_to(kMappedVni);
     efrt::bridge_add_mac(EF_BRIDGE_KEY_VNI | kMappedVni, kHostB, kP3, 30);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
     EXPECT_EQ(b->dst_intf, intf(kP3));
     EXPECT_EQ(vid_of(b), 30u);
@@ -199,7 +200,7 @@ TEST_F(ForwardDecisionTest, MacUnknownInItsVniButKnownInTheMappedVniIsDeliveredT
 TEST_F(ForwardDecisionTest, MacUnknownInBothVnisIsFloodedInBoth)
 {
     map_to(kMappedVni);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
     EXPECT_EQ(vni_of(b), kVni);
@@ -231,7 +232,7 @@ TEST_F(ForwardDecisionTest, GroupDestinationWithMappingIsFloodedInBothVnis)
 TEST_F(ForwardDecisionTest, NotForwardWithReserveBecomesSwitchHandOffThroughTheL2LocalSlot)
 {
     add_router();
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->flags |= EFMP_F_BRG_NOT_FWD;
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
@@ -251,7 +252,7 @@ TEST_F(ForwardDecisionTest, NotForwardWithReserveAndAnEmptySlotSaysL2Local)
 {
     add_router();
     vsd()->intf_slot_4094 = nullptr;
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->flags |= EFMP_F_BRG_NOT_FWD;
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
@@ -266,7 +267,7 @@ TEST_F(ForwardDecisionTest, NotForwardWithReserveAndAnEmptySlotSaysL2Local)
 TEST_F(ForwardDecisionTest, NotForwardWithAnyOtherResultIsDropped)
 {
     efrt::bridge_add_mac(EF_BRIDGE_KEY_VNI | kVni, kHostB, kP2, 10);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->flags |= EFMP_F_BRG_NOT_FWD;
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
@@ -281,7 +282,7 @@ TEST_F(ForwardDecisionTest, NotForwardTowardsTheDeviceStaysNormal)
 {
     add_router();
     // Router MAC: the unicast decision points the frame at the L2LOCAL slot.
-    efmp_buff_t *b = buff(frame(kRouterMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kRouterMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->flags |= EFMP_F_BRG_NOT_FWD;
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
@@ -291,7 +292,7 @@ TEST_F(ForwardDecisionTest, NotForwardTowardsTheDeviceStaysNormal)
                                                 "return EF_Normal\n"));
     drop(b);
     // A router destination left in place by a flood.
-    b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->dst_intf = intf(kRouter);
     b->flags |= EFMP_F_BRG_NOT_FWD;
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
@@ -306,7 +307,7 @@ TEST_F(ForwardDecisionTest, NotForwardTowardsTheDeviceStaysNormal)
 TEST_F(ForwardDecisionTest, ReserveWithoutNotForwardIsHandedToTheSwitchEngine)
 {
     add_router();
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
     EXPECT_EQ(b->dst_intf, intf(kL2Local));
@@ -323,7 +324,7 @@ TEST_F(ForwardDecisionTest, ReserveWithoutNotForwardIsHandedToTheSwitchEngine)
 TEST_F(ForwardDecisionTest, KnownUnicastIsBridgedWithItsResultNamed)
 {
     efrt::bridge_add_mac(EF_BRIDGE_KEY_VNI | kVni, kHostB, kP2, 20);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
     EXPECT_EQ(b->dst_intf, intf(kP2));
@@ -341,7 +342,7 @@ TEST_F(ForwardDecisionTest, RemoteArpFromATunnelWithoutRouteLearningIsDroppedWhi
     // A broadcast ARP request concerning the device: flooded, then kept for
     // the switch engine, unless remote learning refuses it.
     add_router();
-    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, 0x0806), kT1, kVni, kArp);
+    efmp_buff_t *b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kT1, kVni, EFMP_PKT_ARP);
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
     const auto lines = fwd_lines(take_logs());
@@ -352,13 +353,13 @@ TEST_F(ForwardDecisionTest, RemoteArpFromATunnelWithoutRouteLearningIsDroppedWhi
 
     destinations();
     vsd()->remote_arp_learn = 1;
-    b = buff(frame(kBcastMac, kHostA, 0x0806), kT1, kVni, kArp);
+    b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kT1, kVni, EFMP_PKT_ARP);
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
     drop(b);
 
     vsd()->remote_arp_learn = 0;
     deliver_tlvs({tunnel_route_learn(kT1, 1)});
-    b = buff(frame(kBcastMac, kHostA, 0x0806), kT1, kVni, kArp);
+    b = buff(frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP), kT1, kVni, EFMP_PKT_ARP);
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
     drop(b);
     destinations();
@@ -368,7 +369,7 @@ TEST_F(ForwardDecisionTest, RemoteArpFromATunnelWithoutRouteLearningIsDroppedWhi
 TEST_F(ForwardDecisionTest, RemoteNdFromATunnelWithoutRouteLearningIsDroppedWhileLearningIsOff)
 {
     add_router();
-    efmp_buff_t *b = buff(icmpv6_frame(kBcastMac, 135), kT1, kVni, EFMP_PKT_IPV6);
+    efmp_buff_t *b = buff(icmpv6_frame(kBcastMac, EF_ND_NEIGHBOUR_SOLICIT), kT1, kVni, EFMP_PKT_IPV6);
     trace_on();
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
     EXPECT_EQ(fwd_lines(take_logs()).back(),
@@ -376,7 +377,7 @@ TEST_F(ForwardDecisionTest, RemoteNdFromATunnelWithoutRouteLearningIsDroppedWhil
                                                "remote-arp-learning is disabled. Drop it.\n"));
     drop(b);
     vsd()->remote_nd_learn = 1;
-    b = buff(icmpv6_frame(kBcastMac, 135), kT1, kVni, EFMP_PKT_IPV6);
+    b = buff(icmpv6_frame(kBcastMac, EF_ND_NEIGHBOUR_SOLICIT), kT1, kVni, EFMP_PKT_IPV6);
     EXPECT_EQ(vxlan_ef_forward(b), EF_Normal);
     drop(b);
     destinations();
@@ -385,7 +386,7 @@ TEST_F(ForwardDecisionTest, RemoteNdFromATunnelWithoutRouteLearningIsDroppedWhil
 
 TEST_F(ForwardDecisionTest, NoSourceNoInstanceAndTheVsdBitsOfTheTag)
 {
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), 0);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), 0);
     EXPECT_EQ(vxlan_ef_forward(b), EF_Drop);
     EXPECT_EQ(vxlan_ef_forward(nullptr), EF_Drop);
     b->src_intf = intf(kP1);

@@ -1,5 +1,7 @@
 // The layer-2 header parse of received frames: removal of up to two 802.1Q
 // tags and the classification of the frame into the platform's packet types.
+#include "ef_wire.h"
+#include "efmp.h"
 #include "parser_fixture.h"
 #include "vxlan_ef_parser.h"
 
@@ -35,31 +37,31 @@ TEST_F(L2HeaderTest, FramesAreClassifiedByTheFirstMatchingRule)
         uint8_t type;
     };
     const std::vector<Case> cases{
-        {"ipv4", ether(any, kInnerSrc, 0x0800), 1},
-        {"arp", ether(any, kInnerSrc, 0x0806), 2},
-        {"ipv6", ether(any, kInnerSrc, 0x86DD), 27},
-        {"bb01", ether(any, kInnerSrc, 0xBB01), 39},
-        {"mpls", ether(any, kInnerSrc, 0x8847), 29},
-        {"slow protocols", ether(any, kInnerSrc, 0x8809), 42},
-        {"88ca", ether(any, kInnerSrc, 0x88CA), 38},
-        {"pppoe discovery", ether(any, kInnerSrc, 0x8863), 9},
-        {"pppoe session", ether(any, kInnerSrc, 0x8864), 10},
-        {"cfm to 01:19:a7:00:00:01", ether(mac(0x01, 0x19, 0xA7, 0, 0, 1), kInnerSrc, 0x8902), 46},
-        {"cfm elsewhere", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x30), kInnerSrc, 0x8902), 40},
-        {"bridge group", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0), kInnerSrc, 0x0026), 26},
-        {"01:80:c2:00:00:21", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x21), kInnerSrc, 0x0026), 43},
-        {"01:5c:e2:00:00:06", ether(mac(0x01, 0x5C, 0xE2, 0, 0, 6), kInnerSrc, 0x0026), 43},
-        {"lldp", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x0E), kInnerSrc, 0x88CC), 36},
-        {"cdp", snap(mac(0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCC), 0x2000), 37},
-        {"0788", ether(any, kInnerSrc, 0x0788), 45},
-        {"01:5c:e2:00:00:07", ether(mac(0x01, 0x5C, 0xE2, 0, 0, 7), kInnerSrc, 0x0026), 48},
-        {"ipv4 to the bridge group", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0), kInnerSrc, 0x0800), 1},
-        {"ipv4 in snap", snap(any, 0x0800), 1},
-        {"tagged lldp", tagged(ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x0E), kInnerSrc, 0x88CC), 0x0064), 36},
-        {"lldp type elsewhere", ether(any, kInnerSrc, 0x88CC), 0},
-        {"cdp address, other snap protocol", snap(mac(0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCC), 0x2001), 0},
-        {"snap 2000 elsewhere", snap(any, 0x2000), 0},
-        {"unknown type", ether(any, kInnerSrc, 0x1234), 0},
+        {"ipv4", ether(any, kInnerSrc, EF_ETHERTYPE_IPV4), EFMP_PKT_IPV4},
+        {"arp", ether(any, kInnerSrc, EF_ETHERTYPE_ARP), EFMP_PKT_ARP},
+        {"ipv6", ether(any, kInnerSrc, EF_ETHERTYPE_IPV6), EFMP_PKT_IPV6},
+        {"bb01", ether(any, kInnerSrc, 0xBB01), EFMP_PKT_TYPE_BB01},
+        {"mpls", ether(any, kInnerSrc, 0x8847), EFMP_PKT_MPLS},
+        {"slow protocols", ether(any, kInnerSrc, 0x8809), EFMP_PKT_SLOW_PROTOCOLS},
+        {"88ca", ether(any, kInnerSrc, 0x88CA), EFMP_PKT_TIPC},
+        {"pppoe discovery", ether(any, kInnerSrc, 0x8863), EFMP_PKT_PPPOE_DISCOVERY},
+        {"pppoe session", ether(any, kInnerSrc, 0x8864), EFMP_PKT_PPPOE_SESSION},
+        {"cfm to 01:19:a7:00:00:01", ether(mac(0x01, 0x19, 0xA7, 0, 0, 1), kInnerSrc, 0x8902), EFMP_PKT_RAPS},
+        {"cfm elsewhere", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x30), kInnerSrc, 0x8902), EFMP_PKT_CFM},
+        {"bridge group", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0), kInnerSrc, 0x0026), EFMP_PKT_BPDU},
+        {"01:80:c2:00:00:21", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x21), kInnerSrc, 0x0026), EFMP_PKT_GVRP},
+        {"01:5c:e2:00:00:06", ether(mac(0x01, 0x5C, 0xE2, 0, 0, 6), kInnerSrc, 0x0026), EFMP_PKT_GVRP},
+        {"lldp", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x0E), kInnerSrc, 0x88CC), EFMP_PKT_LLDP},
+        {"cdp", snap(mac(0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCC), 0x2000), EFMP_PKT_CDP},
+        {"0788", ether(any, kInnerSrc, 0x0788), EFMP_PKT_TYPE_0788},
+        {"01:5c:e2:00:00:07", ether(mac(0x01, 0x5C, 0xE2, 0, 0, 7), kInnerSrc, 0x0026), EFMP_PKT_DST_5CE2_07},
+        {"ipv4 to the bridge group", ether(mac(0x01, 0x80, 0xC2, 0, 0, 0), kInnerSrc, EF_ETHERTYPE_IPV4), EFMP_PKT_IPV4},
+        {"ipv4 in snap", snap(any, EF_ETHERTYPE_IPV4), EFMP_PKT_IPV4},
+        {"tagged lldp", tagged(ether(mac(0x01, 0x80, 0xC2, 0, 0, 0x0E), kInnerSrc, 0x88CC), 0x0064), EFMP_PKT_LLDP},
+        {"lldp type elsewhere", ether(any, kInnerSrc, 0x88CC), EFMP_PKT_UNCLASSIFIED},
+        {"cdp address, other snap protocol", snap(mac(0x01, 0x00, 0x0C, 0xCC, 0xCC, 0xCC), 0x2001), EFMP_PKT_UNCLASSIFIED},
+        {"snap 2000 elsewhere", snap(any, 0x2000), EFMP_PKT_UNCLASSIFIED},
+        {"unknown type", ether(any, kInnerSrc, 0x1234), EFMP_PKT_UNCLASSIFIED},
     };
     for (const Case &c : cases) {
         efmp_buff_t *b = receive(c.frame, kTunnel4);

@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "table_fixture.h"
 
 namespace vxtest {
@@ -50,63 +52,68 @@ inline uint16_t get16(const Bytes &b, size_t at) { return static_cast<uint16_t>(
 // An Ethernet frame with a payload of counting bytes.
 inline Bytes ether(const Mac &dst, const Mac &src, uint16_t type, size_t payload = 46)
 {
-    Bytes f(14 + payload);
-    std::copy(dst.begin(), dst.end(), f.begin());
-    std::copy(src.begin(), src.end(), f.begin() + 6);
-    put16(f, 12, type);
+    Bytes f(EF_ETH_HLEN + payload);
+    auto *eth = reinterpret_cast<ef_eth_hdr *>(f.data());
+    std::copy(dst.begin(), dst.end(), eth->dst);
+    std::copy(src.begin(), src.end(), eth->src);
+    ef_put_be16(eth->type, type);
     for (size_t i = 0; i < payload; ++i)
-        f[14 + i] = static_cast<uint8_t>(i);
+        f[EF_ETH_HLEN + i] = static_cast<uint8_t>(i);
     return f;
 }
 
 // The same frame with a new outermost 802.1Q tag.
 inline Bytes tagged(Bytes f, uint16_t tci)
 {
-    Bytes tag(4);
-    put16(tag, 0, 0x8100);
-    put16(tag, 2, tci);
-    f.insert(f.begin() + 12, tag.begin(), tag.end());
+    Bytes tag(EF_VLAN_TAG_LEN);
+    auto *t = reinterpret_cast<ef_vlan_tag *>(tag.data());
+    ef_put_be16(t->tpid, EF_ETHERTYPE_VLAN);
+    ef_put_be16(t->tci, tci);
+    f.insert(f.begin() + EF_ETH_ADDRS_LEN, tag.begin(), tag.end());
     return f;
 }
 
-inline Bytes inner_ipv4() { return ether(kInnerDst, kInnerSrc, 0x0800, 46); }
+inline Bytes inner_ipv4() { return ether(kInnerDst, kInnerSrc, EF_ETHERTYPE_IPV4, 46); }
 
 // What a VXLAN frame's outer headers carry.
 struct Outer {
     std::string src;
     std::string dst;
     uint32_t vni = kVni;
-    uint8_t flags = 0x08;
-    uint16_t dport = 4789;
-    uint8_t proto = 17;
+    uint8_t flags = EF_VXLAN_FLAG_I;
+    uint16_t dport = EF_VXLAN_PORT;
+    uint8_t proto = EF_IPPROTO_UDP;
 };
 
 inline Bytes udp_vxlan(const Outer &o, const Bytes &inner)
 {
-    Bytes u(16);
-    put16(u, 0, 49152);
-    put16(u, 2, o.dport);
-    put16(u, 4, static_cast<uint16_t>(16 + inner.size()));
-    u[8] = o.flags;
-    u[12] = static_cast<uint8_t>(o.vni >> 16);
-    u[13] = static_cast<uint8_t>(o.vni >> 8);
-    u[14] = static_cast<uint8_t>(o.vni);
+    Bytes u(EF_UDP_HLEN + EF_VXLAN_HLEN);
+    auto *udp = reinterpret_cast<ef_udp_hdr *>(u.data());
+    ef_put_be16(udp->sport, 49152);
+    ef_put_be16(udp->dport, o.dport);
+    ef_put_be16(udp->len, static_cast<uint16_t>(u.size() + inner.size()));
+    auto *vx = reinterpret_cast<ef_vxlan_hdr *>(u.data() + EF_UDP_HLEN);
+    vx->flags = o.flags;
+    vx->vni[0] = static_cast<uint8_t>(o.vni >> 16);
+    vx->vni[1] = static_cast<uint8_t>(o.vni >> 8);
+    vx->vni[2] = static_cast<uint8_t>(o.vni);
     u.insert(u.end(), inner.begin(), inner.end());
     return u;
 }
 
-// VXLAN in UDP in IPv4 (20-byte header) in Ethernet.
+// VXLAN in UDP in IPv4 (without options) in Ethernet.
 inline Bytes vxlan4(const Outer &o, const Bytes &inner)
 {
     const Bytes udp = udp_vxlan(o, inner);
-    Bytes f = ether(kOuterDst, kOuterSrc, 0x0800, 0);
-    Bytes ip(20);
-    ip[0] = 0x45;
-    put16(ip, 2, static_cast<uint16_t>(20 + udp.size()));
-    ip[8] = 64;
-    ip[9] = o.proto;
-    inet_pton(AF_INET, o.src.c_str(), &ip[12]);
-    inet_pton(AF_INET, o.dst.c_str(), &ip[16]);
+    Bytes f = ether(kOuterDst, kOuterSrc, EF_ETHERTYPE_IPV4, 0);
+    Bytes ip(EF_IPV4_HLEN);
+    auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip.data());
+    h->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    ef_put_be16(h->total_len, static_cast<uint16_t>(EF_IPV4_HLEN + udp.size()));
+    h->ttl = 64;
+    h->proto = o.proto;
+    inet_pton(AF_INET, o.src.c_str(), h->src);
+    inet_pton(AF_INET, o.dst.c_str(), h->dst);
     f.insert(f.end(), ip.begin(), ip.end());
     f.insert(f.end(), udp.begin(), udp.end());
     return f;
@@ -116,14 +123,15 @@ inline Bytes vxlan4(const Outer &o, const Bytes &inner)
 inline Bytes vxlan6(const Outer &o, const Bytes &inner)
 {
     const Bytes udp = udp_vxlan(o, inner);
-    Bytes f = ether(kOuterDst, kOuterSrc, 0x86DD, 0);
-    Bytes ip(40);
-    ip[0] = 0x60;
-    put16(ip, 4, static_cast<uint16_t>(udp.size()));
-    ip[6] = o.proto;
-    ip[7] = 64;
-    inet_pton(AF_INET6, o.src.c_str(), &ip[8]);
-    inet_pton(AF_INET6, o.dst.c_str(), &ip[24]);
+    Bytes f = ether(kOuterDst, kOuterSrc, EF_ETHERTYPE_IPV6, 0);
+    Bytes ip(EF_IPV6_HLEN);
+    auto *h = reinterpret_cast<ef_ipv6_hdr *>(ip.data());
+    h->ver_tc_flow[0] = EF_IPV6_VERSION << 4;
+    ef_put_be16(h->payload_len, static_cast<uint16_t>(udp.size()));
+    h->next_hdr = o.proto;
+    h->hop_limit = 64;
+    inet_pton(AF_INET6, o.src.c_str(), h->src);
+    inet_pton(AF_INET6, o.dst.c_str(), h->dst);
     f.insert(f.end(), ip.begin(), ip.end());
     f.insert(f.end(), udp.begin(), udp.end());
     return f;

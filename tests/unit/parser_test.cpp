@@ -2,6 +2,7 @@
 // the local access path (VLAN from the tag or the port, VNI of the VLAN,
 // sub-interfaces, MAC learning), the parser's trace budget and how the parser
 // is attached to the pipeline.
+#include "ef_wire.h"
 #include "parser_fixture.h"
 #include "vxlan_ef_parser.h"
 
@@ -198,7 +199,7 @@ TEST_F(ParserServiceTest, UntaggedFrameOnAPortWithPortVlanZeroPassesWithoutVni)
     efrt::bridge_publish(EF_BRIDGE_SERV_INTF_PVID_GET);
     efrt::bridge_set_pvid(kPort, 0);
     trace_on();
-    const Bytes frame = ether(kInnerDst, kInnerSrc, 0x0806);
+    const Bytes frame = ether(kInnerDst, kInnerSrc, EF_ETHERTYPE_ARP);
     efmp_buff_t *b = receive(frame);
 
     EXPECT_EQ(vxlan_ef_parser_service(b), EF_Normal);
@@ -222,7 +223,7 @@ TEST_F(ParserServiceTest, UntaggedFrameTakesThePortVlanAndItsVni)
     start_parser();
     efrt::bridge_publish(EF_BRIDGE_SERV_INTF_PVID_GET);
     efrt::bridge_set_pvid(kPort, kVlan);
-    efmp_buff_t *b = receive(ether(kInnerDst, kInnerSrc, 0x0806));
+    efmp_buff_t *b = receive(ether(kInnerDst, kInnerSrc, EF_ETHERTYPE_ARP));
     set_tag_word(b, 0x0000E000);  // priority 7, no VLAN
     EXPECT_EQ(vxlan_ef_parser_service(b), EF_Normal);
     EXPECT_EQ(tag_word(b), 0x3000E064u);
@@ -233,7 +234,7 @@ TEST_F(ParserServiceTest, UntaggedFrameWithoutPortVlanServiceStaysWithoutVni)
 {
     start_parser();
     trace_on();
-    efmp_buff_t *b = receive(ether(kInnerDst, kInnerSrc, 0x0806));
+    efmp_buff_t *b = receive(ether(kInnerDst, kInnerSrc, EF_ETHERTYPE_ARP));
     set_tag_word(b, 0x00000064);  // a VLAN left by someone else is not the frame's
     EXPECT_EQ(vxlan_ef_parser_service(b), EF_Normal);
     EXPECT_EQ(tag_word(b), 0x30000000u);

@@ -2,6 +2,7 @@
 // messages, against frames built by the tests' own builders: every field
 // read, every check that refuses a message, and the written frames byte for
 // byte with a checksum computed apart from the platform's.
+#include "ef_wire.h"
 #include "neighbour_wire.h"
 #include "suppress_fixture.h"
 
@@ -23,7 +24,7 @@ Bytes solicitation_packet(Bytes msg, const Ip6 &src = kSrc, uint8_t hop_limit = 
 
 TEST(NeighbourWireTest, ArpReaderTakesEveryFieldOfAnEthernetIpv4Body)
 {
-    const Bytes f = arp_frame(2, kHostA, v4("10.1.1.1"), kHostB, v4("10.1.1.2"));
+    const Bytes f = arp_frame(EF_ARP_REPLY, kHostA, v4("10.1.1.1"), kHostB, v4("10.1.1.2"));
     const std::optional<nwire::ArpMessage> m = nwire::read_arp(f.data() + 14, f.size() - 14);
     ASSERT_TRUE(m);
     EXPECT_EQ(m->op, 2);
@@ -35,7 +36,7 @@ TEST(NeighbourWireTest, ArpReaderTakesEveryFieldOfAnEthernetIpv4Body)
 
 TEST(NeighbourWireTest, ArpReaderRefusesShortOrOtherBodies)
 {
-    const Bytes f = arp_frame(1, kHostA, v4("10.1.1.1"), kHostB, v4("10.1.1.2"));
+    const Bytes f = arp_frame(EF_ARP_REQUEST, kHostA, v4("10.1.1.1"), kHostB, v4("10.1.1.2"));
     EXPECT_FALSE(nwire::read_arp(f.data() + 14, 27));
     EXPECT_FALSE(nwire::read_arp(nullptr, 28));
     for (size_t at : {0u, 1u, 2u, 3u, 4u, 5u}) {
@@ -49,7 +50,7 @@ TEST(NeighbourWireTest, ArpReplyIsWrittenByteForByte)
 {
     uint8_t frame[nwire::kArpFrameLen];
     nwire::write_arp_reply(frame, mac_of(kHostB), v4("10.1.1.2"), mac_of(kHostA), v4("10.1.1.1"));
-    EXPECT_EQ(Bytes(frame, frame + sizeof frame), arp_frame(2, kHostB, v4("10.1.1.2"), kHostA, v4("10.1.1.1"), kHostA));
+    EXPECT_EQ(Bytes(frame, frame + sizeof frame), arp_frame(EF_ARP_REPLY, kHostB, v4("10.1.1.2"), kHostA, v4("10.1.1.1"), kHostA));
 }
 
 TEST(NeighbourWireTest, NdTypeIsIcmpv6RightAfterTheHeaderOfTypes133To137)
@@ -66,7 +67,7 @@ TEST(NeighbourWireTest, NdTypeIsIcmpv6RightAfterTheHeaderOfTypes133To137)
 
 TEST(NeighbourWireTest, SolicitationReaderTakesItsFieldsAndSourceOptionAmongOthers)
 {
-    Bytes msg = nd_message(135, 0, kTarget);
+    Bytes msg = nd_message(EF_ND_NEIGHBOUR_SOLICIT, 0, kTarget);
     msg.insert(msg.end(), {14, 1, 1, 2, 3, 4, 5, 6});  // a nonce option first
     msg.insert(msg.end(), {1, 1});
     append(msg, kHostC, 6);
@@ -83,14 +84,14 @@ TEST(NeighbourWireTest, SolicitationReaderTakesItsFieldsAndSourceOptionAmongOthe
 
 TEST(NeighbourWireTest, AdvertisementReaderTakesItsFlagAndTargetOption)
 {
-    const Bytes p = packet_of(ipv6_icmp_frame(kHostA, kHostB, kTarget, kSrc, na_message(0x40, kTarget, kHostB)));
+    const Bytes p = packet_of(ipv6_icmp_frame(kHostA, kHostB, kTarget, kSrc, na_message(EF_ND_NA_SOLICITED, kTarget, kHostB)));
     const std::optional<nwire::NdMessage> m = nwire::read_nd(p.data(), p.size());
     ASSERT_TRUE(m);
     EXPECT_EQ(m->type, 136);
     EXPECT_TRUE(m->solicited);
     EXPECT_EQ(m->link_addr, mac_of(kHostB));
     const Bytes with_source_option =
-        packet_of(ipv6_icmp_frame(kHostA, kHostB, kTarget, kSrc, nd_message(136, 0, kTarget, 1, kHostB)));
+        packet_of(ipv6_icmp_frame(kHostA, kHostB, kTarget, kSrc, nd_message(EF_ND_NEIGHBOUR_ADVERT, 0, kTarget, EF_ND_OPT_SOURCE_LINK_ADDR, kHostB)));
     const std::optional<nwire::NdMessage> other = nwire::read_nd(with_source_option.data(), with_source_option.size());
     ASSERT_TRUE(other);
     EXPECT_FALSE(other->link_addr) << "an advertisement's own option is the target's";
@@ -138,7 +139,7 @@ TEST(NeighbourWireTest, AdvertisementIsWrittenByteForByteWithItsChecksum)
 {
     uint8_t frame[nwire::kNaFrameLen];
     nwire::write_na(frame, mac_of(kHostB), kTarget, mac_of(kHostA), kSrc);
-    const Bytes expected = ipv6_icmp_frame(kHostA, kHostB, kTarget, kSrc, na_message(0x60, kTarget, kHostB));
+    const Bytes expected = ipv6_icmp_frame(kHostA, kHostB, kTarget, kSrc, na_message(EF_ND_NA_SOLICITED | EF_ND_NA_OVERRIDE, kTarget, kHostB));
     EXPECT_EQ(Bytes(frame, frame + sizeof frame), expected);
     EXPECT_EQ(nwire::icmpv6_checksum(kTarget, kSrc, frame + 54, 32), 0);
 }

@@ -1,6 +1,7 @@
 // The platform's packet pipeline: how the Ethernet layer hands a frame on
 // (classification, the tunnel MTU for its inner family) and where a frame's
 // way through the module's hooks ends, on the forwarding tests' segment.
+#include "ef_wire.h"
 #include "efrt_pipeline.h"
 #include "forward_fixture.h"
 #include "vxlan_ef_encap.h"
@@ -41,14 +42,14 @@ protected:
 TEST_F(PipelineTest, FramesAreClassifiedThroughUpToTwoTags)
 {
     add_intf(kP1, kPortType, "P1");
-    std::vector<uint8_t> tagged = frame(kHostB, kHostA, 0x8100, 64);
+    std::vector<uint8_t> tagged = frame(kHostB, kHostA, EF_ETHERTYPE_VLAN, 64);
     tagged[16] = 0x81;
     tagged[17] = 0x00;
     tagged[20] = 0x08;
     tagged[21] = 0x00;
-    for (auto [f, type] : {std::pair{frame(kHostB, kHostA, 0x0800), EFMP_PKT_IPV4},
-                           {frame(kHostB, kHostA, 0x0806), EFMP_PKT_ARP},
-                           {frame(kHostB, kHostA, 0x86DD), EFMP_PKT_IPV6},
+    for (auto [f, type] : {std::pair{frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), EFMP_PKT_IPV4},
+                           {frame(kHostB, kHostA, EF_ETHERTYPE_ARP), EFMP_PKT_ARP},
+                           {frame(kHostB, kHostA, EF_ETHERTYPE_IPV6), EFMP_PKT_IPV6},
                            {tagged, EFMP_PKT_IPV4},
                            {frame(kHostB, kHostA, 0x88CC), uint8_t{0}}}) {
         efmp_buff_t *b = hand_on(kP1, f);
@@ -67,7 +68,7 @@ TEST_F(PipelineTest, FramesAreClassifiedThroughUpToTwoTags)
 TEST_F(PipelineTest, FramesTooShortOrFromUnknownInterfacesAreNotHandedOn)
 {
     add_intf(kP1, kPortType, "P1");
-    const std::vector<uint8_t> f = frame(kHostB, kHostA, 0x0800);
+    const std::vector<uint8_t> f = frame(kHostB, kHostA, EF_ETHERTYPE_IPV4);
     EXPECT_EQ(efrt::pipeline_frame(kP1, f.data(), 13), nullptr);
     EXPECT_EQ(efrt::pipeline_frame(kP2, f.data(), f.size()), nullptr);
     EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);
@@ -82,9 +83,9 @@ TEST_F(PipelineTest, TunnelMtuLetsEveryInnerPacketThatFitsTheUnderlayLeaveWhole)
         uint16_t mtu;
     };
     efrt::pipeline_set_underlay_mtu(kUnderlayMtu);
-    for (const Case &c : {Case{0x0800, 1514, 1480}, Case{0x0800, 64, 1480},
-                          Case{0x86DD, 1444, 1480}, Case{0x86DD, 1445, 1460},
-                          Case{0x0806, 60, 1480}}) {
+    for (const Case &c : {Case{EF_ETHERTYPE_IPV4, 1514, 1480}, Case{EF_ETHERTYPE_IPV4, 64, 1480},
+                          Case{EF_ETHERTYPE_IPV6, 1444, 1480}, Case{EF_ETHERTYPE_IPV6, 1445, 1460},
+                          Case{EF_ETHERTYPE_ARP, 60, 1480}}) {
         SCOPED_TRACE(c.len);
         efmp_buff_t *b = hand_on(kP1, frame(kHostB, kHostA, c.type, c.len));
         ASSERT_NE(b, nullptr);
@@ -92,7 +93,7 @@ TEST_F(PipelineTest, TunnelMtuLetsEveryInnerPacketThatFitsTheUnderlayLeaveWhole)
         efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
     }
     efrt::pipeline_set_underlay_mtu(0);
-    efmp_buff_t *b = hand_on(kP1, frame(kHostB, kHostA, 0x0800));
+    efmp_buff_t *b = hand_on(kP1, frame(kHostB, kHostA, EF_ETHERTYPE_IPV4));
     ASSERT_NE(b, nullptr);
     EXPECT_EQ(b->vxlan_mtu, 0) << "the module's own default limit applies";
     efmp_buff_free_sw_user(EFMP_REASON_SW_USER, b);
@@ -101,7 +102,7 @@ TEST_F(PipelineTest, TunnelMtuLetsEveryInnerPacketThatFitsTheUnderlayLeaveWhole)
 TEST_F(PipelineTest, AccessFrameToAMacBehindATunnelIsEncapsulatedTowardsItsVtep)
 {
     start_pipeline();
-    const std::vector<uint8_t> f = frame(kHostB, kHostA, 0x0800, 100);
+    const std::vector<uint8_t> f = frame(kHostB, kHostA, EF_ETHERTYPE_IPV4, 100);
     EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, f)), efrt::PipeOutcome::Consumed);
     std::vector<efmp_buff_t *> out = efrt::l3_take();
     ASSERT_EQ(out.size(), 1u);
@@ -118,7 +119,7 @@ TEST_F(PipelineTest, AccessFrameToAMacBehindATunnelIsEncapsulatedTowardsItsVtep)
 TEST_F(PipelineTest, EncapsulationFollowsATunnelChangedBetweenTwoFramesOfOneFlow)
 {
     start_pipeline();
-    const std::vector<uint8_t> f = frame(kHostB, kHostA, 0x0800, 100);
+    const std::vector<uint8_t> f = frame(kHostB, kHostA, EF_ETHERTYPE_IPV4, 100);
     auto outer_destination = [&]() {
         EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, f)), efrt::PipeOutcome::Consumed);
         std::vector<efmp_buff_t *> out = efrt::l3_take();
@@ -143,7 +144,7 @@ TEST_F(PipelineTest, EncapsulationFollowsATunnelChangedBetweenTwoFramesOfOneFlow
 TEST_F(PipelineTest, BroadcastFromAnAccessPortIsFloodedAndTheOriginalDropped)
 {
     start_pipeline();
-    EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, frame(kBcastMac, kHostA, 0x0806))),
+    EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, frame(kBcastMac, kHostA, EF_ETHERTYPE_ARP))),
               efrt::PipeOutcome::ForwardDrop);
     std::vector<efmp_buff_t *> tunnels = efrt::l3_take();
     EXPECT_EQ(tunnels.size(), 3u) << "one copy for each tunnel of the VNI";
@@ -160,7 +161,7 @@ TEST_F(PipelineTest, FrameInNoSegmentIsNotForwarded)
 {
     start_pipeline();
     efrt::bridge_set_pvid(kP1, 0);
-    EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, frame(kHostB, kHostA, 0x0800))),
+    EXPECT_EQ(efrt::pipeline_run(hand_on(kP1, frame(kHostB, kHostA, EF_ETHERTYPE_IPV4))),
               efrt::PipeOutcome::NoVni);
     EXPECT_EQ(efrt::l3_take().size(), 0u);
     EXPECT_EQ(efrt::buff_live(EFMP_REASON_SW_USER), 0);

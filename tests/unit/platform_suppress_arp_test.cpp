@@ -3,6 +3,7 @@
 // marked local so that the module (whose own suppression is on) floods it,
 // senders snooped, decapsulated ARP delivered to the local hosts, malformed
 // ARP never answered, and nothing changed while the VNI's switch is off.
+#include "ef_wire.h"
 #include "suppress_fixture.h"
 #include "vxlan_ef_encap.h"
 
@@ -25,7 +26,7 @@ protected:
     // The reply host B's binding gives host A.
     static Bytes reply_b_to_a()
     {
-        Bytes f = eth_header(kHostA, kHostB, 0x0806);
+        Bytes f = eth_header(kHostA, kHostB, EF_ETHERTYPE_ARP);
         f.insert(f.end(), {0x00, 0x01, 0x08, 0x00, 6, 4, 0x00, 0x02});
         append(f, kHostB, 6);
         f.insert(f.end(), {10, 1, 1, 2});

@@ -4,6 +4,7 @@
 // snooped, duplicate address detection and every other ND message marked
 // local for the module to flood, decapsulated ND delivered to the local
 // hosts, malformed ND never answered, and other IPv6 left alone.
+#include "ef_wire.h"
 #include "suppress_fixture.h"
 #include "vxlan_ef_encap.h"
 
@@ -37,7 +38,7 @@ protected:
         const uint16_t sum = icmpv6_sum(kIpB, kIpA, msg);
         msg[2] = static_cast<uint8_t>(sum >> 8);
         msg[3] = static_cast<uint8_t>(sum);
-        Bytes f = eth_header(kHostA, kHostB, 0x86DD);
+        Bytes f = eth_header(kHostA, kHostB, EF_ETHERTYPE_IPV6);
         f.insert(f.end(), {0x60, 0, 0, 0, 0, 32, 58, 255});
         append(f, kIpB);
         append(f, kIpA);

@@ -13,10 +13,13 @@
 #include <arpa/inet.h>
 
 #include <array>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efrt_pipeline.h"
 #include "forward_fixture.h"
 #include "suppress.h"
@@ -74,8 +77,8 @@ inline void append16(Bytes &out, uint16_t v)
 inline Bytes eth_header(const uint8_t *dst, const uint8_t *src, uint16_t type)
 {
     Bytes f;
-    append(f, dst, 6);
-    append(f, src, 6);
+    append(f, dst, EF_ETH_ALEN);
+    append(f, src, EF_ETH_ALEN);
     append16(f, type);
     return f;
 }
@@ -83,8 +86,10 @@ inline Bytes eth_header(const uint8_t *dst, const uint8_t *src, uint16_t type)
 // The frame with an 802.1Q tag after its addresses.
 inline Bytes with_tag(Bytes f, uint16_t tci)
 {
-    const uint8_t tag[4] = {0x81, 0x00, static_cast<uint8_t>(tci >> 8), static_cast<uint8_t>(tci)};
-    f.insert(f.begin() + 12, tag, tag + 4);
+    Bytes tag;
+    append16(tag, EF_ETHERTYPE_VLAN);
+    append16(tag, tci);
+    f.insert(f.begin() + EF_ETH_ADDRS_LEN, tag.begin(), tag.end());
     return f;
 }
 
@@ -92,23 +97,23 @@ inline Bytes with_tag(Bytes f, uint16_t tci)
 inline Bytes arp_frame(uint16_t op, const uint8_t *sha, const Ip4 &spa, const uint8_t *tha, const Ip4 &tpa,
                        const uint8_t *eth_dst = kBcastMac)
 {
-    Bytes f = eth_header(eth_dst, sha, 0x0806);
-    append16(f, 1);
-    append16(f, 0x0800);
-    f.push_back(6);
-    f.push_back(4);
+    Bytes f = eth_header(eth_dst, sha, EF_ETHERTYPE_ARP);
+    append16(f, EF_ARP_HW_ETHERNET);
+    append16(f, EF_ETHERTYPE_IPV4);
+    f.push_back(EF_ETH_ALEN);
+    f.push_back(sizeof(ef_arp::sender_ip));
     append16(f, op);
-    append(f, sha, 6);
+    append(f, sha, EF_ETH_ALEN);
     append(f, spa);
-    append(f, tha, 6);
+    append(f, tha, EF_ETH_ALEN);
     append(f, tpa);
     return f;
 }
 
 inline Bytes arp_request(const uint8_t *sha, const Ip4 &spa, const Ip4 &tpa)
 {
-    static const uint8_t kZeroMac[6] = {};
-    return arp_frame(1, sha, spa, kZeroMac, tpa);
+    static const uint8_t kZeroMac[EF_ETH_ALEN] = {};
+    return arp_frame(EF_ARP_REQUEST, sha, spa, kZeroMac, tpa);
 }
 
 // The ones' complement of the ones' complement sum of 16-bit big-endian words.
@@ -131,7 +136,7 @@ inline uint16_t icmpv6_sum(const Ip6 &src, const Ip6 &dst, const Bytes &msg)
     const uint32_t len = static_cast<uint32_t>(msg.size());
     for (int shift = 24; shift >= 0; shift -= 8)
         pseudo.push_back(static_cast<uint8_t>(len >> shift));
-    pseudo.insert(pseudo.end(), {0, 0, 0, 58});
+    pseudo.insert(pseudo.end(), {0, 0, 0, EF_IPPROTO_ICMPV6});
     pseudo.insert(pseudo.end(), msg.begin(), msg.end());
     return plain_checksum(pseudo);
 }
@@ -145,33 +150,32 @@ inline Bytes nd_message(uint8_t type, uint8_t flags, const Ip6 &target, uint8_t 
     append(m, target);
     if (option_mac != nullptr) {
         m.push_back(option_type);
-        m.push_back(1);
-        append(m, option_mac, 6);
+        m.push_back(1);  // in units of the option's own length
+        append(m, option_mac, EF_ETH_ALEN);
     }
     return m;
 }
 
 inline Bytes ns_message(const Ip6 &target, const uint8_t *source_mac)
 {
-    return nd_message(135, 0, target, 1, source_mac);
+    return nd_message(EF_ND_NEIGHBOUR_SOLICIT, 0, target, EF_ND_OPT_SOURCE_LINK_ADDR, source_mac);
 }
 
 inline Bytes na_message(uint8_t flags, const Ip6 &target, const uint8_t *target_mac)
 {
-    return nd_message(136, flags, target, 2, target_mac);
+    return nd_message(EF_ND_NEIGHBOUR_ADVERT, flags, target, EF_ND_OPT_TARGET_LINK_ADDR, target_mac);
 }
 
 // An IPv6 frame carrying msg as ICMPv6 with its checksum filled in.
 inline Bytes ipv6_icmp_frame(const uint8_t *eth_dst, const uint8_t *eth_src, const Ip6 &src, const Ip6 &dst, Bytes msg,
-                          uint8_t hop_limit = 255)
+                          uint8_t hop_limit = EF_ND_HOP_LIMIT)
 {
     const uint16_t sum = icmpv6_sum(src, dst, msg);
-    msg[2] = static_cast<uint8_t>(sum >> 8);
-    msg[3] = static_cast<uint8_t>(sum);
-    Bytes f = eth_header(eth_dst, eth_src, 0x86DD);
-    f.insert(f.end(), {0x60, 0, 0, 0});
+    ef_put_be16(&msg[offsetof(ef_nd_msg, csum)], sum);
+    Bytes f = eth_header(eth_dst, eth_src, EF_ETHERTYPE_IPV6);
+    f.insert(f.end(), {EF_IPV6_VERSION << 4, 0, 0, 0});
     append16(f, static_cast<uint16_t>(msg.size()));
-    f.push_back(58);
+    f.push_back(EF_IPPROTO_ICMPV6);
     f.push_back(hop_limit);
     append(f, src);
     append(f, dst);
@@ -197,18 +201,18 @@ inline Bytes vxlan_frame(const Bytes &inner, const char *src = "10.0.0.1", const
 {
     static const uint8_t kUplinkMac[6] = {0x02, 0, 0, 0, 0, 0x21};
     static const uint8_t kNextHopMac[6] = {0x02, 0, 0, 0, 0, 0xFE};
-    Bytes f = eth_header(kUplinkMac, kNextHopMac, 0x0800);
-    const uint16_t udp_len = static_cast<uint16_t>(8 + 8 + inner.size());
-    f.insert(f.end(), {0x45, 0});
-    append16(f, static_cast<uint16_t>(20 + udp_len));
-    f.insert(f.end(), {0, 0, 0, 0, 64, 17, 0, 0});
+    Bytes f = eth_header(kUplinkMac, kNextHopMac, EF_ETHERTYPE_IPV4);
+    const uint16_t udp_len = static_cast<uint16_t>(EF_UDP_HLEN + EF_VXLAN_HLEN + inner.size());
+    f.insert(f.end(), {EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4, 0});
+    append16(f, static_cast<uint16_t>(EF_IPV4_HLEN + udp_len));
+    f.insert(f.end(), {0, 0, 0, 0, 64, EF_IPPROTO_UDP, 0, 0});
     append(f, v4(src));
     append(f, v4(dst));
     append16(f, 49152);
-    append16(f, 4789);
+    append16(f, EF_VXLAN_PORT);
     append16(f, udp_len);
     append16(f, 0);
-    f.insert(f.end(), {0x08, 0, 0, 0, 0, 0, static_cast<uint8_t>(kVni), 0});
+    f.insert(f.end(), {EF_VXLAN_FLAG_I, 0, 0, 0, 0, 0, static_cast<uint8_t>(kVni), 0});
     f.insert(f.end(), inner.begin(), inner.end());
     return f;
 }

@@ -1,6 +1,8 @@
 // The unicast branch of the forwarding decision: router and anycast hits, the
 // bridge MAC lookup and its second try, split horizon between tunnels, the
 // peer-link, protected VNIs, and the destination it sets.
+#include "ef_wire.h"
+#include "efmp.h"
 #include "forward_fixture.h"
 #include "vxlan_ef_forward.h"
 #include "vxlan_ef_tables.h"
@@ -11,8 +13,6 @@ using vxtest::ForwardTest;
 using namespace vxtest;
 
 constexpr const char *kUcast = "vxlan_ef_ucast";
-constexpr uint8_t kArp = 2;
-constexpr uint8_t kIpv6 = 27;
 inline const uint8_t kAnycastMac[6] = {0x00, 0x00, 0x5E, 0x00, 0x01, 0x01};
 
 class UcastTest : public ForwardTest {
@@ -60,7 +60,7 @@ TEST_F(UcastTest, AnycastMacIsRoutedOnlyWhenTheEntryAndTheDeviceBothEnableIt)
         for (uint8_t device_flag : {0, 1}) {
             add_router(entry_flag);
             vsd()->anycast_mac_valid = device_flag;
-            efmp_buff_t *b = buff(frame(kAnycastMac, kHostA, 0x0800), kP1);
+            efmp_buff_t *b = buff(frame(kAnycastMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
             const bool routed = entry_flag && device_flag;
             EXPECT_EQ(ucast(b, kAnycastMac), routed ? EF_Normal : EF_Broadcast)
                 << int(entry_flag) << int(device_flag);
@@ -74,7 +74,7 @@ TEST_F(UcastTest, AnycastMacIsRoutedOnlyWhenTheEntryAndTheDeviceBothEnableIt)
 TEST_F(UcastTest, RouterMacIsRoutedThroughTheSwitchEngine)
 {
     add_router();
-    efmp_buff_t *b = buff(frame(kRouterMac, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kRouterMac, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->src_ifx = 0;
     trace_on();
     EXPECT_EQ(ucast(b, kRouterMac), EF_Normal);
@@ -94,7 +94,7 @@ TEST_F(UcastTest, MacLearntOnlyUnderTheFramesOwnVniIsFoundByTheSecondLookup)
     entry(kVni)->type = VXLAN_EF_ENTRY_SUBER;
     entry(kVni)->super_entry = entry(500);
     learn(kVni, kHostB, kP2, 20);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Normal);
     EXPECT_EQ(b->dst_intf, intf(kP2));
@@ -105,7 +105,7 @@ TEST_F(UcastTest, MacLearntOnlyUnderTheFramesOwnVniIsFoundByTheSecondLookup)
                   fwd_line(kUcast, "pkt " + ptr(b) + " find dst intf: P2 by dst-mac.\n")}));
     drop(b);
     // Learnt under neither VNI: a flood.
-    b = buff(frame(kHostA, kHostB, 0x0800), kP2);
+    b = buff(frame(kHostA, kHostB, EF_ETHERTYPE_IPV4), kP2);
     EXPECT_EQ(ucast(b, kHostA), EF_Broadcast);
     EXPECT_EQ(ucast_lines(), (std::vector<std::string>{fwd_line(
                                  kUcast, "pkt: " + ptr(b) +
@@ -121,10 +121,10 @@ TEST_F(UcastTest, DeviceFramesAreLookedUpUnderTheirOwnVniOnly)
     entry(kVni)->type = VXLAN_EF_ENTRY_SUBER;
     entry(kVni)->super_entry = entry(500);
     learn(500, kHostA, kP3);
-    efmp_buff_t *b = buff(frame(kHostA, kHostB, 0x0800), kL2Local);
+    efmp_buff_t *b = buff(frame(kHostA, kHostB, EF_ETHERTYPE_IPV4), kL2Local);
     EXPECT_EQ(ucast(b, kHostA), EF_Broadcast);
     drop(b);
-    b = buff(frame(kHostA, kHostB, 0x0800), kP2);
+    b = buff(frame(kHostA, kHostB, EF_ETHERTYPE_IPV4), kP2);
     EXPECT_EQ(ucast(b, kHostA), EF_Normal);
     EXPECT_EQ(b->dst_intf, intf(kP3));
     drop(b);
@@ -135,7 +135,7 @@ TEST_F(UcastTest, DeviceFramesAreLookedUpUnderTheirOwnVniOnly)
 TEST_F(UcastTest, CentreTunnelToCentreTunnelIsDropped)
 {
     learn(kVni, kHostB, kT2);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kT1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kT1);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Drop);
     EXPECT_EQ(ucast_lines(), (std::vector<std::string>{fwd_line(
@@ -149,7 +149,7 @@ TEST_F(UcastTest, CentreTunnelToCentreTunnelIsDropped)
 TEST_F(UcastTest, CentreTunnelToOutsideTunnelIsBridged)
 {
     learn(kVni, kHostB, kT3);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kT1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kT1);
     b->src_ifx = 0;
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Normal);
@@ -165,7 +165,7 @@ TEST_F(UcastTest, ProtectedVniDropsLocalToLocalButNotLocalToTunnel)
     deliver_tlvs({switch_protected(kVni, 1)});
     learn(kVni, kHostB, kP2);
     learn(kVni, kRouterMac, kT1);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Drop);
     EXPECT_EQ(ucast_lines(),
@@ -175,7 +175,7 @@ TEST_F(UcastTest, ProtectedVniDropsLocalToLocalButNotLocalToTunnel)
     EXPECT_EQ(b->dst_intf, intf(kT1));
     drop(b);
     // A frame of the device itself is not held back.
-    b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     b->flags |= EFMP_F_LOCAL;
     EXPECT_EQ(ucast(b, kHostB), EF_Normal);
     EXPECT_EQ(b->dst_intf, intf(kP2));
@@ -189,7 +189,7 @@ TEST_F(UcastTest, ProtectedVniDropsAFrameWithoutSourceInterfaceBoundForALocalPor
     learn(kVni, kRouterMac, kT1);
     // No source interface is no tunnel: the frame is held back as one from a
     // local port would be.
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), 0);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), 0);
     ASSERT_EQ(b->src_intf, nullptr);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Drop);
@@ -209,7 +209,7 @@ TEST_F(UcastTest, PeerLinkFramesNeverGoToATunnel)
 {
     learn(kVni, kHostB, kT3);
     learn(kVni, kRouterMac, kP2);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kPL);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kPL);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Drop);
     EXPECT_EQ(ucast_lines(),
@@ -226,7 +226,7 @@ TEST_F(UcastTest, FilteringMacAndDestinationEqualToSourceAreDropped)
 {
     efrt::bridge_add_filter(EF_BRIDGE_KEY_VNI | kVni, kHostB);
     learn(kVni, kRouterMac, kP1);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Drop);
     EXPECT_EQ(ucast(b, kRouterMac), EF_Drop);
@@ -242,7 +242,7 @@ TEST_F(UcastTest, TunnelDestinationThatIsDownIsDropped)
 {
     learn(kVni, kHostB, kT2);
     intf(kT2)->link_up = 0;
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Drop);
     EXPECT_EQ(ucast_lines(), (std::vector<std::string>{fwd_line(
@@ -256,7 +256,7 @@ TEST_F(UcastTest, RouterDestinationLearntOnAPortIsHandedToTheSwitchEngine)
 {
     add_router();
     learn(kVni, kHostB, kRouter, 10);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB), EF_Normal);
     EXPECT_EQ(b->src_intf, intf(kRouter));
@@ -272,7 +272,7 @@ TEST_F(UcastTest, RouterDestinationLearntOnAPortIsHandedToTheSwitchEngine)
 TEST_F(UcastTest, WithoutLookupOrDestinationBlockTheFrameIsFlooded)
 {
     learn(kVni, kHostB, 999);
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0800), kP1);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_IPV4), kP1);
     EXPECT_EQ(ucast(b, kHostB), EF_Broadcast);
     vxlan_ef_bridge_mac_lookup = nullptr;
     trace_on();
@@ -283,7 +283,7 @@ TEST_F(UcastTest, WithoutLookupOrDestinationBlockTheFrameIsFlooded)
 
 TEST_F(UcastTest, UnknownVniAndSuppressedArpOrNdAreDropped)
 {
-    efmp_buff_t *b = buff(frame(kHostB, kHostA, 0x0806), kP1, 999, kArp);
+    efmp_buff_t *b = buff(frame(kHostB, kHostA, EF_ETHERTYPE_ARP), kP1, 999, EFMP_PKT_ARP);
     trace_on();
     EXPECT_EQ(ucast(b, kHostB, 999), EF_Drop);
     EXPECT_EQ(ucast_lines(), (std::vector<std::string>{fwd_line(
@@ -291,7 +291,7 @@ TEST_F(UcastTest, UnknownVniAndSuppressedArpOrNdAreDropped)
     deliver_tlvs({vni_arp_suppress(kVni, 1), vni_nd_suppress(kVni, 1)});
     take_logs();
     EXPECT_EQ(ucast(b, kHostB), EF_Drop);
-    efmp_buff_t *nd = buff(icmpv6_frame(kHostB, 136), kP1, kVni, kIpv6);
+    efmp_buff_t *nd = buff(icmpv6_frame(kHostB, EF_ND_NEIGHBOUR_ADVERT), kP1, kVni, EFMP_PKT_IPV6);
     EXPECT_EQ(ucast(nd, kHostB), EF_Drop);
     EXPECT_EQ(ucast_lines(),
               (std::vector<std::string>{

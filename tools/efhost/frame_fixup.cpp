@@ -4,17 +4,21 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <optional>
 
 #include "ef_byteorder.h"
 #include "ef_csum.h"
+#include "ef_wire.h"
 
 namespace efhost {
 
 namespace {
 
-constexpr size_t kMacsLength = 12;
-constexpr size_t kTagLength = 4;
+// Every ICMPv6 message begins as a neighbour-discovery one does: type,
+// code, checksum; those four bytes are the least it holds.
+constexpr size_t kIcmpChecksumOffset = offsetof(ef_nd_msg, csum);
+constexpr size_t kIcmpHeader = offsetof(ef_nd_msg, flags);
 
 // Where each L4 protocol keeps its checksum and the least it must hold.
 struct ChecksumPlace {
@@ -24,9 +28,9 @@ struct ChecksumPlace {
     bool zero_means_absent;  // UDP sends a computed 0 as 0xFFFF
 };
 constexpr std::array<ChecksumPlace, 3> kChecksumPlaces = {{
-    {kProtoTcp, kTcpChecksumOffset, kTcpMinHeader, false},
-    {kProtoUdp, 6, 8, true},
-    {kProtoIcmpv6, 2, 4, false},
+    {EF_IPPROTO_TCP, EF_TCP_CSUM_OFFSET, EF_TCP_HLEN, false},
+    {EF_IPPROTO_UDP, EF_UDP_CSUM_OFFSET, EF_UDP_HLEN, true},
+    {EF_IPPROTO_ICMPV6, kIcmpChecksumOffset, kIcmpHeader, false},
 }};
 
 const ChecksumPlace *find_checksum_place(uint8_t proto)
@@ -41,7 +45,7 @@ bool write_l4_checksum(uint8_t *f, const IpLayout &ip)
     const ChecksumPlace *place = find_checksum_place(ip.proto);
     const size_t l4_length = ip.end - ip.l4;
     if (place == nullptr || l4_length < place->min_length) return false;
-    if (ip.proto == kProtoIcmpv6 && !ip.v6) return false;
+    if (ip.proto == EF_IPPROTO_ICMPV6 && !ip.v6) return false;
     uint8_t *field = f + ip.l4 + place->offset;
     ef_put_be16(field, 0);
     const uint16_t payload = ef_csum_sum(f + ip.l4, static_cast<uint32_t>(l4_length));
@@ -62,16 +66,18 @@ Frame make_segment(const Frame &frame, const IpLayout &ip, size_t headers_end, s
     uint8_t *s = seg.data();
     const size_t ip_length = headers_end - ip.l3 + length;
     if (ip.v6) {
-        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ip_length - 40));
+        auto *h = reinterpret_cast<ef_ipv6_hdr *>(s + ip.l3);
+        ef_put_be16(h->payload_len, static_cast<uint16_t>(ip_length - EF_IPV6_HLEN));
     } else {
-        ef_put_be16(s + ip.l3 + 2, static_cast<uint16_t>(ip_length));
-        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ef_get_be16(s + ip.l3 + 4) + index));
+        auto *h = reinterpret_cast<ef_ipv4_hdr *>(s + ip.l3);
+        ef_put_be16(h->total_len, static_cast<uint16_t>(ip_length));
+        ef_put_be16(h->id, static_cast<uint16_t>(ef_get_be16(h->id) + index));
         write_ipv4_header_checksum(s, ip);
     }
-    uint8_t *tcp = s + ip.l4;
-    ef_put_be32(tcp + 4, ef_get_be32(tcp + 4) + static_cast<uint32_t>(offset));
-    if (!last) tcp[13] &= static_cast<uint8_t>(~(kTcpFin | kTcpPsh));
-    if (index != 0) tcp[13] &= static_cast<uint8_t>(~kTcpCwr);
+    auto *tcp = reinterpret_cast<ef_tcp_hdr *>(s + ip.l4);
+    ef_put_be32(tcp->seq, ef_get_be32(tcp->seq) + static_cast<uint32_t>(offset));
+    if (!last) tcp->flags &= static_cast<uint8_t>(~(EF_TCP_FIN | EF_TCP_PSH));
+    if (index != 0) tcp->flags &= static_cast<uint8_t>(~EF_TCP_CWR);
     IpLayout seg_ip = ip;
     seg_ip.end = seg.size();
     write_l4_checksum(s, seg_ip);
@@ -84,11 +90,11 @@ Frame make_segment(const Frame &frame, const IpLayout &ip, size_t headers_end, s
 // offload, with the outer headers already final.
 size_t vxlan_inner_start(const uint8_t *f, const IpLayout &ip)
 {
-    constexpr uint16_t kVxlanPort = 4789;
-    constexpr size_t kUdpAndVxlan = 16;
-    if (ip.proto != kProtoUdp || ip.end < ip.l4 + kUdpAndVxlan + 14)
+    constexpr size_t kUdpAndVxlan = EF_UDP_HLEN + EF_VXLAN_HLEN;
+    if (ip.proto != EF_IPPROTO_UDP || ip.end < ip.l4 + kUdpAndVxlan + EF_ETH_HLEN)
         return 0;
-    return ef_get_be16(f + ip.l4 + 2) == kVxlanPort ? ip.l4 + kUdpAndVxlan : 0;
+    const auto *udp = reinterpret_cast<const ef_udp_hdr *>(f + ip.l4);
+    return ef_get_be16(udp->dport) == EF_VXLAN_PORT ? ip.l4 + kUdpAndVxlan : 0;
 }
 
 // After the inner frame changed: the outer lengths, IPv4 id and header
@@ -98,14 +104,17 @@ void refresh_outer_headers(Frame &f, IpLayout ip, size_t index)
     uint8_t *s = f.data();
     ip.end = f.size();
     if (ip.v6) {
-        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ip.end - ip.l3 - 40));
+        auto *h = reinterpret_cast<ef_ipv6_hdr *>(s + ip.l3);
+        ef_put_be16(h->payload_len, static_cast<uint16_t>(ip.end - ip.l3 - EF_IPV6_HLEN));
     } else {
-        ef_put_be16(s + ip.l3 + 2, static_cast<uint16_t>(ip.end - ip.l3));
-        ef_put_be16(s + ip.l3 + 4, static_cast<uint16_t>(ef_get_be16(s + ip.l3 + 4) + index));
+        auto *h = reinterpret_cast<ef_ipv4_hdr *>(s + ip.l3);
+        ef_put_be16(h->total_len, static_cast<uint16_t>(ip.end - ip.l3));
+        ef_put_be16(h->id, static_cast<uint16_t>(ef_get_be16(h->id) + index));
         write_ipv4_header_checksum(s, ip);
     }
-    ef_put_be16(s + ip.l4 + 4, static_cast<uint16_t>(ip.end - ip.l4));
-    if (ip.v6 || ef_get_be16(s + ip.l4 + 6) != 0)
+    auto *udp = reinterpret_cast<ef_udp_hdr *>(s + ip.l4);
+    ef_put_be16(udp->len, static_cast<uint16_t>(ip.end - ip.l4));
+    if (ip.v6 || ef_get_be16(udp->csum) != 0)
         write_l4_checksum(s, ip);
 }
 
@@ -160,11 +169,11 @@ std::vector<Frame> segment_vxlan_tcp(const Frame &frame, uint32_t mtu, uint16_t 
 
 void insert_vlan_tag(Frame &frame, uint16_t tpid, uint16_t tci)
 {
-    if (frame.size() < kMacsLength) return;
-    const std::array<uint8_t, kTagLength> tag = {
+    if (frame.size() < EF_ETH_ADDRS_LEN) return;
+    const std::array<uint8_t, EF_VLAN_TAG_LEN> tag = {
         static_cast<uint8_t>(tpid >> 8), static_cast<uint8_t>(tpid),
         static_cast<uint8_t>(tci >> 8), static_cast<uint8_t>(tci)};
-    frame.insert(frame.begin() + kMacsLength, tag.begin(), tag.end());
+    frame.insert(frame.begin() + EF_ETH_ADDRS_LEN, tag.begin(), tag.end());
 }
 
 bool exceeds_mtu(const uint8_t *frame, size_t len, uint32_t mtu)
@@ -182,10 +191,11 @@ bool complete_l4_checksum(Frame &frame)
 std::vector<Frame> segment_tcp(const Frame &frame, uint32_t mtu, uint16_t gso_size)
 {
     const std::optional<IpLayout> ip = locate_ip(frame.data(), frame.size());
-    if (!ip || ip->proto != kProtoTcp || ip->end < ip->l4 + kTcpMinHeader) return {};
-    const size_t tcp_header = (size_t{frame[ip->l4 + 12]} >> 4) * 4;
+    if (!ip || ip->proto != EF_IPPROTO_TCP || ip->end < ip->l4 + EF_TCP_HLEN) return {};
+    const auto *tcp = reinterpret_cast<const ef_tcp_hdr *>(frame.data() + ip->l4);
+    const size_t tcp_header = (size_t{tcp->data_offset} >> 4) * 4;
     const size_t headers_end = ip->l4 + tcp_header;
-    if (tcp_header < kTcpMinHeader || headers_end > ip->end || mtu <= headers_end - ip->l3) return {};
+    if (tcp_header < EF_TCP_HLEN || headers_end > ip->end || mtu <= headers_end - ip->l3) return {};
     size_t mss = mtu - (headers_end - ip->l3);
     if (gso_size != 0) mss = std::min<size_t>(mss, gso_size);
     const size_t payload = ip->end - headers_end;
@@ -242,7 +252,7 @@ FixupResult fix_up_received_frame(const uint8_t *frame, size_t len, const RxOffl
     RxOffloadInfo at = info;
     if (info.vlan_stripped) {
         insert_vlan_tag(f, info.vlan_tpid, info.vlan_tci);
-        if (at.checksum_start >= kMacsLength) at.checksum_start = static_cast<uint16_t>(at.checksum_start + kTagLength);
+        if (at.checksum_start >= EF_ETH_ADDRS_LEN) at.checksum_start = static_cast<uint16_t>(at.checksum_start + EF_VLAN_TAG_LEN);
     }
     const bool oversize = exceeds_mtu(f.data(), f.size(), mtu);
     if (oversize || at.gso_size != 0) {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "ef_wire.h"
 #include "ip_layout.h"
 
 namespace efhost {
@@ -18,7 +19,7 @@ using Frame = std::vector<uint8_t>;
 // What the kernel reported about a received frame beside its bytes.
 struct RxOffloadInfo {
     bool vlan_stripped = false;  // the outer tag was taken out of the bytes
-    uint16_t vlan_tpid = 0x8100;
+    uint16_t vlan_tpid = EF_ETHERTYPE_VLAN;
     uint16_t vlan_tci = 0;
     bool checksum_pending = false;  // a local sender left the L4 checksum to offload
     // Where that checksum is, when the kernel said (its virtio-net header):
@@ -57,7 +58,7 @@ bool complete_checksum_at(Frame &frame, size_t start, size_t offset);
 // over IPv4 or IPv6 or when the MTU leaves no room for payload.
 std::vector<Frame> segment_tcp(const Frame &frame, uint32_t mtu, uint16_t gso_size = 0);
 
-// For a VXLAN packet (UDP port 4789) whose inner checksum a kernel VTEP on
+// For a VXLAN packet (to the standard UDP port) whose inner checksum a kernel VTEP on
 // this machine left to offload: completes the inner frame's L4 checksum and
 // refreshes the outer UDP checksum when one is used. False, unchanged, for
 // anything else.

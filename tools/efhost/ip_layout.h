@@ -9,16 +9,6 @@
 
 namespace efhost {
 
-constexpr uint8_t kProtoTcp = 6;
-constexpr uint8_t kProtoUdp = 17;
-constexpr uint8_t kProtoIcmpv6 = 58;
-constexpr size_t kTcpChecksumOffset = 16;
-constexpr size_t kTcpMinHeader = 20;
-constexpr uint8_t kTcpFin = 0x01;
-constexpr uint8_t kTcpPsh = 0x08;
-constexpr uint8_t kTcpAck = 0x10;
-constexpr uint8_t kTcpCwr = 0x80;
-
 struct IpLayout {
     size_t l3 = 0;   // IP header
     size_t l4 = 0;   // L4 header, after any IPv6 extension headers

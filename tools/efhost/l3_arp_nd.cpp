@@ -4,17 +4,26 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cstddef>
+
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 
 namespace efhost::l3 {
 namespace {
 
-constexpr size_t kArpFrame = kEthHeader + kArpBody;
-constexpr size_t kNdFrame = kEthHeader + kIpv6Header + kNdBody + kNdLinkOption;
+constexpr size_t kArpFrame = EF_ETH_HLEN + EF_ARP_LEN;
+constexpr size_t kNdFrame = EF_ETH_HLEN + EF_IPV6_HLEN + EF_ND_LEN + EF_ND_LINK_ADDR_OPT_LEN;
+// Options are counted in units of the link-layer address option's length,
+// and each starts with its type and that count.
+constexpr size_t kNdOptionUnit = EF_ND_LINK_ADDR_OPT_LEN;
+constexpr size_t kNdOptionHeader = offsetof(ef_nd_link_addr_opt, mac);
+constexpr size_t kIpv4AddrLen = sizeof(ef_arp::sender_ip);
 
 Mac mac_at(const uint8_t *p)
 {
     Mac m;
-    std::copy(p, p + 6, m.begin());
+    std::copy(p, p + m.size(), m.begin());
     return m;
 }
 
@@ -30,25 +39,26 @@ uint8_t *put_eth(std::vector<uint8_t> &out, size_t total, const Mac &dst, const 
                  uint16_t type)
 {
     out.assign(total, 0);
-    std::copy(dst.begin(), dst.end(), out.begin());
-    std::copy(src.begin(), src.end(), out.begin() + 6);
-    ef_put_be16(&out[12], type);
-    return out.data() + kEthHeader;
+    auto *eth = reinterpret_cast<ef_eth_hdr *>(out.data());
+    std::copy(dst.begin(), dst.end(), eth->dst);
+    std::copy(src.begin(), src.end(), eth->src);
+    ef_put_be16(eth->type, type);
+    return out.data() + EF_ETH_HLEN;
 }
 
 void build_arp(std::vector<uint8_t> &out, uint16_t op, const Mac &eth_dst, const Mac &own_mac,
                const IpAddr &own_ip, const Mac &target_mac, const IpAddr &target_ip)
 {
-    uint8_t *p = put_eth(out, kArpFrame, eth_dst, own_mac, kEtherArp);
-    ef_put_be16(p, kArpHwEthernet);
-    ef_put_be16(p + 2, kEtherIpv4);
-    p[4] = 6;
-    p[5] = 4;
-    ef_put_be16(p + 6, op);
-    std::copy(own_mac.begin(), own_mac.end(), p + 8);
-    std::copy(own_ip.addr.begin(), own_ip.addr.begin() + 4, p + 14);
-    std::copy(target_mac.begin(), target_mac.end(), p + 18);
-    std::copy(target_ip.addr.begin(), target_ip.addr.begin() + 4, p + 24);
+    auto *arp = reinterpret_cast<ef_arp *>(put_eth(out, kArpFrame, eth_dst, own_mac, EF_ETHERTYPE_ARP));
+    ef_put_be16(arp->hw_type, EF_ARP_HW_ETHERNET);
+    ef_put_be16(arp->proto_type, EF_ETHERTYPE_IPV4);
+    arp->hw_len = EF_ETH_ALEN;
+    arp->proto_len = kIpv4AddrLen;
+    ef_put_be16(arp->op, op);
+    std::copy(own_mac.begin(), own_mac.end(), arp->sender_mac);
+    std::copy(own_ip.addr.begin(), own_ip.addr.begin() + kIpv4AddrLen, arp->sender_ip);
+    std::copy(target_mac.begin(), target_mac.end(), arp->target_mac);
+    std::copy(target_ip.addr.begin(), target_ip.addr.begin() + kIpv4AddrLen, arp->target_ip);
 }
 
 // IPv6 header and ICMPv6 body of a solicitation or advertisement; the
@@ -56,23 +66,26 @@ void build_arp(std::vector<uint8_t> &out, uint16_t op, const Mac &eth_dst, const
 void build_nd(uint8_t *ip, uint8_t type, uint32_t flags, const IpAddr &src, const IpAddr &dst,
               const IpAddr &target, const Mac *link, uint8_t option)
 {
-    const size_t body_len = kNdBody + (link != nullptr ? kNdLinkOption : 0);
-    ef_put_be32(ip, 6u << 28);
-    ef_put_be16(ip + 4, static_cast<uint16_t>(body_len));
-    ip[6] = kProtoIcmpv6;
-    ip[7] = kNdHopLimit;
-    std::copy(src.addr.begin(), src.addr.end(), ip + 8);
-    std::copy(dst.addr.begin(), dst.addr.end(), ip + 24);
-    uint8_t *body = ip + kIpv6Header;
-    body[0] = type;
-    ef_put_be32(body + 4, flags);
-    std::copy(target.addr.begin(), target.addr.end(), body + 8);
+    const size_t body_len = EF_ND_LEN + (link != nullptr ? EF_ND_LINK_ADDR_OPT_LEN : 0);
+    auto *h = reinterpret_cast<ef_ipv6_hdr *>(ip);
+    ef_put_be32(h->ver_tc_flow, uint32_t{EF_IPV6_VERSION} << 28);
+    ef_put_be16(h->payload_len, static_cast<uint16_t>(body_len));
+    h->next_hdr = EF_IPPROTO_ICMPV6;
+    h->hop_limit = EF_ND_HOP_LIMIT;
+    std::copy(src.addr.begin(), src.addr.end(), h->src);
+    std::copy(dst.addr.begin(), dst.addr.end(), h->dst);
+    uint8_t *body = ip + EF_IPV6_HLEN;
+    auto *nd = reinterpret_cast<ef_nd_msg *>(body);
+    nd->type = type;
+    ef_put_be32(nd->flags, flags);
+    std::copy(target.addr.begin(), target.addr.end(), nd->target);
     if (link != nullptr) {
-        body[kNdBody] = option;
-        body[kNdBody + 1] = 1;  // in units of 8 bytes
-        std::copy(link->begin(), link->end(), body + kNdBody + 2);
+        auto *opt = reinterpret_cast<ef_nd_link_addr_opt *>(body + EF_ND_LEN);
+        opt->type = option;
+        opt->units = EF_ND_LINK_ADDR_OPT_LEN / kNdOptionUnit;
+        std::copy(link->begin(), link->end(), opt->mac);
     }
-    ef_put_be16(body + 2, icmpv6_checksum(src, dst, body, body_len));
+    ef_put_be16(nd->csum, icmpv6_checksum(src, dst, body, body_len));
 }
 
 // The link-layer address option of the wanted type among the options, or
@@ -80,11 +93,12 @@ void build_nd(uint8_t *ip, uint8_t type, uint32_t flags, const IpAddr &src, cons
 bool find_link_option(const uint8_t *opt, size_t len, uint8_t wanted, std::optional<Mac> &out)
 {
     while (len > 0) {
-        if (len < 2 || opt[1] == 0 || size_t{opt[1]} * 8 > len)
+        const auto *o = reinterpret_cast<const ef_nd_link_addr_opt *>(opt);
+        if (len < kNdOptionHeader || o->units == 0 || size_t{o->units} * kNdOptionUnit > len)
             return false;
-        const size_t size = size_t{opt[1]} * 8;
-        if (opt[0] == wanted && size >= 8)
-            out = mac_at(opt + 2);
+        const size_t size = size_t{o->units} * kNdOptionUnit;
+        if (o->type == wanted && size >= EF_ND_LINK_ADDR_OPT_LEN)
+            out = mac_at(o->mac);
         opt += size;
         len -= size;
     }
@@ -95,45 +109,50 @@ bool find_link_option(const uint8_t *opt, size_t len, uint8_t wanted, std::optio
 
 std::optional<ArpMessage> parse_arp(const uint8_t *frame, size_t len)
 {
-    if (len < kArpFrame || ef_get_be16(frame + 12) != kEtherArp)
+    const auto *eth = reinterpret_cast<const ef_eth_hdr *>(frame);
+    if (len < kArpFrame || ef_get_be16(eth->type) != EF_ETHERTYPE_ARP)
         return std::nullopt;
-    const uint8_t *p = frame + kEthHeader;
-    if (ef_get_be16(p) != kArpHwEthernet || ef_get_be16(p + 2) != kEtherIpv4 || p[4] != 6 || p[5] != 4)
+    const auto *arp = reinterpret_cast<const ef_arp *>(frame + EF_ETH_HLEN);
+    if (ef_get_be16(arp->hw_type) != EF_ARP_HW_ETHERNET || ef_get_be16(arp->proto_type) != EF_ETHERTYPE_IPV4 ||
+        arp->hw_len != EF_ETH_ALEN || arp->proto_len != kIpv4AddrLen)
         return std::nullopt;
     ArpMessage m;
-    m.op = ef_get_be16(p + 6);
-    if (m.op != kArpRequest && m.op != kArpReply)
+    m.op = ef_get_be16(arp->op);
+    if (m.op != EF_ARP_REQUEST && m.op != EF_ARP_REPLY)
         return std::nullopt;
-    m.sender_mac = mac_at(p + 8);
-    m.sender_ip = ip_at(AF_INET, p + 14);
-    m.target_mac = mac_at(p + 18);
-    m.target_ip = ip_at(AF_INET, p + 24);
+    m.sender_mac = mac_at(arp->sender_mac);
+    m.sender_ip = ip_at(AF_INET, arp->sender_ip);
+    m.target_mac = mac_at(arp->target_mac);
+    m.target_ip = ip_at(AF_INET, arp->target_ip);
     return m;
 }
 
 std::optional<NdMessage> parse_nd(const uint8_t *frame, size_t len)
 {
-    if (len < kEthHeader + kIpv6Header + kNdBody || ef_get_be16(frame + 12) != kEtherIpv6)
+    const auto *eth = reinterpret_cast<const ef_eth_hdr *>(frame);
+    if (len < EF_ETH_HLEN + EF_IPV6_HLEN + EF_ND_LEN || ef_get_be16(eth->type) != EF_ETHERTYPE_IPV6)
         return std::nullopt;
-    const uint8_t *ip = frame + kEthHeader;
-    const size_t payload = ef_get_be16(ip + 4);
-    if (ip[0] >> 4 != 6 || ip[6] != kProtoIcmpv6 || ip[7] != kNdHopLimit || payload < kNdBody ||
-        payload > len - kEthHeader - kIpv6Header)
+    const auto *ip = reinterpret_cast<const ef_ipv6_hdr *>(frame + EF_ETH_HLEN);
+    const size_t payload = ef_get_be16(ip->payload_len);
+    if (ip->ver_tc_flow[0] >> 4 != EF_IPV6_VERSION || ip->next_hdr != EF_IPPROTO_ICMPV6 ||
+        ip->hop_limit != EF_ND_HOP_LIMIT || payload < EF_ND_LEN || payload > len - EF_ETH_HLEN - EF_IPV6_HLEN)
         return std::nullopt;
-    const uint8_t *body = ip + kIpv6Header;
-    if ((body[0] != kNeighbourSolicit && body[0] != kNeighbourAdvert) || body[1] != 0)
+    const uint8_t *body = frame + EF_ETH_HLEN + EF_IPV6_HLEN;
+    const auto *nd = reinterpret_cast<const ef_nd_msg *>(body);
+    if ((nd->type != EF_ND_NEIGHBOUR_SOLICIT && nd->type != EF_ND_NEIGHBOUR_ADVERT) || nd->code != 0)
         return std::nullopt;
     NdMessage m;
-    m.type = body[0];
-    m.eth_src = mac_at(frame + 6);
-    m.src = ip_at(AF_INET6, ip + 8);
-    m.dst = ip_at(AF_INET6, ip + 24);
+    m.type = nd->type;
+    m.eth_src = mac_at(eth->src);
+    m.src = ip_at(AF_INET6, ip->src);
+    m.dst = ip_at(AF_INET6, ip->dst);
     if (icmpv6_checksum(m.src, m.dst, body, payload) != 0)
         return std::nullopt;
-    m.flags = ef_get_be32(body + 4);
-    m.target = ip_at(AF_INET6, body + 8);
-    const uint8_t wanted = m.type == kNeighbourSolicit ? kOptSourceLinkAddr : kOptTargetLinkAddr;
-    if (!find_link_option(body + kNdBody, payload - kNdBody, wanted, m.link_addr))
+    m.flags = ef_get_be32(nd->flags);
+    m.target = ip_at(AF_INET6, nd->target);
+    const uint8_t wanted =
+        m.type == EF_ND_NEIGHBOUR_SOLICIT ? EF_ND_OPT_SOURCE_LINK_ADDR : EF_ND_OPT_TARGET_LINK_ADDR;
+    if (!find_link_option(body + EF_ND_LEN, payload - EF_ND_LEN, wanted, m.link_addr))
         return std::nullopt;
     return m;
 }
@@ -141,20 +160,20 @@ std::optional<NdMessage> parse_nd(const uint8_t *frame, size_t len)
 void build_ip_frame(std::vector<uint8_t> &out, const Mac &dst, const Mac &src, uint16_t type,
                     const uint8_t *packet, size_t len)
 {
-    uint8_t *p = put_eth(out, kEthHeader + len, dst, src, type);
+    uint8_t *p = put_eth(out, EF_ETH_HLEN + len, dst, src, type);
     std::copy(packet, packet + len, p);
 }
 
 void build_arp_request(std::vector<uint8_t> &out, const Mac &own_mac, const IpAddr &sender,
                        const IpAddr &target)
 {
-    build_arp(out, kArpRequest, kBroadcastMac, own_mac, sender, Mac{}, target);
+    build_arp(out, EF_ARP_REQUEST, kBroadcastMac, own_mac, sender, Mac{}, target);
 }
 
 void build_arp_reply(std::vector<uint8_t> &out, const Mac &own_mac, const IpAddr &own_ip,
                      const Mac &asker_mac, const IpAddr &asker_ip)
 {
-    build_arp(out, kArpReply, asker_mac, own_mac, own_ip, asker_mac, asker_ip);
+    build_arp(out, EF_ARP_REPLY, asker_mac, own_mac, own_ip, asker_mac, asker_ip);
 }
 
 void build_ns(std::vector<uint8_t> &out, const Mac &own_mac, const IpAddr &src,
@@ -168,17 +187,17 @@ void build_ns(std::vector<uint8_t> &out, const Mac &own_mac, const IpAddr &src,
     std::copy(target.addr.begin() + 13, target.addr.end(), group.addr.begin() + 13);
     const Mac group_mac{0x33, 0x33, 0xff, target.addr[13], target.addr[14], target.addr[15]};
     const bool with_link = !src.unspecified();
-    const size_t total = kNdFrame - (with_link ? 0 : kNdLinkOption);
-    uint8_t *ip = put_eth(out, total, group_mac, own_mac, kEtherIpv6);
-    build_nd(ip, kNeighbourSolicit, 0, src, group, target, with_link ? &own_mac : nullptr,
-             kOptSourceLinkAddr);
+    const size_t total = kNdFrame - (with_link ? 0 : EF_ND_LINK_ADDR_OPT_LEN);
+    uint8_t *ip = put_eth(out, total, group_mac, own_mac, EF_ETHERTYPE_IPV6);
+    build_nd(ip, EF_ND_NEIGHBOUR_SOLICIT, 0, src, group, target, with_link ? &own_mac : nullptr,
+             EF_ND_OPT_SOURCE_LINK_ADDR);
 }
 
 void build_na(std::vector<uint8_t> &out, const Mac &own_mac, const Mac &eth_dst,
               const IpAddr &target, const IpAddr &dst, uint32_t flags)
 {
-    uint8_t *ip = put_eth(out, kNdFrame, eth_dst, own_mac, kEtherIpv6);
-    build_nd(ip, kNeighbourAdvert, flags, target, dst, target, &own_mac, kOptTargetLinkAddr);
+    uint8_t *ip = put_eth(out, kNdFrame, eth_dst, own_mac, EF_ETHERTYPE_IPV6);
+    build_nd(ip, EF_ND_NEIGHBOUR_ADVERT, flags, target, dst, target, &own_mac, EF_ND_OPT_TARGET_LINK_ADDR);
 }
 
 }  // namespace efhost::l3

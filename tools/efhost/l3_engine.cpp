@@ -9,9 +9,12 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <iterator>
 #include <mutex>
 #include <thread>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efmp.h"
 #include "efrt_l3.h"
 #include "l3_arp_nd.h"
@@ -38,14 +41,16 @@ struct Outgoing {
 std::optional<IpAddr> ip_destination(const uint8_t *packet, size_t len)
 {
     IpAddr dst;
-    if (len >= kIpv4Header && packet[0] >> 4 == 4) {
+    const auto *v4 = reinterpret_cast<const ef_ipv4_hdr *>(packet);
+    if (len >= EF_IPV4_HLEN && v4->ver_ihl >> 4 == EF_IPV4_VERSION) {
         dst.family = AF_INET;
-        std::copy(packet + 16, packet + 20, dst.addr.begin());
+        std::copy(std::begin(v4->dst), std::end(v4->dst), dst.addr.begin());
         return dst;
     }
-    if (len >= kIpv6Header && packet[0] >> 4 == 6) {
+    const auto *v6 = reinterpret_cast<const ef_ipv6_hdr *>(packet);
+    if (len >= EF_IPV6_HLEN && v6->ver_tc_flow[0] >> 4 == EF_IPV6_VERSION) {
         dst.family = AF_INET6;
-        std::copy(packet + 24, packet + 40, dst.addr.begin());
+        std::copy(std::begin(v6->dst), std::end(v6->dst), dst.addr.begin());
         return dst;
     }
     return std::nullopt;
@@ -158,7 +163,7 @@ void L3Engine::Impl::emit_ip(size_t port, const Mac &mac, const IpAddr &dst,
                              const uint8_t *packet, size_t len)
 {
     thread_local std::vector<uint8_t> frame;
-    build_ip_frame(frame, mac, ports[port].mac, dst.family == AF_INET ? kEtherIpv4 : kEtherIpv6,
+    build_ip_frame(frame, mac, ports[port].mac, dst.family == AF_INET ? EF_ETHERTYPE_IPV4 : EF_ETHERTYPE_IPV6,
                    packet, len);
     Port *p = ports[port].port;
     if (p != nullptr && p->send(frame.data(), frame.size()))
@@ -237,7 +242,7 @@ bool L3Engine::Impl::handle_arp(size_t port, const uint8_t *frame, size_t len)
         std::lock_guard<std::mutex> g(lock);
         waiting = neighbours.learn(asker, m->sender_mac, now_ms(), ours);
     }
-    if (ours && m->op == kArpRequest) {
+    if (ours && m->op == EF_ARP_REQUEST) {
         std::vector<uint8_t> reply;
         build_arp_reply(reply, ports[port].mac, m->target_ip, m->sender_mac, m->sender_ip);
         emit(port, reply.data(), reply.size());
@@ -252,7 +257,7 @@ bool L3Engine::Impl::handle_nd(size_t port, const uint8_t *frame, size_t len)
     const std::optional<NdMessage> m = parse_nd(frame, len);
     if (!m)
         return false;
-    const bool solicit = m->type == kNeighbourSolicit;
+    const bool solicit = m->type == EF_ND_NEIGHBOUR_SOLICIT;
     const bool ours = is_own(port, solicit ? m->target : m->dst);
     // A solicitation teaches the asker's address, an advertisement the target's.
     const NeighbourKey learnt{port, solicit ? m->src : m->target};
@@ -385,11 +390,11 @@ void L3Engine::send_ip(const uint8_t *packet, size_t len) { impl_->send_ip(packe
 bool L3Engine::handle_rx(uint32_t ifindex, const uint8_t *frame, size_t len)
 {
     const std::optional<size_t> port = impl_->port_index(ifindex);
-    if (!port || len < kEthHeader)
+    if (!port || len < EF_ETH_HLEN)
         return false;
-    switch (ef_get_be16(frame + 12)) {
-    case kEtherArp: return impl_->handle_arp(*port, frame, len);
-    case kEtherIpv6: return impl_->handle_nd(*port, frame, len);
+    switch (ef_get_be16(reinterpret_cast<const ef_eth_hdr *>(frame)->type)) {
+    case EF_ETHERTYPE_ARP: return impl_->handle_arp(*port, frame, len);
+    case EF_ETHERTYPE_IPV6: return impl_->handle_nd(*port, frame, len);
     default: return false;
     }
 }

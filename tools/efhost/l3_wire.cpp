@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include "ef_csum.h"
+#include "ef_wire.h"
 
 namespace efhost::l3 {
 
@@ -43,7 +44,7 @@ uint16_t icmpv6_checksum(const IpAddr &src, const IpAddr &dst, const uint8_t *bo
 {
     uint8_t tail[8] = {};
     ef_put_be32(tail, static_cast<uint32_t>(len));
-    tail[7] = kProtoIcmpv6;
+    tail[7] = EF_IPPROTO_ICMPV6;
     uint64_t sum = ef_csum_accumulate(0, src.addr.data(), 16);
     sum = ef_csum_accumulate(sum, dst.addr.data(), 16);
     sum = ef_csum_accumulate(sum, tail, sizeof tail);

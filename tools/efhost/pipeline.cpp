@@ -4,6 +4,8 @@
 #include <cstring>
 #include <vector>
 
+#include "ef_byteorder.h"
+#include "ef_wire.h"
 #include "efrt_bcast.h"
 #include "efrt_pipeline.h"
 #include "efrt_services.h"
@@ -13,7 +15,8 @@ namespace efhost {
 
 namespace {
 
-constexpr size_t kEthHeader = 14;
+// The priority bits of a tag's TCI, above the drop-eligible bit.
+constexpr uint32_t kVlanPcpMask = 0x7u << EF_VLAN_PCP_SHIFT;
 
 // Spreads the port threads over the per-CPU hand-off slots.
 void bind_cpu_slot()
@@ -75,7 +78,7 @@ void Pipeline::handle(uint32_t ifindex, const uint8_t *frame, size_t len)
     count(counters_.received);
     auto info = ports_.find(ifindex);
     // The underlay's own ARP and neighbour discovery stop here.
-    if (len >= kEthHeader && info != ports_.end() && info->second.has_addresses &&
+    if (len >= EF_ETH_HLEN && info != ports_.end() && info->second.has_addresses &&
         l3_ != nullptr && l3_->handle_rx(ifindex, frame, len))
         return count(counters_.underlay);
     efmp_buff_t *buff = efrt::pipeline_frame(ifindex, frame, len);
@@ -103,7 +106,7 @@ void Pipeline::handle(uint32_t ifindex, const uint8_t *frame, size_t len)
 void Pipeline::transmit(uint32_t ifindex, const efmp_buff_t *buff)
 {
     auto it = ports_.find(ifindex);
-    if (it == ports_.end() || buff->len < kEthHeader)
+    if (it == ports_.end() || buff->len < EF_ETH_HLEN)
         return;
     const uint8_t *frame = buff->head + buff->data_off;
     const uint32_t tag = efmp_buff_tag_word(buff);
@@ -114,14 +117,14 @@ void Pipeline::transmit(uint32_t ifindex, const efmp_buff_t *buff)
         it->second.port->send(frame, buff->len);
         return;
     }
-    std::vector<uint8_t> tagged(buff->len + 4);
-    std::memcpy(tagged.data(), frame, 12);
-    const uint16_t tci = static_cast<uint16_t>((tag & 0xE000) | vid);
-    tagged[12] = 0x81;
-    tagged[13] = 0x00;
-    tagged[14] = static_cast<uint8_t>(tci >> 8);
-    tagged[15] = static_cast<uint8_t>(tci);
-    std::memcpy(tagged.data() + 16, frame + 12, buff->len - 12);
+    std::vector<uint8_t> tagged(buff->len + EF_VLAN_TAG_LEN);
+    std::memcpy(tagged.data(), frame, EF_ETH_ADDRS_LEN);
+    const uint16_t tci = static_cast<uint16_t>((tag & kVlanPcpMask) | vid);
+    auto *vlan = reinterpret_cast<ef_vlan_tag *>(tagged.data() + EF_ETH_ADDRS_LEN);
+    ef_put_be16(vlan->tpid, EF_ETHERTYPE_VLAN);
+    ef_put_be16(vlan->tci, tci);
+    std::memcpy(tagged.data() + EF_ETH_ADDRS_LEN + EF_VLAN_TAG_LEN, frame + EF_ETH_ADDRS_LEN,
+                buff->len - EF_ETH_ADDRS_LEN);
     it->second.port->send(tagged.data(), tagged.size());
 }
 

@@ -30,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "ef_wire.h"
 #include "frame_fixup.h"
 #include "port.h"
 #include "rcu.h"
@@ -49,7 +50,6 @@ constexpr int kSocketBuffer = 8 << 20;
 constexpr int kPollTimeoutMs = 100;
 constexpr int kSendAttempts = 50;
 constexpr auto kSendRetryPause = std::chrono::microseconds(200);
-constexpr size_t kEthernetHeader = 14;
 constexpr size_t kVnetHeader = sizeof(VnetHeader);
 // What goes before a frame sent as it is: no offload asked for.
 const VnetHeader kPlainHeader{};
@@ -335,7 +335,7 @@ void AfPacketPort::deliver(const uint8_t *data, size_t len, size_t wire_len, con
         info.checksum_pending |= (aux.tp_status & TP_STATUS_CSUMNOTREADY) != 0;
     }
     if (!info.vlan_stripped && !info.checksum_pending && info.gso_size == 0 &&
-        len <= mtu_ + kEthernetHeader) {
+        len <= mtu_ + EF_ETH_HLEN) {
         rx_.fetch_add(1, std::memory_order_relaxed);
         rx_handler_(data, len);
         return;

@@ -3,20 +3,20 @@
 #include "tcp_join.h"
 
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <optional>
 #include <utility>
 
 #include "ef_byteorder.h"
 #include "ef_csum.h"
+#include "ef_wire.h"
 #include "ip_layout.h"
 
 namespace efhost {
 
 namespace {
 
-constexpr size_t kIpv4Header = 20;
-constexpr size_t kIpv6Header = 40;
 constexpr size_t kMaxIpPacket = 65535;
 
 // A frame that may be joined, and where its parts are.
@@ -50,26 +50,43 @@ std::optional<Segment> joinable(const std::vector<uint8_t> &frame)
 {
     const uint8_t *f = frame.data();
     const std::optional<IpLayout> ip = locate_ip(f, frame.size());
-    if (!ip || ip->proto != kProtoTcp || ip->end != frame.size() ||
-        ip->l4 - ip->l3 != (ip->v6 ? kIpv6Header : kIpv4Header) || ip->end < ip->l4 + kTcpMinHeader)
+    if (!ip || ip->proto != EF_IPPROTO_TCP || ip->end != frame.size() ||
+        ip->l4 - ip->l3 != (ip->v6 ? EF_IPV6_HLEN : EF_IPV4_HLEN) || ip->end < ip->l4 + EF_TCP_HLEN)
         return std::nullopt;
-    Segment s{*ip, ip->l4 + (size_t{f[ip->l4 + 12]} >> 4) * 4, ef_get_be32(f + ip->l4 + 4),
-              ip->v6 ? uint16_t{0} : ef_get_be16(f + ip->l3 + 4), f[ip->l4 + 13]};
-    if (s.payload_at < ip->l4 + kTcpMinHeader || s.payload_at >= ip->end ||
-        (s.flags & ~kTcpPsh) != kTcpAck || !ipv4_header_valid(f, *ip) || !tcp_checksum_valid(f, *ip))
+    const auto *tcp = reinterpret_cast<const ef_tcp_hdr *>(f + ip->l4);
+    const auto *ipv4 = reinterpret_cast<const ef_ipv4_hdr *>(f + ip->l3);
+    Segment s{*ip, ip->l4 + (size_t{tcp->data_offset} >> 4) * 4, ef_get_be32(tcp->seq),
+              ip->v6 ? uint16_t{0} : ef_get_be16(ipv4->id), tcp->flags};
+    if (s.payload_at < ip->l4 + EF_TCP_HLEN || s.payload_at >= ip->end ||
+        (s.flags & ~EF_TCP_PSH) != EF_TCP_ACK || !ipv4_header_valid(f, *ip) || !tcp_checksum_valid(f, *ip))
         return std::nullopt;
     return s;
 }
 
+using ByteRange = std::pair<size_t, size_t>;
+
+constexpr ByteRange bytes_at(size_t header, size_t offset, size_t size)
+{
+    return {header + offset, header + offset + size};
+}
+
 // The header bytes that differ from segment to segment of one super-frame.
-std::array<std::pair<size_t, size_t>, 5> varying_fields(const Segment &s)
+std::array<ByteRange, 5> varying_fields(const Segment &s)
 {
     const size_t l3 = s.ip.l3;
     const size_t l4 = s.ip.l4;
-    if (s.ip.v6)  // payload length, sequence number, flags, checksum
-        return {{{l3 + 4, l3 + 6}, {l3 + 4, l3 + 6}, {l4 + 4, l4 + 8}, {l4 + 13, l4 + 14}, {l4 + 16, l4 + 18}}};
-    // total length and id, header checksum, sequence number, flags, checksum
-    return {{{l3 + 2, l3 + 6}, {l3 + 10, l3 + 12}, {l4 + 4, l4 + 8}, {l4 + 13, l4 + 14}, {l4 + 16, l4 + 18}}};
+    const ByteRange seq = bytes_at(l4, offsetof(ef_tcp_hdr, seq), sizeof(ef_tcp_hdr::seq));
+    const ByteRange flags = bytes_at(l4, offsetof(ef_tcp_hdr, flags), sizeof(ef_tcp_hdr::flags));
+    const ByteRange csum = bytes_at(l4, offsetof(ef_tcp_hdr, csum), sizeof(ef_tcp_hdr::csum));
+    if (s.ip.v6) {
+        const ByteRange length =
+            bytes_at(l3, offsetof(ef_ipv6_hdr, payload_len), sizeof(ef_ipv6_hdr::payload_len));
+        return {{length, length, seq, flags, csum}};
+    }
+    // The total length and the id lie next to each other.
+    const ByteRange length_and_id = {l3 + offsetof(ef_ipv4_hdr, total_len), l3 + offsetof(ef_ipv4_hdr, frag)};
+    const ByteRange header_csum = bytes_at(l3, offsetof(ef_ipv4_hdr, csum), sizeof(ef_ipv4_hdr::csum));
+    return {{length_and_id, header_csum, seq, flags, csum}};
 }
 
 bool same_headers(const uint8_t *a, const uint8_t *b, const Segment &s)
@@ -88,7 +105,7 @@ bool follows(const std::vector<uint8_t> &first_frame, const Segment &first, cons
              size_t run_payload, const std::vector<uint8_t> &next_frame, const Segment &next)
 {
     return next.ip.v6 == first.ip.v6 && next.payload_at == first.payload_at &&
-           (last.flags & kTcpPsh) == 0 && last.payload() == first.payload() &&
+           (last.flags & EF_TCP_PSH) == 0 && last.payload() == first.payload() &&
            next.payload() <= first.payload() && next.seq == static_cast<uint32_t>(last.seq + last.payload()) &&
            (first.ip.v6 || next.ipv4_id == static_cast<uint16_t>(last.ipv4_id + 1)) &&
            first.payload_at - first.ip.l3 + run_payload + next.payload() <= kMaxIpPacket &&
@@ -111,19 +128,20 @@ TxUnit join(const std::vector<uint8_t> *frames, size_t first, size_t count, cons
     ip.end = j.size();
     uint8_t *f = j.data();
     if (ip.v6) {
-        ef_put_be16(f + ip.l3 + 4, static_cast<uint16_t>(ip.end - ip.l4));
+        ef_put_be16(reinterpret_cast<ef_ipv6_hdr *>(f + ip.l3)->payload_len, static_cast<uint16_t>(ip.end - ip.l4));
     } else {
-        ef_put_be16(f + ip.l3 + 2, static_cast<uint16_t>(ip.end - ip.l3));
+        ef_put_be16(reinterpret_cast<ef_ipv4_hdr *>(f + ip.l3)->total_len, static_cast<uint16_t>(ip.end - ip.l3));
         write_ipv4_header_checksum(f, ip);
     }
-    f[ip.l4 + 13] = last.flags;
-    ef_put_be16(f + ip.l4 + kTcpChecksumOffset, pseudo_header_sum(f, ip, ip.end - ip.l4));
+    auto *tcp = reinterpret_cast<ef_tcp_hdr *>(f + ip.l4);
+    tcp->flags = last.flags;
+    ef_put_be16(tcp->csum, pseudo_header_sum(f, ip, ip.end - ip.l4));
     unit.header.flags = kVnetNeedsChecksum;
     unit.header.gso_type = ip.v6 ? kVnetGsoTcpv6 : kVnetGsoTcpv4;
     unit.header.hdr_len = static_cast<uint16_t>(s.payload_at);
     unit.header.gso_size = static_cast<uint16_t>(s.payload());
     unit.header.csum_start = static_cast<uint16_t>(ip.l4);
-    unit.header.csum_offset = static_cast<uint16_t>(kTcpChecksumOffset);
+    unit.header.csum_offset = static_cast<uint16_t>(EF_TCP_CSUM_OFFSET);
     return unit;
 }
 
