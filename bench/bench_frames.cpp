@@ -34,7 +34,7 @@ void put_ipv4_checksum(Bytes &f, size_t at)
 void put_ipv4(Bytes &f, size_t at, uint16_t total, const char *src, const char *dst)
 {
     auto *ip = reinterpret_cast<ef_ipv4_hdr *>(&f[at]);
-    ip->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    ip->ver_ihl = EF_IPV4_VER_IHL;
     ef_put_be16(ip->total_len, total);
     ef_put_be16(ip->id, 0x1234);
     ip->ttl = 64;

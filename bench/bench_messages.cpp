@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "vxlan_ef_tlv_catalogue.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxbench {
 

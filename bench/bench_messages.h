@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "vxlan_ef.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxbench {
 

@@ -11,6 +11,8 @@
 #include "efrt_l3.h"
 #include "efrt_services.h"
 #include "vxlan_ef.h"
+#include "vxlan_ef_frame.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxbench {
 

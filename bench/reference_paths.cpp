@@ -19,6 +19,7 @@
 #include "efrt_bcast.h"
 #include "efrt_l3.h"
 #include "efrt_pipeline.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxbench {
 
@@ -214,7 +215,7 @@ void build_header(Tunnel &t, const TunnelConfig &s, uint32_t vni)
         inet_pton(AF_INET6, s.remote, h->dst);
     } else {
         auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip);
-        h->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+        h->ver_ihl = EF_IPV4_VER_IHL;
         ef_put_be16(h->frag, EF_IPV4_DONT_FRAGMENT);  // as the module sends
         h->ttl = 64;
         h->proto = EF_IPPROTO_UDP;
@@ -531,7 +532,7 @@ const uint8_t *checked_inner(const efmp_buff_t *b, const uint8_t *vtep, bool ipv
     const auto *h4 = reinterpret_cast<const ef_ipv4_hdr *>(ip);
     const bool ip_ok = ipv6 ? h6->ver_tc_flow[0] >> 4 == EF_IPV6_VERSION && ef_get_be16(h6->payload_len) == udp_len &&
                                   h6->next_hdr == EF_IPPROTO_UDP && std::memcmp(h6->dst, vtep, sizeof h6->dst) == 0
-                            : h4->ver_ihl == (EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4) &&
+                            : h4->ver_ihl == EF_IPV4_VER_IHL &&
                                   ef_get_be16(h4->total_len) == b->len && h4->proto == EF_IPPROTO_UDP &&
                                   sums_to_ones(be_sum(ip, EF_IPV4_HLEN)) &&
                                   std::memcmp(h4->dst, vtep, sizeof h4->dst) == 0;

@@ -2,6 +2,7 @@
 // together (receive parser, tunnel parser, forwarding decision, the tunnel's
 // encapsulation hook, the L3 hand-off queue), and the control path through
 // the message channel and the module's task.
+#include "vxlan_ef_tables.h"
 #include "workloads.h"
 
 #include <cstring>

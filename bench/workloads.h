@@ -13,6 +13,7 @@
 #include "bench_frames.h"
 #include "efmp.h"
 #include "vxlan_ef.h"
+#include "vxlan_ef_tables.h"
 
 namespace vxbench {
 

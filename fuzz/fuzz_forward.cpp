@@ -34,6 +34,8 @@
 #include "efrt_services.h"
 #include "module_harness.h"
 #include "vxlan_ef.h"
+#include "vxlan_ef_encap.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

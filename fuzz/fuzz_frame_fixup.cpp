@@ -20,7 +20,6 @@
 namespace {
 
 constexpr size_t kHeader = 5;
-constexpr uint16_t kEthertypeServiceTag = 0x88A8;  // 802.1ad
 
 [[noreturn]] void fail(const char *what)
 {
@@ -44,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     efhost::RxOffloadInfo info;
     info.vlan_stripped = (data[0] & 0x01) != 0;
     info.checksum_pending = (data[0] & 0x02) != 0;
-    info.vlan_tpid = (data[0] & 0x04) != 0 ? kEthertypeServiceTag : EF_ETHERTYPE_VLAN;
+    info.vlan_tpid = (data[0] & 0x04) != 0 ? EF_ETHERTYPE_QINQ : EF_ETHERTYPE_VLAN;
     info.vlan_tci = static_cast<uint16_t>(data[1] << 8 | data[2]);
     if ((data[0] & 0x08) != 0) info.gso_size = info.vlan_tci;
     if ((data[0] & 0x10) != 0) {

@@ -110,8 +110,6 @@ uint16_t ones_sum(const Bytes &data, uint32_t start = 0)
 
 // ---- frames ----
 
-constexpr uint16_t kEthertypeServiceTag = 0x88A8;  // 802.1ad
-constexpr uint16_t kEthertypeLldp = 0x88CC;
 
 constexpr Mac kBroadcast{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 constexpr Mac kHostBehindT1{0x00, 0x11, 0x22, 0x33, 0x44, 0x01};
@@ -157,7 +155,7 @@ Bytes ipv4(const Bytes &src, const Bytes &dst, uint8_t proto, const Bytes &paylo
 {
     Bytes ip(EF_IPV4_HLEN);
     auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip.data());
-    h->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    h->ver_ihl = EF_IPV4_VER_IHL;
     ef_put_be16(h->total_len, static_cast<uint16_t>(EF_IPV4_HLEN + payload.size()));
     ef_put_be16(h->id, ident);
     h->ttl = 64;
@@ -534,7 +532,7 @@ void parser_seeds()
                                                                        "192.168.1.2")), 20)));
     write_seed("parser", "tunnel_ipv4", parser_input(kBridge | kTrace, kOnT1, 100, in4));
     write_seed("parser", "tunnel_lldp_no_adjacency", parser_input(kBridge, kOnT6, 200,
-                                                                   eth(kLldp, kHostBehindT6, kEthertypeLldp, counting(40))));
+                                                                   eth(kLldp, kHostBehindT6, EF_ETHERTYPE_LLDP, counting(40))));
     write_seed("parser", "tunnel_tagged", parser_input(kBridge, kOnT1, 100, tagged(in4, 10)));
     write_seed("parser", "runt", parser_input(kBridge, kOnUplink, 0, Bytes{0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x08}));
 }
@@ -671,7 +669,7 @@ void fixup_seeds()
     write_seed("frame_fixup", "double_tagged_udp6",
                fixup_input(0x02, 0, 1500,
                            tagged(tagged(eth(a, b, EF_ETHERTYPE_IPV6, ipv6(addr6("fd00::1"), addr6("fd00::2"), EF_IPPROTO_UDP,
-                                                                udp(1, 2, counting(100)))), 20), 10, kEthertypeServiceTag)));
+                                                                udp(1, 2, counting(100)))), 20), 10, EF_ETHERTYPE_QINQ)));
     const Bytes inner_tcp = eth(a, b, EF_ETHERTYPE_IPV4, ipv4(addr4("192.168.0.1"), addr4("192.168.0.2"), EF_IPPROTO_TCP,
                                                    tcp(7, EF_TCP_ACK, counting(2900))));
     write_seed("frame_fixup", "vxlan_tcp_super_frame",

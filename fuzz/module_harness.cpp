@@ -20,6 +20,8 @@
 #include "table_check.h"
 #include "tlv_message.h"
 #include "vxlan_ef.h"
+#include "vxlan_ef_frame.h"
+#include "vxlan_ef_tables.h"
 
 namespace fuzz {
 

@@ -75,7 +75,7 @@ static void build_udp_frame(uint8_t *f, size_t len, const uint8_t dst[EF_ETH_ALE
     ef_put_be16(eth->type, EF_ETHERTYPE_IPV4);
     struct ef_ipv4_hdr *ip = (struct ef_ipv4_hdr *)(f + EF_ETH_HLEN);
     size_t ip_len = len - EF_ETH_HLEN;
-    ip->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    ip->ver_ihl = EF_IPV4_VER_IHL;
     ef_put_be16(ip->total_len, (uint16_t)ip_len);
     ef_put_be16(ip->frag, EF_IPV4_DONT_FRAGMENT);
     ip->ttl = 64;

@@ -26,10 +26,13 @@
 #define EF_ETH_TYPE_OFFSET EF_ETH_ADDRS_LEN
 #define EF_ETH_SRC_OFFSET EF_ETH_ALEN
 #define EF_ETH_MIN_FRAME 60 /* without the frame check sequence */
+#define EF_ETH_FCS_LEN 4
 
 #define EF_ETHERTYPE_IPV4 0x0800
 #define EF_ETHERTYPE_ARP 0x0806
 #define EF_ETHERTYPE_VLAN 0x8100
+#define EF_ETHERTYPE_QINQ 0x88A8      /* 802.1ad service tag */
+#define EF_ETHERTYPE_QINQ_OLD 0x9100  /* the service tag before 802.1ad */
 #define EF_ETHERTYPE_IPV6 0x86DD
 #define EF_ETHERTYPE_PPPOE_DISCOVERY 0x8863
 #define EF_ETHERTYPE_PPPOE_SESSION 0x8864
@@ -49,6 +52,7 @@ EF_WIRE_SIZE(struct ef_eth_hdr, EF_ETH_HLEN);
 #define EF_VLAN_TAG_LEN 4
 #define EF_VLAN_VID_MASK 0x0FFF
 #define EF_VLAN_PCP_SHIFT 13
+#define EF_VLAN_PCP_MASK (0x7 << EF_VLAN_PCP_SHIFT)
 
 /* The tag as it stands between the addresses and the inner type. */
 struct ef_vlan_tag {
@@ -75,6 +79,7 @@ EF_WIRE_SIZE(struct ef_llc_snap, EF_LLC_SNAP_LEN);
 /* ---- IPv4 ---- */
 #define EF_IPV4_HLEN 20 /* without options */
 #define EF_IPV4_VERSION 4
+#define EF_IPV4_VER_IHL (EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4) /* a header without options */
 #define EF_IPV4_DONT_FRAGMENT 0x4000
 #define EF_IPV4_MORE_FRAGMENTS 0x2000
 #define EF_IPV4_OFFSET_MASK 0x1FFF /* in units of 8 bytes */
@@ -110,6 +115,7 @@ EF_WIRE_SIZE(struct ef_ipv4_hdr, EF_IPV4_HLEN);
 #define EF_IPPROTO_UDP 17
 #define EF_IPPROTO_ROUTING 43
 #define EF_IPPROTO_FRAGMENT 44
+#define EF_IPPROTO_AH 51 /* authentication header */
 #define EF_IPPROTO_ICMPV6 58
 #define EF_IPPROTO_DEST_OPTS 60
 
@@ -199,7 +205,9 @@ struct ef_arp {
 };
 EF_WIRE_SIZE(struct ef_arp, EF_ARP_LEN);
 
-/* ---- ICMPv6 neighbour discovery ---- */
+/* ---- ICMPv6 and neighbour discovery ---- */
+#define EF_ICMPV6_HLEN 4 /* type, code, checksum */
+#define EF_ICMPV6_CSUM_OFFSET 2
 #define EF_ND_HOP_LIMIT 255
 #define EF_ND_FIRST_TYPE 133 /* router solicitation */
 #define EF_ND_NEIGHBOUR_SOLICIT 135
@@ -209,6 +217,7 @@ EF_WIRE_SIZE(struct ef_arp, EF_ARP_LEN);
 #define EF_ND_NA_OVERRIDE 0x20
 #define EF_ND_OPT_SOURCE_LINK_ADDR 1
 #define EF_ND_OPT_TARGET_LINK_ADDR 2
+#define EF_ND_OPT_UNIT 8 /* option lengths count in 8 bytes */
 
 /* A solicitation or an advertisement: the ICMPv6 header, the reserved or
  * flags word, the target. */

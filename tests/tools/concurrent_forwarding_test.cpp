@@ -34,6 +34,7 @@
 #include "runtime_interfaces.h"
 #include "table_fixture.h"
 #include "vxlan_ef_requests.h"
+#include "vxlan_ef_tables.h"
 
 namespace {
 

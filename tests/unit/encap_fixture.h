@@ -84,7 +84,7 @@ inline std::vector<uint8_t> make_frame(const FrameSpec &s)
         payload = EF_ETH_HLEN;
     } else if (!s.ipv6) {
         auto *ip = reinterpret_cast<ef_ipv4_hdr *>(&f[EF_ETH_HLEN]);
-        ip->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+        ip->ver_ihl = EF_IPV4_VER_IHL;
         ip->tos = s.tos;
         ef_put_be16(ip->total_len, static_cast<uint16_t>(ip_len));
         ef_put_be16(ip->id, s.ident);

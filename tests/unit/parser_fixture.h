@@ -108,7 +108,7 @@ inline Bytes vxlan4(const Outer &o, const Bytes &inner)
     Bytes f = ether(kOuterDst, kOuterSrc, EF_ETHERTYPE_IPV4, 0);
     Bytes ip(EF_IPV4_HLEN);
     auto *h = reinterpret_cast<ef_ipv4_hdr *>(ip.data());
-    h->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    h->ver_ihl = EF_IPV4_VER_IHL;
     ef_put_be16(h->total_len, static_cast<uint16_t>(EF_IPV4_HLEN + udp.size()));
     h->ttl = 64;
     h->proto = o.proto;

@@ -203,7 +203,7 @@ inline Bytes vxlan_frame(const Bytes &inner, const char *src = "10.0.0.1", const
     static const uint8_t kNextHopMac[6] = {0x02, 0, 0, 0, 0, 0xFE};
     Bytes f = eth_header(kUplinkMac, kNextHopMac, EF_ETHERTYPE_IPV4);
     const uint16_t udp_len = static_cast<uint16_t>(EF_UDP_HLEN + EF_VXLAN_HLEN + inner.size());
-    f.insert(f.end(), {EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4, 0});
+    f.insert(f.end(), {EF_IPV4_VER_IHL, 0});
     append16(f, static_cast<uint16_t>(EF_IPV4_HLEN + udp_len));
     f.insert(f.end(), {0, 0, 0, 0, 64, EF_IPPROTO_UDP, 0, 0});
     append(f, v4(src));

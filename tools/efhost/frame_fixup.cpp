@@ -17,8 +17,6 @@ namespace {
 
 // Every ICMPv6 message begins as a neighbour-discovery one does: type,
 // code, checksum; those four bytes are the least it holds.
-constexpr size_t kIcmpChecksumOffset = offsetof(ef_nd_msg, csum);
-constexpr size_t kIcmpHeader = offsetof(ef_nd_msg, flags);
 
 // Where each L4 protocol keeps its checksum and the least it must hold.
 struct ChecksumPlace {
@@ -30,7 +28,7 @@ struct ChecksumPlace {
 constexpr std::array<ChecksumPlace, 3> kChecksumPlaces = {{
     {EF_IPPROTO_TCP, EF_TCP_CSUM_OFFSET, EF_TCP_HLEN, false},
     {EF_IPPROTO_UDP, EF_UDP_CSUM_OFFSET, EF_UDP_HLEN, true},
-    {EF_IPPROTO_ICMPV6, kIcmpChecksumOffset, kIcmpHeader, false},
+    {EF_IPPROTO_ICMPV6, EF_ICMPV6_CSUM_OFFSET, EF_ICMPV6_HLEN, false},
 }};
 
 const ChecksumPlace *find_checksum_place(uint8_t proto)

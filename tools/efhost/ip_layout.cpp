@@ -15,11 +15,8 @@ namespace {
 
 // Service-provider tags (802.1ad, and the TPID used before it) stack in
 // front of the 802.1Q tag like it.
-constexpr uint16_t kEthertypeServiceTag = 0x88A8;
-constexpr uint16_t kEthertypeServiceTagLegacy = 0x9100;
-constexpr std::array<uint16_t, 3> kTagTpids = {EF_ETHERTYPE_VLAN, kEthertypeServiceTag,
-                                               kEthertypeServiceTagLegacy};
-constexpr uint8_t kIpprotoAuthentication = 51;
+constexpr std::array<uint16_t, 3> kTagTpids = {EF_ETHERTYPE_VLAN, EF_ETHERTYPE_QINQ,
+                                               EF_ETHERTYPE_QINQ_OLD};
 
 // IPv6 extension headers walked to reach the L4 header, with how their
 // length byte counts (units of 8 bytes beyond the first 8, or of 4 bytes
@@ -34,7 +31,7 @@ constexpr std::array<ExtensionHeader, 4> kIpv6Extensions = {{
     {EF_IPPROTO_HOP_BY_HOP, 8, 1},
     {EF_IPPROTO_ROUTING, 8, 1},
     {EF_IPPROTO_DEST_OPTS, 8, 1},
-    {kIpprotoAuthentication, 4, 2},
+    {EF_IPPROTO_AH, 4, 2},
 }};
 
 bool is_tag_tpid(uint16_t type)

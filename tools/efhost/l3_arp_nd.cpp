@@ -16,7 +16,6 @@ constexpr size_t kArpFrame = EF_ETH_HLEN + EF_ARP_LEN;
 constexpr size_t kNdFrame = EF_ETH_HLEN + EF_IPV6_HLEN + EF_ND_LEN + EF_ND_LINK_ADDR_OPT_LEN;
 // Options are counted in units of the link-layer address option's length,
 // and each starts with its type and that count.
-constexpr size_t kNdOptionUnit = EF_ND_LINK_ADDR_OPT_LEN;
 constexpr size_t kNdOptionHeader = offsetof(ef_nd_link_addr_opt, mac);
 constexpr size_t kIpv4AddrLen = sizeof(ef_arp::sender_ip);
 
@@ -82,7 +81,7 @@ void build_nd(uint8_t *ip, uint8_t type, uint32_t flags, const IpAddr &src, cons
     if (link != nullptr) {
         auto *opt = reinterpret_cast<ef_nd_link_addr_opt *>(body + EF_ND_LEN);
         opt->type = option;
-        opt->units = EF_ND_LINK_ADDR_OPT_LEN / kNdOptionUnit;
+        opt->units = EF_ND_LINK_ADDR_OPT_LEN / EF_ND_OPT_UNIT;
         std::copy(link->begin(), link->end(), opt->mac);
     }
     ef_put_be16(nd->csum, icmpv6_checksum(src, dst, body, body_len));
@@ -94,9 +93,9 @@ bool find_link_option(const uint8_t *opt, size_t len, uint8_t wanted, std::optio
 {
     while (len > 0) {
         const auto *o = reinterpret_cast<const ef_nd_link_addr_opt *>(opt);
-        if (len < kNdOptionHeader || o->units == 0 || size_t{o->units} * kNdOptionUnit > len)
+        if (len < kNdOptionHeader || o->units == 0 || size_t{o->units} * EF_ND_OPT_UNIT > len)
             return false;
-        const size_t size = size_t{o->units} * kNdOptionUnit;
+        const size_t size = size_t{o->units} * EF_ND_OPT_UNIT;
         if (o->type == wanted && size >= EF_ND_LINK_ADDR_OPT_LEN)
             out = mac_at(o->mac);
         opt += size;

@@ -16,7 +16,6 @@ namespace efhost {
 namespace {
 
 // The priority bits of a tag's TCI, above the drop-eligible bit.
-constexpr uint32_t kVlanPcpMask = 0x7u << EF_VLAN_PCP_SHIFT;
 
 // Spreads the port threads over the per-CPU hand-off slots.
 void bind_cpu_slot()
@@ -119,7 +118,7 @@ void Pipeline::transmit(uint32_t ifindex, const efmp_buff_t *buff)
     }
     std::vector<uint8_t> tagged(buff->len + EF_VLAN_TAG_LEN);
     std::memcpy(tagged.data(), frame, EF_ETH_ADDRS_LEN);
-    const uint16_t tci = static_cast<uint16_t>((tag & kVlanPcpMask) | vid);
+    const uint16_t tci = static_cast<uint16_t>((tag & EF_VLAN_PCP_MASK) | vid);
     auto *vlan = reinterpret_cast<ef_vlan_tag *>(tagged.data() + EF_ETH_ADDRS_LEN);
     ef_put_be16(vlan->tpid, EF_ETHERTYPE_VLAN);
     ef_put_be16(vlan->tci, tci);

@@ -105,7 +105,7 @@ void fill_ipv4(uint8_t *p, vxlan_ef_vsd_t *vsd, const vxlan_ef_tnl_addr_t *tnl, 
                uint32_t total_len)
 {
     auto *ip = reinterpret_cast<ef_ipv4_hdr *>(p);
-    ip->ver_ihl = EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4;
+    ip->ver_ihl = EF_IPV4_VER_IHL;
     ip->tos = tos;
     ef_put_be16(ip->total_len, static_cast<uint16_t>(total_len));
     ef_put_be16(ip->id, next_ipv4_id(vsd));
