@@ -27,6 +27,7 @@
 #define EF_ETH_SRC_OFFSET EF_ETH_ALEN
 #define EF_ETH_MIN_FRAME 60 /* without the frame check sequence */
 #define EF_ETH_FCS_LEN 4
+#define EF_ETH_MTU 1500
 
 #define EF_ETHERTYPE_IPV4 0x0800
 #define EF_ETHERTYPE_ARP 0x0806
@@ -82,7 +83,8 @@ EF_WIRE_SIZE(struct ef_llc_snap, EF_LLC_SNAP_LEN);
 #define EF_IPV4_VER_IHL (EF_IPV4_VERSION << 4 | EF_IPV4_HLEN / 4) /* a header without options */
 #define EF_IPV4_DONT_FRAGMENT 0x4000
 #define EF_IPV4_MORE_FRAGMENTS 0x2000
-#define EF_IPV4_OFFSET_MASK 0x1FFF /* in units of 8 bytes */
+#define EF_IPV4_OFFSET_MASK 0x1FFF
+#define EF_IP_FRAG_UNIT 8 /* IPv4 and IPv6 fragment offsets count in 8 bytes */
 #define EF_IPV4_OPT_END 0
 #define EF_IPV4_OPT_NOP 1
 #define EF_IPV4_OPT_COPIED 0x80 /* the option is copied into every fragment */

@@ -23,7 +23,7 @@ constexpr int kReason = 0;
 constexpr uint32_t kIpv4MinHeader = EF_IPV4_HLEN;
 constexpr uint32_t kIpv6Header = EF_IPV6_HLEN;
 constexpr uint32_t kFragHeader = EF_IPV6_FRAG_HLEN;
-constexpr uint32_t kFragmentUnit = 8;  // fragment offsets count in 8 bytes
+constexpr uint32_t kFragmentUnit = EF_IP_FRAG_UNIT;
 constexpr uint32_t kIpv6NextHeader = offsetof(ef_ipv6_hdr, next_hdr);
 
 std::atomic<uint32_t> g_ipv6_ident{0};

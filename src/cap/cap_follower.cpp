@@ -5,8 +5,8 @@
 #include <array>
 
 #include "cap_private.h"
-#include "vxlan_ef.h"
 #include "ef_bridge.h"
+#include "vxlan_ef.h"
 #include "vxlan_ef_frame.h"
 
 namespace {

@@ -2,8 +2,8 @@
 // waiting, then replaces itself with a fresh task armed with the same
 // timeout, so the queue is polled once per timeout period.
 #include "core_private.h"
-#include "vxlan_ef.h"
 #include "ef_task.h"
+#include "vxlan_ef.h"
 
 uint32_t g_vxlan_ef_eve;
 void *vxlan_ef_thread;

@@ -5,8 +5,8 @@
 
 #include "channel/channel_private.h"
 #include "core/core_private.h"
-#include "vxlan_ef.h"
 #include "lsm.h"
+#include "vxlan_ef.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 // copied from the VTEP adjacency, the inner packet is fragmented when the
 // outer packet would exceed the tunnel MTU, and the result goes to the L3
 // engine.
+#include "ef_wire.h"
 #include "frame/counters/drop_count.h"
 #include "frame/counters/flow_count.h"
 #include "frame/trace/packet_trace.h"
@@ -14,7 +15,7 @@ using vxlan_ef::TraceGate;
 
 namespace {
 
-constexpr uint32_t kInnerIpHeader = 20;
+constexpr uint32_t kInnerIpHeader = EF_IPV4_HLEN;  // counted so whatever the inner family
 
 bool ipv4_tunnel(const vxlan_ef_tnl_addr_t *tnl) { return tnl->family == VXLAN_EF_AF_INET; }
 

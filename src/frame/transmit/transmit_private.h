@@ -5,9 +5,10 @@
 
 #include <cstdint>
 
-#include "frame/counters/flow_count.h"
 #include "core/core_private.h"
+#include "ef_wire.h"
 #include "efmp.h"
+#include "frame/counters/flow_count.h"
 #include "vxlan_ef_tables.h"
 
 // Where one packet goes: copied from the VTEP adjacency under the read lock,
@@ -37,10 +38,10 @@ namespace vxlan_ef {
 
 // Payload limits of a tunnel without its own MTU, and what a tunnel MTU loses
 // to the outer headers.
-constexpr uint16_t kDefaultLimitV4 = 1450;
-constexpr uint16_t kDefaultLimitV6 = 1430;
-constexpr uint16_t kOverheadV4 = 50;
-constexpr uint16_t kOverheadV6 = 70;
+constexpr uint16_t kOverheadV4 = EF_VXLAN_IPV4_OVERHEAD;
+constexpr uint16_t kOverheadV6 = EF_VXLAN_IPV6_OVERHEAD;
+constexpr uint16_t kDefaultLimitV4 = EF_ETH_MTU - kOverheadV4;
+constexpr uint16_t kDefaultLimitV6 = EF_ETH_MTU - kOverheadV6;
 
 // Internet checksums of the outer headers, computed over the bytes in place.
 uint16_t udp_checksum_v4(const uint8_t *sip, const uint8_t *dip, const uint8_t *udp,
