@@ -16,22 +16,20 @@ namespace {
 
 using Mac = std::array<uint8_t, EF_ETH_ALEN>;
 
-constexpr uint32_t kEthLen = EF_ETH_HLEN;
-constexpr uint32_t kTagLen = EF_VLAN_TAG_LEN;
 constexpr uint8_t kInnerTagKept = 0xF0;  // bits of the old inner tag byte that stay
 
 // Moves the addresses over the tag that follows them.
 void drop_tag(efmp_buff_t *buff)
 {
     uint8_t *frame = frame_of(buff);
-    std::memmove(frame + kTagLen, frame, EF_ETH_ADDRS_LEN);
-    buff->data_off = static_cast<uint16_t>(buff->data_off + kTagLen);
-    buff->len -= kTagLen;
+    std::memmove(frame + EF_VLAN_TAG_LEN, frame, EF_ETH_ADDRS_LEN);
+    buff->data_off = static_cast<uint16_t>(buff->data_off + EF_VLAN_TAG_LEN);
+    buff->len -= EF_VLAN_TAG_LEN;
 }
 
 bool tagged(efmp_buff_t *buff)
 {
-    const uint32_t need = kEthLen + kTagLen;
+    const uint32_t need = EF_ETH_HLEN + EF_VLAN_TAG_LEN;
     return buff->len >= need && stored_bytes(buff) >= need &&
            ef_get_be16(frame_of(buff) + EF_ETH_TYPE_OFFSET) == EF_ETHERTYPE_VLAN;
 }
@@ -112,7 +110,7 @@ FrameKey frame_key(efmp_buff_t *buff)
     const uint8_t *frame = frame_of(buff);
     if (len >= key.dst.size())
         std::memcpy(key.dst.data(), frame, key.dst.size());
-    if (len >= kEthLen)
+    if (len >= EF_ETH_HLEN)
         key.type = ef_get_be16(frame + EF_ETH_TYPE_OFFSET);
     if (llc_snap(frame, len)) {
         key.snap = true;
@@ -138,7 +136,7 @@ void trace_l2header(efmp_buff_t *buff, const RemovedTags &tags)
                           static_cast<void *>(buff), name);
         return;
     }
-    if (buff->len < kEthLen)
+    if (buff->len < EF_ETH_HLEN)
         return;
     const auto *eth = reinterpret_cast<const ef_eth_hdr *>(frame_of(buff));
     VXLAN_EF_TRACE_AS(buff, TraceGate::Parser, "vxlan_ef_pkt_l2header_parse",
@@ -168,8 +166,8 @@ RemovedTags remove_tags(efmp_buff_t *buff)
             drop_tag(buff);
         }
     }
-    buff->l2_len = kEthLen;
-    buff->l3_off = static_cast<uint16_t>(buff->data_off + kEthLen);
+    buff->l2_len = EF_ETH_HLEN;
+    buff->l3_off = static_cast<uint16_t>(buff->data_off + EF_ETH_HLEN);
     buff->src_ifx = buff->src_intf->ifindex;
     return tags;
 }
@@ -181,7 +179,7 @@ uint16_t plain_type(efmp_buff_t *buff)
 {
     const uint32_t len = std::min(buff->len, stored_bytes(buff));
     const uint8_t *frame = frame_of(buff);
-    if (len < kEthLen)
+    if (len < EF_ETH_HLEN)
         return 0;
     if (llc_snap(frame, len))
         return 0;
