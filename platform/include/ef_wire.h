@@ -26,7 +26,6 @@
 #define EF_ETH_TYPE_OFFSET EF_ETH_ADDRS_LEN
 #define EF_ETH_SRC_OFFSET EF_ETH_ALEN
 #define EF_ETH_MIN_FRAME 60 /* without the frame check sequence */
-#define EF_ETH_FCS_LEN 4
 #define EF_ETH_MTU 1500
 
 #define EF_ETHERTYPE_IPV4 0x0800
@@ -51,7 +50,6 @@ struct ef_eth_hdr {
 EF_WIRE_SIZE(struct ef_eth_hdr, EF_ETH_HLEN);
 
 #define EF_VLAN_TAG_LEN 4
-#define EF_VLAN_VID_MASK 0x0FFF
 #define EF_VLAN_PCP_SHIFT 13
 #define EF_VLAN_PCP_MASK (0x7 << EF_VLAN_PCP_SHIFT)
 
@@ -107,7 +105,6 @@ EF_WIRE_SIZE(struct ef_ipv4_hdr, EF_IPV4_HLEN);
 /* ---- IPv6 ---- */
 #define EF_IPV6_HLEN 40
 #define EF_IPV6_VERSION 6
-#define EF_IPV6_NEXT_HEADER_OFFSET 6
 #define EF_IPV6_FRAG_HLEN 8
 
 /* IP protocol numbers, and the IPv6 extension headers a packet may carry

@@ -20,10 +20,6 @@
 namespace {
 
 constexpr int kReason = 0;
-constexpr uint32_t kIpv4MinHeader = EF_IPV4_HLEN;
-constexpr uint32_t kIpv6Header = EF_IPV6_HLEN;
-constexpr uint32_t kFragHeader = EF_IPV6_FRAG_HLEN;
-constexpr uint32_t kFragmentUnit = EF_IP_FRAG_UNIT;
 constexpr uint32_t kIpv6NextHeader = offsetof(ef_ipv6_hdr, next_hdr);
 
 std::atomic<uint32_t> g_ipv6_ident{0};
@@ -113,9 +109,9 @@ std::vector<uint8_t> ipv4_headers(const uint8_t *l2, uint32_t l2_len, const uint
                                   const std::vector<uint8_t> &options, uint16_t frag_word,
                                   uint32_t data_len)
 {
-    const uint32_t hlen = kIpv4MinHeader + static_cast<uint32_t>(options.size());
+    const uint32_t hlen = EF_IPV4_HLEN + static_cast<uint32_t>(options.size());
     std::vector<uint8_t> h(l2, l2 + l2_len);
-    h.insert(h.end(), ip, ip + kIpv4MinHeader);
+    h.insert(h.end(), ip, ip + EF_IPV4_HLEN);
     h.insert(h.end(), options.begin(), options.end());
     uint8_t *hdr = h.data() + l2_len;
     auto *v4 = reinterpret_cast<ef_ipv4_hdr *>(hdr);
@@ -134,9 +130,9 @@ std::vector<uint8_t> ipv4_headers(const uint8_t *l2, uint32_t l2_len, const uint
 // packet is a fragment already.
 uint32_t ipv6_unfragmentable(const uint8_t *ip, uint32_t total, uint32_t *nh_field)
 {
-    uint32_t pos = kIpv6Header;
+    uint32_t pos = EF_IPV6_HLEN;
     uint32_t field = kIpv6NextHeader;
-    uint32_t end = kIpv6Header;
+    uint32_t end = EF_IPV6_HLEN;
     uint32_t end_field = kIpv6NextHeader;
     uint8_t nh = ip[kIpv6NextHeader];
     while (nh == EF_IPPROTO_HOP_BY_HOP || nh == EF_IPPROTO_ROUTING || nh == EF_IPPROTO_DEST_OPTS) {
@@ -168,7 +164,7 @@ extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint
     const efmp_buff_t *orig = *first;
     uint32_t l2_len, avail;
     const uint8_t *ip;
-    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv4MinHeader || (ip[0] >> 4) != EF_IPV4_VERSION)
+    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < EF_IPV4_HLEN || (ip[0] >> 4) != EF_IPV4_VERSION)
         return 0;
     const auto *v4 = reinterpret_cast<const ef_ipv4_hdr *>(ip);
     const uint32_t hlen = (v4->ver_ihl & 0x0Fu) * 4u;
@@ -177,11 +173,11 @@ extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint
     // The tunnel ingress is where the inner packet meets the smaller MTU and
     // nobody would hear an ICMP "fragmentation needed" from inside a tunnel,
     // so DF does not stop the split; the fragments carry it no more.
-    if (hlen < kIpv4MinHeader || total < hlen || total > avail)
+    if (hlen < EF_IPV4_HLEN || total < hlen || total > avail)
         return 0;
     const uint8_t *l2 = orig->head + orig->data_off;
-    const std::vector<uint8_t> first_opts(ip + kIpv4MinHeader, ip + hlen);
-    const std::vector<uint8_t> later_opts = copied_options(ip + kIpv4MinHeader, hlen - kIpv4MinHeader);
+    const std::vector<uint8_t> first_opts(ip + EF_IPV4_HLEN, ip + hlen);
+    const std::vector<uint8_t> later_opts = copied_options(ip + EF_IPV4_HLEN, hlen - EF_IPV4_HLEN);
     const uint32_t base = frag_word & EF_IPV4_OFFSET_MASK;
     const bool more_after = (frag_word & EF_IPV4_MORE_FRAGMENTS) != 0;
 
@@ -189,17 +185,17 @@ extern "C" uint32_t efmp_frag_ipv4(efmp_buff_t **first, efmp_buff_t **last, uint
     for (uint32_t pos = 0; pos < total - hlen;) {
         const std::vector<uint8_t> &opts = pos == 0 ? first_opts : later_opts;
         const uint32_t extra = static_cast<uint32_t>(opts.size());
-        if (size < extra + kFragmentUnit) {
+        if (size < extra + EF_IP_FRAG_UNIT) {
             frags.push_back(nullptr);  // no room for data: give the whole split up
             break;
         }
-        const uint32_t room = (size - extra) & ~(kFragmentUnit - 1);
+        const uint32_t room = (size - extra) & ~(EF_IP_FRAG_UNIT - 1);
         const uint32_t chunk = std::min(room, total - hlen - pos);
         const bool last_piece = pos + chunk == total - hlen;
         const uint16_t word = static_cast<uint16_t>(
-            (base + pos / kFragmentUnit) | (!last_piece || more_after ? EF_IPV4_MORE_FRAGMENTS : 0));
+            (base + pos / EF_IP_FRAG_UNIT) | (!last_piece || more_after ? EF_IPV4_MORE_FRAGMENTS : 0));
         Piece piece{ipv4_headers(l2, l2_len, ip, opts, word, chunk), ip + hlen + pos, chunk};
-        frags.push_back(build_fragment(orig, l2_len, kIpv4MinHeader + extra, piece));
+        frags.push_back(build_fragment(orig, l2_len, EF_IPV4_HLEN + extra, piece));
         pos += chunk;
     }
     if (frags.empty())
@@ -214,14 +210,14 @@ extern "C" uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint
     const efmp_buff_t *orig = *first;
     uint32_t l2_len, avail;
     const uint8_t *ip;
-    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < kIpv6Header || (ip[0] >> 4) != EF_IPV6_VERSION)
+    if (!locate_ip(orig, &l2_len, &ip, &avail) || avail < EF_IPV6_HLEN || (ip[0] >> 4) != EF_IPV6_VERSION)
         return 0;
-    const uint32_t total = kIpv6Header + ef_get_be16(reinterpret_cast<const ef_ipv6_hdr *>(ip)->payload_len);
+    const uint32_t total = EF_IPV6_HLEN + ef_get_be16(reinterpret_cast<const ef_ipv6_hdr *>(ip)->payload_len);
     uint32_t nh_field = 0;
     const uint32_t unfrag = total > avail ? 0 : ipv6_unfragmentable(ip, total, &nh_field);
-    if (unfrag == 0 || size < unfrag - kIpv6Header + kFragHeader + kFragmentUnit || unfrag >= total)
+    if (unfrag == 0 || size < unfrag - EF_IPV6_HLEN + EF_IPV6_FRAG_HLEN + EF_IP_FRAG_UNIT || unfrag >= total)
         return 0;
-    const uint32_t room = (size - (unfrag - kIpv6Header) - kFragHeader) & ~(kFragmentUnit - 1);
+    const uint32_t room = (size - (unfrag - EF_IPV6_HLEN) - EF_IPV6_FRAG_HLEN) & ~(EF_IP_FRAG_UNIT - 1);
     const uint32_t ident = g_ipv6_ident.fetch_add(1) + 1;
     const uint8_t *l2 = orig->head + orig->data_off;
 
@@ -233,15 +229,15 @@ extern "C" uint32_t efmp_frag_ipv6(efmp_buff_t **first, efmp_buff_t **last, uint
         h.insert(h.end(), ip, ip + unfrag);
         uint8_t *hdr = h.data() + l2_len;
         ef_put_be16(reinterpret_cast<ef_ipv6_hdr *>(hdr)->payload_len,
-                    static_cast<uint16_t>(unfrag - kIpv6Header + kFragHeader + chunk));
+                    static_cast<uint16_t>(unfrag - EF_IPV6_HLEN + EF_IPV6_FRAG_HLEN + chunk));
         ef_ipv6_frag_hdr fh{};
         fh.next_hdr = ip[nh_field];
         hdr[nh_field] = EF_IPPROTO_FRAGMENT;
         ef_put_be16(fh.offset_flags, static_cast<uint16_t>(pos | (last_piece ? 0u : 1u)));
         ef_put_be32(fh.id, ident);
         const auto *fh_bytes = reinterpret_cast<const uint8_t *>(&fh);
-        h.insert(h.end(), fh_bytes, fh_bytes + kFragHeader);
-        frags.push_back(build_fragment(orig, l2_len, unfrag + kFragHeader,
+        h.insert(h.end(), fh_bytes, fh_bytes + EF_IPV6_FRAG_HLEN);
+        frags.push_back(build_fragment(orig, l2_len, unfrag + EF_IPV6_FRAG_HLEN,
                                        Piece{std::move(h), ip + unfrag + pos, chunk}));
         pos += chunk;
     }

@@ -36,9 +36,9 @@ void put_eth(uint8_t *frame, const MacAddr &dst, const MacAddr &src, uint16_t ty
 bool read_options(const uint8_t *p, size_t len, uint8_t wanted, std::optional<MacAddr> &link)
 {
     while (len > 0) {
-        if (len < 2 || p[1] == 0 || size_t{p[1]} * 8 > len)
+        if (len < 2 || p[1] == 0 || size_t{p[1]} * EF_ND_OPT_UNIT > len)
             return false;
-        const size_t size = size_t{p[1]} * 8;
+        const size_t size = size_t{p[1]} * EF_ND_OPT_UNIT;
         if (p[0] == wanted && size == sizeof(ef_nd_link_addr_opt))
             link = bytes_at<EF_ETH_ALEN>(p + offsetof(ef_nd_link_addr_opt, mac));
         p += size;

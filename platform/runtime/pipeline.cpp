@@ -25,7 +25,7 @@ std::atomic<uint32_t> g_underlay_mtu{0};
 // frames can be fragmented, and ARP and ND are recognised for suppression.
 uint8_t classify(const uint8_t *frame, size_t len)
 {
-    constexpr size_t kTypeLen = 2;
+    constexpr size_t kTypeLen = sizeof(ef_eth_hdr::type);
     size_t off = EF_ETH_TYPE_OFFSET;
     uint16_t type = ef_get_be16(frame + off);
     for (int tags = 0; tags < 2 && type == EF_ETHERTYPE_VLAN && off + EF_VLAN_TAG_LEN + kTypeLen <= len; ++tags) {
